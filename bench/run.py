@@ -1,0 +1,237 @@
+"""Whole-process benchmark: our program, three others, and the floor that the machine sets.
+
+    python3 bench/run.py [--quick] [--only NAME] [--size 1|4|16] [--runs N] [--program PATH]
+    python3 bench/run.py --claims     5 MB of real C against `gcc -E`; an empty file against nothing
+
+Every workload is first preprocessed by us and by GNU cpp, and the tokens must be the same: a fast
+wrong answer is not measured. Then all programs take turns, so that a disturbance of the machine
+meets them all. The compilers' preprocessors are called without their drivers, as they would be if
+they were the program that the user starts. A full run writes docs/performance.md.
+"""
+
+import argparse
+import os
+import pathlib
+import platform
+import re
+import shutil
+import statistics
+import subprocess
+import sys
+
+ROOT = pathlib.Path(__file__).resolve().parent.parent
+sys.path.insert(0, str(ROOT / "checks"))
+
+import packages  # noqa: E402  (found through the line above)
+import tokens  # noqa: E402
+import workloads  # noqa: E402
+
+SCRATCH = ROOT / "build" / "bench"
+PACKAGES = ROOT / "build" / "real-input" / "packages"
+DOCUMENT = ROOT / "docs" / "performance.md"
+OURS, FLOOR = "cpp", "floor"
+PEERS = ("cc1", "clang", "tcc")
+RUNS, QUICK_RUNS = 9, 3
+
+
+def _output(*command):
+    return subprocess.run(command, capture_output=True, text=True, check=True).stdout.strip()
+
+
+def _install_missing():
+    missing = [name for name in ("gcc", "clang", "tcc") if not shutil.which(name)]
+    if missing:
+        subprocess.run(["apt-get", "install", "-y", "-qq", *missing], check=True)
+
+
+def _build_tools():
+    SCRATCH.mkdir(parents=True, exist_ok=True)
+    for name in ("launch", "floor", "nothing"):
+        source = ROOT / "bench" / f"{name}.c"
+        subprocess.run(["gcc", "-O2", "-static", "-o", SCRATCH / name, source], check=True)
+
+
+def _flags(workload):
+    return [f"-I{d}/" for d in workload.dirs] + [f"-D{d}" for d in workload.defines]
+
+
+def commands(workload, program):
+    """The command line of every program for one workload."""
+    flags, main = _flags(workload), str(workload.main)
+    floor = [str(SCRATCH / "floor"), main]
+    if workload.name == "empty":
+        floor = [str(SCRATCH / "nothing")]
+    elif len(workload.files) > 1:
+        names = workload.main.parent / "files"
+        names.write_text("".join(f"{f}\n" for f in workload.files))
+        floor = [str(SCRATCH / "floor"), "-l", str(names)]
+    return {
+        OURS: [program, "-N255", *flags, main, os.devnull],
+        "cc1": [_output("gcc", "-print-prog-name=cc1"), "-E", "-quiet", "-w", "-undef", "-nostdinc",
+                "-std=gnu90", *flags, main, "-o", os.devnull],
+        "clang": [os.path.realpath(shutil.which("clang")), "-cc1", "-E", "-w", "-undef",
+                  "-std=gnu89", *flags, main, "-o", os.devnull],
+        "tcc": [shutil.which("tcc"), "-E", "-w", "-nostdinc", *flags, main, "-o", os.devnull],
+        FLOOR: floor,
+    }
+
+
+def check_tokens(workload, program):
+    """Ends the run when our tokens are not GNU cpp's."""
+    flags = _flags(workload)
+    theirs = subprocess.run(["gcc", "-E", "-P", "-w", "-undef", "-nostdinc", "-std=gnu90", *flags,
+                             str(workload.main)], capture_output=True)
+    if theirs.returncode != 0:
+        sys.exit(f"{workload.name} {workload.scale}x: GNU cpp refuses it\n"
+                 f"{theirs.stderr[-2000:].decode('latin-1')}")
+    ours = subprocess.run([program, "-N255", *flags, str(workload.main)], capture_output=True)
+    if ours.returncode != 0:
+        sys.exit(f"{workload.name} {workload.scale}x: status {ours.returncode}\n"
+                 f"{ours.stderr[-2000:].decode('latin-1')}")
+    found = tokens.differences(tokens.tokenize(theirs.stdout.decode("latin-1")),
+                               tokens.tokenize(tokens.strip_markers(ours.stdout.decode("latin-1"))),
+                               limit=3)
+    if found:
+        sys.exit(f"{workload.name} {workload.scale}x: not the tokens of GNU cpp: {found}")
+
+
+def measure(table, runs):
+    """Runs the commands in turns; returns {name: (milliseconds of each run, peak KiB)}."""
+    times = {name: [] for name in table}
+    peaks = dict.fromkeys(table, 0)
+    for turn in range(runs + 1):
+        for name, command in table.items():
+            ns, kib, status = map(int, _output(str(SCRATCH / "launch"), *command).split())
+            if status != 0:
+                sys.exit(f"{name} ended with status {status}: {' '.join(command)}")
+            if turn > 0:  # the first turn fills the caches
+                times[name].append(ns / 1e6)
+                peaks[name] = max(peaks[name], kib)
+    return {name: (times[name], peaks[name]) for name in table}
+
+
+def table_of(workload, results):
+    """One workload's results as lines of a Markdown table."""
+    ours = statistics.median(results[OURS][0])
+    megabytes = workload.bytes / 1e6
+    for name, (times, peak) in results.items():
+        median = statistics.median(times)
+        speed = f"{megabytes / median * 1000:.0f}" if megabytes > 0.001 else "-"
+        yield (f"| {workload.name} {workload.scale}x | {name} | {median:.2f} | {min(times):.2f} | "
+               f"{speed} | {peak / 1024:.1f} | {median / ours:.2f} |")
+
+
+HEADER = ("| workload | program | median ms | minimum ms | MB/s | peak MiB | time relative to ours |\n"
+          "| --- | --- | ---: | ---: | ---: | ---: | ---: |")
+
+
+def machine():
+    """Processor, memory, kernel and the versions of everything that was run."""
+    info = pathlib.Path("/proc/cpuinfo").read_text()
+    model = re.search(r"model name\s*:\s*(.*)", info)
+    memory = int(re.search(r"MemTotal:\s*(\d+)", pathlib.Path("/proc/meminfo").read_text())[1])
+    first = lambda text: text.splitlines()[0]
+    return [
+        f"- processor: {model[1] if model else platform.machine()}, {os.cpu_count()} cores; "
+        f"memory: {memory / 2**20:.0f} GiB",
+        f"- kernel: {platform.system()} {platform.release()}",
+        f"- GCC: {first(_output('gcc', '--version'))}",
+        f"- Clang: {first(_output('clang', '--version'))}",
+        f"- TCC: {first(_output('tcc', '-v'))}",
+    ]
+
+
+def claims(program, runs):
+    """The two figures that a reader can keep in mind."""
+    workload = workloads.real_workload(5_000_000, 0, SCRATCH / "real-5MB", PACKAGES)
+    check_tokens(workload, program)
+    table = commands(workload, program)
+    driver = [shutil.which("gcc"), "-E", "-w", "-undef", "-nostdinc", "-std=gnu90",
+              *_flags(workload), str(workload.main), "-o", os.devnull]
+    real = measure({OURS: table[OURS], "gcc -E": driver}, runs)
+    empty = workloads.make("empty", 1, SCRATCH, PACKAGES)
+    nothing = measure({OURS: commands(empty, program)[OURS], "nothing": [str(SCRATCH / "nothing")]},
+                      10 * runs)
+    lines = []
+    for title, results in ((f"{workload.bytes / 1e6:.1f} MB of real C", real),
+                           ("an empty file", nothing)):
+        (name, (ours, _)), (other, (theirs, _)) = results.items()
+        mine, yours = statistics.median(ours), statistics.median(theirs)
+        lines.append(f"- {title}: {name} {mine:.2f} ms (minimum {min(ours):.2f}), "
+                     f"{other} {yours:.2f} ms (minimum {min(theirs):.2f}), "
+                     f"ratio {yours / mine:.2f}, difference {mine - yours:.2f} ms")
+    return lines
+
+
+def growth(rows):
+    """Milliseconds per megabyte at each size: a workload that scales shows one figure."""
+    yield "| workload | " + " | ".join(f"{s}x" for s in workloads.SCALES) + " |"
+    yield "| --- |" + " ---: |" * len(workloads.SCALES)
+    for name in workloads.NAMES:
+        cells = [rows.get((name, scale)) for scale in workloads.SCALES]
+        if name != "empty" and all(cells):
+            yield f"| {name} | " + " | ".join(f"{cell:.2f}" for cell in cells) + " |"
+
+
+DOCUMENT_HEAD = """\
+# Performance
+
+Written by `python3 bench/run.py`; do not edit by hand. Wall time of whole processes, from the start
+of the process to its end, output to the null device, everything in the file cache. The programs
+take turns; {runs} runs of each are counted. Before a workload is measured its tokens are compared
+with GNU cpp's.
+
+- `cpp`: this program. `cc1`, `clang`: the preprocessors of GCC and Clang without their drivers
+  (`cc1 -E -quiet`, `clang -cc1 -E`). `tcc`: `tcc -E`.
+- `floor`: a static program that reads the input, looks every byte up in a table and writes it out
+  (for the empty file: a program that does nothing).
+- MB/s: bytes of all files that belong to the input, each counted once, by the median time.
+- relative time: above 1 is slower than this program.
+
+## Machine
+"""
+
+
+def main():
+    parser = argparse.ArgumentParser()
+    parser.add_argument("--program", default=str(ROOT / "build/release/bin/cpp"))
+    parser.add_argument("--only", choices=workloads.NAMES)
+    parser.add_argument("--size", type=int, choices=workloads.SCALES)
+    parser.add_argument("--runs", type=int)
+    parser.add_argument("--quick", action="store_true", help="few runs, nothing written to docs")
+    parser.add_argument("--claims", action="store_true")
+    options = parser.parse_args()
+    program = os.path.abspath(options.program)
+    runs = options.runs or (QUICK_RUNS if options.quick else RUNS)
+    _install_missing()
+    _build_tools()
+    packages.fetch(PACKAGES)
+    if options.claims:
+        print("\n".join(claims(program, runs)))
+        return
+
+    lines, per_megabyte = [HEADER], {}
+    print(HEADER)
+    for name in [options.only] if options.only else workloads.NAMES:
+        sizes = [options.size] if options.size else [1] if name == "empty" else workloads.SCALES
+        for scale in sizes:
+            workload = workloads.make(name, scale, SCRATCH, PACKAGES)
+            check_tokens(workload, program)
+            results = measure(commands(workload, program), runs)
+            if workload.bytes:
+                per_megabyte[name, scale] = (statistics.median(results[OURS][0]) /
+                                             (workload.bytes / 1e6))
+            for line in table_of(workload, results):
+                print(line, flush=True)
+                lines.append(line)
+    scaling = list(growth(per_megabyte))
+    print("\n".join(["", "ms per MB", *scaling]))
+    if not (options.only or options.size or options.quick):
+        figures = claims(program, runs)
+        DOCUMENT.write_text(DOCUMENT_HEAD.format(runs=runs) + "\n" + "\n".join(
+            machine() + ["", "## Two figures", ""] + figures + ["", "## Workloads", ""] + lines +
+            ["", "## Milliseconds per MB at each size", ""] + scaling) + "\n")
+
+
+if __name__ == "__main__":
+    main()

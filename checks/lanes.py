@@ -1,0 +1,326 @@
+"""The fast ways through the text must give exactly what the slow way gives.
+
+The reader hands out one unit at a time; where the text is ordinary, lanes do the same in bulk. Two
+builds of the program, with the lanes and without them, are run on small random programs that mix
+everything in which a lane could take a wrong turn (calls over several lines, comments anywhere,
+trigraphs, joined lines, line limits, odd bytes, #asm, include files that end in the middle of
+something). Standard output, standard error and status must be equal byte for byte. A program on
+which they are not is cut down line by line and printed.
+
+    python3 checks/lanes.py --seed 1 --count 2000
+        [--program build/release/bin/cpp] [--plain build/lanes-off/bin/cpp] [--real]
+"""
+
+import argparse
+import concurrent.futures
+import os
+import pathlib
+import random
+import shutil
+import subprocess
+import sys
+import time
+
+import packages
+import units
+
+ROOT = pathlib.Path(__file__).resolve().parent.parent
+SCRATCH = ROOT / "build" / "lanes"
+TIMEOUT = 10
+MODES = {
+    "plain": ["-W-9", "--emax=1000"],
+    "comments": ["-W-9", "--emax=1000", "-C"],
+    "assembler": ["-W-9", "--emax=1000", "--cmode=tsasm"],
+    "definitions": ["-W-9", "--emax=1000", "-dM"],
+    "listing": ["-W-9", "-E1", "-H"],
+    "linker": ["-W-9", "--emax=1000", "--cmode=tslink", "-N255"],
+}
+
+_OBJECTS = ("A", "B", "C", "D", "EMPTY", "LONG_NAME_THAT_HAS_MORE_THAN_THIRTY_ONE_UNITS")
+_FUNCTIONS = {"F": 1, "G": 2, "H": 3, "N": 0}
+_PLAIN = ("x", "y1", "if", "defined", "$z", "L", "u", "e5", "ifdef", "IFDEF")
+_NUMBERS = ("0", "1", "42", "0x1F", "0x1e+5", "1e+5", "1.5e-3L", "10ULL", ".5", "1..2", "0b101",
+            "09", "0FFh", "1e5+3", "7f", "0x", "1L2u")
+_PUNCTUATION = ("+", "-", "*", "/", "%", "&", "|", "^", "<", ">", "=", "!", "~", "?", ":", ";",
+                ",", ".", "(", ")", "[", "]", "{", "}", "#", "##", "\\", "@", "`", "&&", "||", "<<", "==")
+_LITERALS = ('"s"', '"a\\"b"', "'c'", "'\\''", '"//"', '"/*"', '"unclosed', "'", '"', '"a\\\nb"',
+             '"??/""', '""', "''", '"A F(1)"')
+_COMMENTS = ("/**/", "/* c */", "/* two\nlines */", "// to the end\n", "// joined \\\nline\n",
+             "/* /* */", "/***/", "// ??/\nmore\n", "/* ' */", "; note\n", "/*\n\n\n\n\n\n*/")
+_BLANKS = (" ", "  ", "\t", " \t ", "\x1f", "\v", "\f", "\r", "")
+_ODD = ("\0", "\x01", "\x1d", "\x1e", "\x7f", "\x80", "\xff", "\x1c", "\r\n")
+_TRIGRAPHS = ("??=", "??(", "??/", "??)", "??'", "??<", "??!", "??>", "??-", "??", "???", "??x",
+              "????=", "??/\n")
+_JOINS = ("\\\n", "\\ \n", "\\\t\n", "\\\r\n", "\\ x", "\\\n\\\n")
+
+
+class Writer:
+    """Writes one random program: a main file and some files to include."""
+
+    def __init__(self, rng):
+        self.rng = rng
+        self.headers = [f"h{n}.h" for n in range(rng.randint(0, 3))]
+
+    def program(self):
+        files = {name: self.file(rng_lines, included=True) for name, rng_lines in
+                 ((h, self.rng.randint(1, 8)) for h in self.headers)}
+        files["main.c"] = self.file(self.rng.randint(3, 30), included=False)
+        return files
+
+    def file(self, count, included):
+        text = "".join(self.line(included) for _ in range(count))
+        ending = self.rng.random()
+        if ending < 0.1:
+            text = text.rstrip("\n")
+        elif ending < 0.2:
+            text += self.rng.choice(("/* open", "F(", "F(1,", "A\\", "// end\\", '"open', "#if 1",
+                                     "#define A \\", "??/", "F", "#", "#include"))
+        return text
+
+    def line(self, included):
+        kind = self.rng.random()
+        if kind < 0.28:
+            return self.directive("define") + self.definition()
+        if kind < 0.40:
+            return self.conditional()
+        if kind < 0.46 and self.headers and not included:
+            name = self.rng.choice(self.headers)
+            form = self.rng.choice((f'"{name}"', f"<{name}>", f'"{name}" x', f'"{name}" /* c */',
+                                    f'"{name.upper()}"', "A"))
+            return self.directive("include") + form + "\n"
+        if kind < 0.56:
+            return self.other_directive()
+        if kind < 0.60:
+            return "\n" * self.rng.randint(1, 8)
+        if kind < 0.615:
+            length = self.rng.choice((10237, 10238, 10239, 10240, 10241, 5000))
+            filling = self.rng.choice(("x", "xy ", "1", "A ")) * length
+            return (self.tokens(3) + " " + filling)[:length] + "\n"
+        return self.tokens(self.rng.randint(1, 14)) + self.rng.choice(("\n",) * 9 + ("\r\n",))
+
+    def directive(self, word):
+        blank = lambda: self.rng.choice((" ", "", "\t", " /* c */ ", "\\\n"))
+        mark = self.rng.choice(("#",) * 12 + ("??=", " #", "/* c */#"))
+        if self.rng.random() < 0.8:
+            return f"{mark}{word} "
+        after = self.rng.choice((" ", "\t", "/**/", "\\\n"))
+        return f"{mark}{blank()}{word}{after}"
+
+    def definition(self):
+        rng = self.rng
+        if rng.random() < 0.5:
+            head, parameters = rng.choice(_OBJECTS), []
+        else:
+            name, count = rng.choice(list(_FUNCTIONS.items()))
+            parameters = ["p", "q", "r"][:count]
+            head = f"{name}({rng.choice((', ', ',', ' , ')).join(parameters)})"
+        body = []
+        references = 0
+        for _ in range(rng.randint(0, 7)):
+            pick = rng.random()
+            if parameters and pick < 0.35:
+                body.append(rng.choice(("", "", "#", "# ")) + rng.choice(parameters))
+            elif pick < 0.5 and references < 2:
+                references += 1
+                body.append(rng.choice(_OBJECTS + tuple(_FUNCTIONS)))
+            elif pick < 0.6:
+                body.append("##")
+            elif pick < 0.65 and references < 2:
+                references += 1
+                body.append(self.call(1))
+            else:
+                body.append(self.token(macros=False))
+        return head + rng.choice((" ", " ", "", "\t")) + self.glue(body) + "\n"
+
+    def conditional(self):
+        rng = self.rng
+        word = rng.choice(("if", "if", "ifdef", "ifndef", "elif", "else") + ("endif",) * 3)
+        if word in ("ifdef", "ifndef"):
+            return self.directive(word) + rng.choice(_OBJECTS + tuple(_FUNCTIONS)) + "\n"
+        if word in ("else", "endif"):
+            return self.directive(word) + rng.choice(("", "", "", "/* c */", "x", "// c")) + "\n"
+        operand = lambda: rng.choice(("1", "0", "A", "B", "defined A", "defined(F)", "F(1)", "'a'",
+                                      "0x80000000", "-1", "x", "sizeof(int)", "(1)", "/* c */ 2"))
+        expression = operand()
+        for _ in range(rng.randint(0, 4)):
+            expression += rng.choice((" + ", "-", " && ", "||", " == ", "<", ">>", "*", "/", "%",
+                                      " ? 1 : ", ",", " \\\n| ")) + operand()
+        return self.directive(word) + expression + "\n"
+
+    def other_directive(self):
+        rng = self.rng
+        word = rng.choice(("undef", "line", "pragma", "asm", "endasm", "ident", "error", "warning",
+                           "info", "advisory", "assert", "unknown", "", "7", "undefine"))
+        rest = {"undef": rng.choice(_OBJECTS + tuple(_FUNCTIONS)), "undefine": "A",
+                "line": f"{rng.randint(0, 500)} " + rng.choice(("", '"n.c"', "bare", '"open')),
+                "assert": rng.choice(("1", "0", "A")), "asm": rng.choice(("", "x")),
+                "7": rng.choice(("", ' "n.c"'))}.get(word)
+        if rest is None:
+            rest = self.tokens(rng.randint(0, 4))
+        return self.directive(word) + rest + "\n"
+
+    def tokens(self, count):
+        return self.glue([self.token() for _ in range(count)])
+
+    def glue(self, parts):
+        text = ""
+        for part in parts:
+            text += part
+            pick = self.rng.random()
+            if pick < 0.70:
+                text += self.rng.choice(_BLANKS) if pick < 0.25 else " "
+            elif pick < 0.78:
+                text += self.rng.choice(_COMMENTS)
+            elif pick < 0.83:
+                text += self.rng.choice(_JOINS)
+        return text
+
+    def token(self, macros=True):
+        rng = self.rng
+        pick = rng.random()
+        if macros and pick < 0.25:
+            return rng.choice(_OBJECTS + tuple(_FUNCTIONS) + ("__LINE__", "__FILE__", "__STDC__"))
+        if macros and pick < 0.40:
+            return self.call(rng.randint(1, 3))
+        if pick < 0.55:
+            return rng.choice(_PLAIN)
+        if pick < 0.68:
+            return rng.choice(_NUMBERS)
+        if pick < 0.85:
+            return rng.choice(_PUNCTUATION)
+        if pick < 0.92:
+            return rng.choice(_LITERALS)
+        if pick < 0.96:
+            return rng.choice(_TRIGRAPHS)
+        return rng.choice(_ODD)
+
+    def call(self, depth):
+        rng = self.rng
+        name, count = rng.choice(list(_FUNCTIONS.items()))
+        count = max(0, count + rng.choice((0, 0, 0, 0, 1, -1)))
+        arguments = []
+        for _ in range(count):
+            if depth > 1 and rng.random() < 0.5:
+                arguments.append(self.call(depth - 1))
+            else:
+                arguments.append(rng.choice((
+                    "", "1", "A", "x y", "(a, b)", '"s"', "a\nb", "/* c */ z", "#", "\\x", "'c'",
+                    "B\n\nC", "\n#undef A\n", "p, q")))
+        between = rng.choice(("", "", "", " ", "\n", "/* c */", "\n\n", "\\\n"))
+        return f"{name}{between}({','.join(arguments)})"
+
+
+def write_program(files, directory):
+    shutil.rmtree(directory, ignore_errors=True)
+    directory.mkdir(parents=True)
+    for name, text in files.items():
+        (directory / name).write_bytes(text.encode("latin-1"))
+
+
+def run(program, arguments, directory):
+    try:
+        done = subprocess.run([program] + arguments, cwd=directory, capture_output=True,
+                              stdin=subprocess.DEVNULL, timeout=TIMEOUT)
+    except subprocess.TimeoutExpired:
+        return None
+    return done.returncode, done.stdout, done.stderr
+
+
+def differ(programs, arguments, directory):
+    """True or False; None when neither of the two ends in time (nothing can be compared then)."""
+    results = [run(program, arguments, directory) for program in programs]
+    return None if results == [None, None] else results[0] != results[1]
+
+
+def shrink(files, programs, mode, directory):
+    """Takes lines out as long as the two programs still differ; returns what is left."""
+    def still(candidate):
+        write_program(candidate, directory)
+        return differ(programs, MODES[mode] + ["-I./", "main.c"], directory)
+
+    for name in sorted(files, key=lambda n: n != "main.c"):
+        lines = files[name].splitlines(keepends=True)
+        size = max(1, len(lines) // 2)
+        while size:
+            at = 0
+            while at < len(lines):
+                shorter = lines[:at] + lines[at + size:]
+                if still({**files, name: "".join(shorter)}):
+                    lines = shorter
+                else:
+                    at += size
+            size //= 2
+        files = {**files, name: "".join(lines)}
+    return files
+
+
+def check_random(seed, number, programs):
+    """Returns (passed, skipped, report) for one random program in every mode."""
+    directory = SCRATCH / f"work-{os.getpid()}"
+    files = Writer(random.Random(f"{seed} {number}")).program()
+    passed = skipped = 0
+    for mode, options in MODES.items():
+        write_program(files, directory)
+        outcome = differ(programs, options + ["-I./", "main.c"], directory)
+        if outcome is None:
+            skipped += 1
+        elif not outcome:
+            passed += 1
+        else:
+            small = shrink(files, programs, mode, directory)
+            write_program(small, directory)
+            arguments = options + ["-I./", "main.c"]
+            report = f"program {number}, mode {mode} ({' '.join(arguments)}):\n"
+            for name, text in small.items():
+                if text:
+                    report += f"--- {name}\n{text!r}\n{text}\n"
+            for label, program in zip(("with lanes", "without"), programs):
+                report += f"--- {label}: {run(program, arguments, directory)}\n"
+            return passed, skipped, report
+    return passed, skipped, ""
+
+
+def check_real(unit, programs):
+    """The same comparison on one unit of the real input, in two of the modes."""
+    source = units.write_input(unit, SCRATCH / "units", ["cpp", "-undef", "-nostdinc", "-w"])
+    for mode in ("plain", "comments"):
+        if differ(programs, MODES[mode] + unit.flags() + [str(source)], SCRATCH):
+            return 0, 0, f"{unit.name}, mode {mode}: {source}\n"
+    return 2, 0, ""
+
+
+def main():
+    parser = argparse.ArgumentParser()
+    parser.add_argument("--program", default=str(ROOT / "build/release/bin/cpp"))
+    parser.add_argument("--plain", default=str(ROOT / "build/lanes-off/bin/cpp"))
+    parser.add_argument("--seed", type=int, default=1)
+    parser.add_argument("--count", type=int, default=2000)
+    parser.add_argument("--real", action="store_true", help="the real input too")
+    parser.add_argument("--jobs", type=int, default=os.cpu_count())
+    options = parser.parse_args()
+    programs = [os.path.abspath(options.program), os.path.abspath(options.plain)]
+    for program in programs:
+        if not os.access(program, os.X_OK):
+            sys.exit(f"{program} is missing")
+    SCRATCH.mkdir(parents=True, exist_ok=True)
+    started = time.monotonic()
+    passed = failed = skipped = 0
+    with concurrent.futures.ProcessPoolExecutor(options.jobs) as pool:
+        futures = [pool.submit(check_random, options.seed, number, programs)
+                   for number in range(options.count)]
+        if options.real:
+            found = ROOT / "build/real-input/packages"
+            packages.fetch(found)
+            futures += [pool.submit(check_real, unit, programs) for unit in units.all_units(found)]
+        for future in futures:
+            good, left, report = future.result()
+            passed, skipped, failed = passed + good, skipped + left, failed + bool(report)
+            if report and failed <= 10:
+                print(report)
+    print(f"seed {options.seed}, {time.monotonic() - started:.0f} s")
+    print(f"{passed} passed, {failed} failed, {skipped} skipped")
+    return 1 if failed else 0
+
+
+if __name__ == "__main__":
+    sys.exit(main())

@@ -1,0 +1,171 @@
+// Reading and splitting of argument lines.
+//
+// Choices where the format leaves room: an empty word is never an argument, so runs of separators
+// and blank lines do no harm; a carriage return before a newline belongs to the newline, so command
+// files of either kind of host work; a zero byte, which no argument can hold, separates words.
+
+#include "common/getargs.h"
+
+#include <array>
+#include <cstdlib>
+#include <cstring>
+#include <string>
+#include <string_view>
+
+#include "common/alert.h"
+#include "common/alloc.h"
+#include "common/host.h"
+
+namespace kv {
+
+constinit char** arg_vec = nullptr;
+constinit unsigned arg_count = 0;
+
+namespace {
+
+constexpr int standard_input = 0;
+constexpr int standard_output = 1;
+constexpr unsigned message_too_long = 917;
+constexpr unsigned capacity_step = 1024;
+
+// The room of arg_vec in entries; arg_count stays below it, as the terminating null needs a slot.
+constinit unsigned arg_capacity = 0;
+
+char** new_vector(unsigned entries) {
+  return static_cast<char**>(checked_alloc(entries * sizeof(char*)));
+}
+
+void make_room() {
+  if (arg_vec != nullptr && arg_count < arg_capacity - 1) return;
+  char** const larger = new_vector(arg_capacity + capacity_step);
+  if (arg_vec != nullptr) {
+    std::memcpy(larger, arg_vec, arg_count * sizeof(char*));
+    std::free(arg_vec);
+  }
+  arg_vec = larger;
+  arg_capacity += capacity_step;
+}
+
+// Hands out the lines of standard input with their newlines, however long.
+class line_source {
+ public:
+  // Stores the next line, the last one perhaps without newline; false at the end of the input.
+  bool next(std::string& line) {
+    line.clear();
+    while (at_ != end_ || fill()) {
+      const std::string_view rest(block_.data() + at_, end_ - at_);
+      const std::size_t newline = rest.find('\n');
+      const std::size_t taken = newline == std::string_view::npos ? rest.size() : newline + 1;
+      line += rest.substr(0, taken);
+      at_ += taken;
+      if (newline != std::string_view::npos) return true;
+    }
+    return !line.empty();
+  }
+
+ private:
+  // After the end of a terminal's input further reads would wait for more.
+  bool fill() {
+    if (at_end_) return false;
+    const long got = host::read_block(standard_input, block_.data(), block_.size());
+    at_end_ = got <= 0;
+    at_ = 0;
+    end_ = at_end_ ? 0 : static_cast<std::size_t>(got);
+    return !at_end_;
+  }
+
+  // The bytes at_ to end_ of the block are still to be handed out.
+  std::array<char, 4096> block_;
+  std::size_t at_ = 0;
+  std::size_t end_ = 0;
+  bool at_end_ = false;
+};
+
+// The word under construction and the two pieces of state that outlive it.
+class word_splitter {
+ public:
+  // Appends the words of a line to the vector. False when one was too long.
+  bool split(std::string_view line) {
+    if (line.ends_with("\r\n")) line.remove_suffix(2);
+    for (const char c : line) {
+      if (!take(c)) return false;
+    }
+    end_word();
+    return true;
+  }
+
+ private:
+  bool take(char c) {
+    if (c == '\t' || c == '\n' || c == '\0') {
+      end_word();
+      return true;
+    }
+    if (c == '\\' && !escaped_) {
+      escaped_ = true;
+      return true;
+    }
+    const bool escaped = escaped_;
+    escaped_ = false;
+    if (!escaped && is_quote(c) && (quote_ == '\0' || quote_ == c)) {
+      quote_ = quote_ == '\0' ? c : '\0';
+      return true;
+    }
+    if (!escaped && c == ' ' && quote_ == '\0') {
+      end_word();
+      return true;
+    }
+    const bool protectable = is_quote(c) || c == ' ' || c == '\\';
+    if (escaped && !protectable && !store('\\')) return false;
+    return store(c);
+  }
+
+  static bool is_quote(char c) { return c == '\'' || c == '"'; }
+
+  bool store(char c) {
+    if (length_ == word_.size() - 1) {
+      alert_msg(message_too_long);
+      end_word();
+      return false;
+    }
+    word_[length_++] = c;
+    return true;
+  }
+
+  void end_word() {
+    if (length_ == 0) return;
+    word_[length_] = '\0';
+    add_arg(word_.data());
+    length_ = 0;
+  }
+
+  std::array<char, 2048> word_;
+  std::size_t length_ = 0;
+  char quote_ = '\0';
+  bool escaped_ = false;
+};
+
+}  // namespace
+
+void add_arg(const char* text) {
+  make_room();
+  const std::size_t size = std::strlen(text) + 1;
+  arg_vec[arg_count] = static_cast<char*>(checked_alloc(size));
+  std::memcpy(arg_vec[arg_count], text, size);
+  arg_vec[++arg_count] = nullptr;
+}
+
+char** getargs(const char* progname) {
+  arg_count = 0;
+  add_arg(progname);
+  const std::string prompt =
+      host::is_terminal(standard_input) ? std::string(progname) + "> " : std::string();
+  line_source lines;
+  word_splitter words;
+  std::string line;
+  do {
+    host::write_all(standard_output, prompt.data(), prompt.size());
+  } while (lines.next(line) && words.split(line));
+  return arg_vec;
+}
+
+}  // namespace kv

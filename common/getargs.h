@@ -1,0 +1,30 @@
+// Arguments that do not come from the command line: typed at a prompt, or read from a command file
+// that the caller has put in the place of standard input.
+//
+// A line is cut into words at blanks, tabs and newlines. Quotes of either kind group and vanish; a
+// backslash protects a quote, a blank or another backslash and stands for itself before anything
+// else. What would surprise a reader: a tab ends a word even inside quotes, and neither an open
+// quote nor a backslash at the end of a line ends with it; both carry over to the next word.
+#ifndef COMMON_GETARGS_H_
+#define COMMON_GETARGS_H_
+
+namespace kv {
+
+/// The arguments: owned strings, then a null entry. Null until the first add_arg.
+extern char** arg_vec;
+
+/// The number of arguments in arg_vec.
+extern unsigned arg_count;
+
+/// Appends a copy of `text` to the vector. Raises 296 (fatal) without memory.
+void add_arg(const char* text);
+
+/// Starts a new vector with `progname` as entry 0, reads standard input to its end and appends the
+/// words found; on a terminal it asks for each line with `progname` and "> ". Returns arg_vec,
+/// which the caller keeps for the run. Raises 917 for a word of more than 2047 characters, which is
+/// cut there and ends the reading; an input that fails ends like one that is exhausted.
+char** getargs(const char* progname);
+
+}  // namespace kv
+
+#endif  // COMMON_GETARGS_H_

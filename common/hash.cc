@@ -1,0 +1,293 @@
+// Chains are singly linked and new entries go to their ends, so a visit meets the entries of a
+// bucket in order of insertion. Every operation that looks for a key walks links rather than nodes,
+// which makes appending and unlinking one assignment.
+
+#include "common/hash.h"
+
+#include <algorithm>
+#include <cstdlib>
+#include <cstring>
+#include <vector>
+
+#include "common/alloc.h"
+#include "common/kvdebug.h"
+
+namespace kv {
+
+struct hash_node {
+  word value;
+  word key;
+  hash_node* next;
+};
+
+struct hash_stats {
+  const hash_table* table;
+  std::uint32_t flags;
+  const char* file;
+  unsigned line;
+  std::uint32_t capacity;
+  std::uint32_t max_usage;  // highest entry count
+  std::uint32_t max_util;   // highest number of occupied buckets
+  std::uint32_t util;       // buckets occupied now
+  std::uint32_t clashes;    // chain nodes passed over by insertions
+};
+
+namespace {
+
+enum stats_flag : std::uint32_t {
+  stats_alive = 1,
+  stats_default_compare = 2,
+  stats_default_hash = 4,
+};
+
+hash_node* free_nodes = nullptr;  // nodes at rest, for all tables
+vector* master_list = nullptr;    // of hash_stats, in creation order; made at first use
+bool debug_on = false;            // implies that master_list exists
+
+std::uint32_t default_hash(word key) {
+  return static_cast<std::uint32_t>(key);
+}
+
+int default_compare(word a, word b) {
+  return a == b ? 0 : 1;
+}
+
+bool is_alive(const hash_table* h) {
+  return h != nullptr && h->size != 0 && (!h->stats || (h->stats->flags & stats_alive) != 0);
+}
+
+void check_alive(const hash_table* h, const char* file, unsigned line) {
+  if (db_asserts_on() && !is_alive(h)) db_assert("is_alive(h)", file, line);
+}
+
+void register_stats(hash_table* h, const char* file, unsigned line) {
+  if (!debug_on) return;
+  auto* const stats = static_cast<hash_stats*>(checked_alloc(sizeof(hash_stats)));
+  stats->table = h;
+  stats->flags = stats_alive | (h->compare == default_compare ? stats_default_compare : 0u) |
+                 (h->hash == default_hash ? stats_default_hash : 0u);
+  stats->file = file;
+  stats->line = line;
+  stats->capacity = h->size;
+  vec_push(master_list, to_word(stats));
+  h->stats = stats;
+}
+
+hash_node* new_node(word key, word value) {
+  hash_node* node = free_nodes;
+  if (node != nullptr) {
+    free_nodes = node->next;
+  } else {
+    node = static_cast<hash_node*>(checked_alloc(sizeof(hash_node)));
+  }
+  *node = {value, key, nullptr};
+  return node;
+}
+
+// Unlinks the node that `link` points to and puts it on the free list.
+void drop_node(hash_node** link) {
+  hash_node* const node = *link;
+  *link = node->next;
+  node->next = free_nodes;
+  free_nodes = node;
+}
+
+hash_node** bucket_of(const hash_table* h, word key) {
+  return &h->buckets[h->hash(key) % h->size];
+}
+
+// The link to the first node of the chain at `link` whose key is equal, else the chain's last link.
+// Counts the nodes passed over.
+hash_node** find_link(const hash_table* h, hash_node** link, word key, std::uint32_t& passed) {
+  for (passed = 0; *link && h->compare(key, (*link)->key) != 0; ++passed) link = &(*link)->next;
+  return link;
+}
+
+const hash_node* find_node(const hash_table* h, word key) {
+  std::uint32_t passed;
+  return *find_link(h, bucket_of(h, key), key, passed);
+}
+
+void count_insertion(const hash_table* h, word key, word value, std::uint32_t passed) {
+  hash_stats& stats = *h->stats;
+  if (passed != 0) {
+    stats.clashes += passed;
+    db_printf("HASH @ %s:%d (%u/%u) clashed %d times inserting (%p,%p)", stats.file, stats.line,
+              h->count, h->size, passed, key, value);
+  } else {
+    ++stats.util;
+    stats.max_util = std::max(stats.max_util, stats.util);
+  }
+  stats.max_usage = std::max(stats.max_usage, h->count);
+}
+
+int push_key(void* list, word key, word) {
+  vec_push(static_cast<vector*>(list), key);
+  return 0;
+}
+
+int push_value(void* list, word, word value) {
+  vec_push(static_cast<vector*>(list), value);
+  return 0;
+}
+
+unsigned char lower(unsigned char c) {
+  return c >= 'A' && c <= 'Z' ? static_cast<unsigned char>(c - 'A' + 'a') : c;
+}
+
+std::uint32_t hash_step(std::uint32_t h, unsigned char c) {
+  return h * 33 + static_cast<std::uint32_t>(static_cast<signed char>(c));
+}
+
+}  // namespace
+
+hash_table* hash_create(std::uint32_t size, hash_fn hash, hash_compare compare, const char* file,
+                        unsigned line) {
+  if (db_asserts_on() && !(size != 0)) db_assert("size != 0", __FILE__, __LINE__);
+  auto* const h = static_cast<hash_table*>(checked_alloc(sizeof(hash_table)));
+  h->size = std::max<std::uint32_t>(size, 1);  // a key's bucket is found modulo size
+  h->hash = hash ? hash : default_hash;
+  h->compare = compare ? compare : default_compare;
+  h->buckets = static_cast<hash_node**>(checked_alloc(std::size_t{h->size} * sizeof(void*)));
+  register_stats(h, file, line);
+  return h;
+}
+
+int hash_insert(hash_table* table, word key, word value, const char* file, unsigned line) {
+  check_alive(table, file, line);
+  std::uint32_t passed;
+  hash_node** const link = find_link(table, bucket_of(table, key), key, passed);
+  if (*link) return 0;
+  *link = new_node(key, value);
+  ++table->count;
+  if (table->stats) count_insertion(table, key, value, passed);
+  return 1;
+}
+
+word hash_find(const hash_table* table, word key) {
+  check_alive(table, __FILE__, __LINE__);
+  const hash_node* const node = find_node(table, key);
+  return node ? node->value : 0;
+}
+
+int hash_contains(const hash_table* table, word key) {
+  check_alive(table, __FILE__, __LINE__);
+  return find_node(table, key) ? 1 : 0;
+}
+
+word hash_remove(hash_table* table, word key) {
+  check_alive(table, __FILE__, __LINE__);
+  hash_node** const bucket = bucket_of(table, key);
+  std::uint32_t passed;
+  hash_node** const link = find_link(table, bucket, key, passed);
+  if (!*link) return 0;
+  const word value = (*link)->value;
+  drop_node(link);
+  --table->count;
+  if (table->stats && !*bucket) --table->stats->util;
+  return value;
+}
+
+int hash_visit(const hash_table* table, void* context, hash_visitor fn) {
+  check_alive(table, __FILE__, __LINE__);
+  for (std::uint32_t i = 0; i < table->size; ++i) {
+    for (const hash_node *node = table->buckets[i], *next; node; node = next) {
+      next = node->next;  // fn may remove this entry
+      if (const int result = fn(context, node->key, node->value)) return result;
+    }
+  }
+  return 0;
+}
+
+void hash_clear(hash_table* table) {
+  check_alive(table, __FILE__, __LINE__);
+  for (std::uint32_t i = 0; i < table->size; ++i) {
+    while (table->buckets[i]) drop_node(&table->buckets[i]);
+  }
+  table->count = 0;
+  if (table->stats) table->stats->util = 0;
+}
+
+void hash_destroy(hash_table* table) {
+  if (table == nullptr) return;
+  hash_clear(table);
+  if (table->stats) table->stats->flags &= ~std::uint32_t{stats_alive};
+  std::free(table->buckets);
+  std::free(table);
+}
+
+vector* hash_keys(const hash_table* table) {
+  vector* const keys = vec_create(__FILE__, __LINE__);
+  hash_visit(table, keys, push_key);
+  return keys;
+}
+
+vector* hash_values(const hash_table* table) {
+  vector* const values = vec_create(__FILE__, __LINE__);
+  hash_visit(table, values, push_value);
+  return values;
+}
+
+void hash_set_debug(bool on) {
+  if (on && master_list == nullptr) master_list = vec_create(__FILE__, __LINE__);
+  debug_on = on;
+}
+
+void hash_report() {
+  if (!db_is_open()) return;
+  db_puts("# Hash Table Master List:");
+  db_puts(
+      "# ptr    file:line    max_util/capacity    max_usage/capacity    clashes    voidcmp    "
+      "voidhash    alive");
+  if (vec_count(master_list) == 0) return db_puts("# No hash tables were used");
+  std::vector<const hash_stats*> sorted;
+  for (std::uint32_t i = 0; i < vec_count(master_list); ++i) {
+    sorted.push_back(vec_get_ptr<const hash_stats>(master_list, i));
+  }
+  std::stable_sort(sorted.begin(), sorted.end(), [](const hash_stats* a, const hash_stats* b) {
+    return a->clashes > b->clashes;
+  });
+  const auto mark = [](const hash_stats* s, stats_flag f) { return (s->flags & f) ? 'Y' : 'n'; };
+  for (const hash_stats* s : sorted) {
+    db_printf("# %p    %s:%d    %u/%u    %u/%u    %u    %c    %c    %c",
+              static_cast<const void*>(s->table), s->file, s->line, s->max_util, s->capacity,
+              s->max_usage, s->capacity, s->clashes, mark(s, stats_default_compare),
+              mark(s, stats_default_hash), mark(s, stats_alive));
+  }
+}
+
+std::uint32_t str_hash(const char* s) {
+  std::uint32_t h = 5381;
+  for (; *s; ++s) h = hash_step(h, static_cast<unsigned char>(*s));
+  return h;
+}
+
+std::uint32_t str_hash(word key) {
+  return str_hash(from_word<const char>(key));
+}
+
+std::uint32_t str_hash_nocase(const char* s) {
+  std::uint32_t h = 5381;
+  for (; *s; ++s) h = hash_step(h, lower(static_cast<unsigned char>(*s)));
+  return h;
+}
+
+std::uint32_t str_hash_nocase(word key) {
+  return str_hash_nocase(from_word<const char>(key));
+}
+
+int str_compare(word a, word b) {
+  return std::strcmp(from_word<const char>(a), from_word<const char>(b));
+}
+
+int str_compare_nocase(word a, word b) {
+  const auto* s = from_word<const unsigned char>(a);
+  const auto* t = from_word<const unsigned char>(b);
+  while (*s && lower(*s) == lower(*t)) {
+    ++s;
+    ++t;
+  }
+  return lower(*s) - lower(*t);
+}
+
+}  // namespace kv

@@ -1,0 +1,364 @@
+// Everything starts with db_options: its table says which items there are, which flag bits each
+// sets and who handles its argument. The trace operations build a whole line in memory and write it
+// with one call, so nothing has to be flushed.
+//
+// What may surprise: an item is recognised by its beginning ("alerts2" is "alerts"); the reports
+// written at exit come after the trace file was packed; the trace file is never closed, because
+// whatever runs last may still want to write to it.
+
+#include "common/kvdebug.h"
+
+#include <algorithm>
+#include <climits>
+#include <cstdlib>
+#include <limits>
+#include <string>
+
+#include "common/alert.h"
+#include "common/hash.h"
+#include "common/host.h"
+#include "common/stringcache.h"
+#include "common/vector.h"
+#include "common/zip_archive.h"
+
+namespace kv {
+
+std::uint32_t gDebugFlags = 0;
+std::uint32_t gAssertLevel = 0;
+int gFile = -1;
+
+namespace {
+
+// The state of the module; strings are interned.
+const char* gFilePath = nullptr;    // path of the trace file, once one was named
+bool gDefaultOut = true;            // no "out" item was given
+std::uint32_t gOutNum = 1;          // number in the default trace file name
+const char* gZipFile = nullptr;     // the package zip
+hash_table* gDebugNames = nullptr;  // names of "debug" items, without regard to case
+bool gOptionsSeen = false;          // an option was processed; later ones do not count
+std::uint32_t gIndentLevel = 0;     // functions entered and not yet left
+std::uint32_t gIndentCols = 0;      // gIndentLevel * gIndentStep
+constexpr std::uint32_t gIndentStep = 4;
+constexpr int gTraceWidth = 20;  // columns of the location
+bool gAppHeaderDue = true;       // "APP" is not yet written
+
+constexpr std::string_view component_name = "preprocessor";
+
+// ---------------------------------------------------------------------------------------------
+// The option's items.
+
+const char* default_file_name() {
+  return str_printf("preprocessor-%u.out", gOutNum);
+}
+
+// Opens the trace file `path` in place of the one before. Raises 141 (fatal) on failure.
+void open_trace(const char* path, bool append) {
+  gFilePath = path;
+  const int fd = host::open_write(path, append);
+  if (fd < 0) return alert_msg(141, "debug-out", path);
+  if (gFile >= 0) host::close_file(gFile);
+  gFile = fd;
+}
+
+void handle_out(const char* arg) {
+  if (arg == nullptr || *arg == '\0') {
+    return db_warning("option \"out\", must have a filename argument");
+  }
+  gDefaultOut = false;
+  if (gFilePath)
+    db_warning("debug-out file was set to \"%s\", resetting to \"%s\"", gFilePath, arg);
+  const bool append = *arg == '+';
+  const char* path = str_intern(append ? arg + 1 : arg);
+  if (host::is_directory(path)) path = str_path_join(path, default_file_name());
+  open_trace(path, append);
+}
+
+void make_way_for_zip(const char* path) {
+  if (!host::exists(path)) return;
+  db_warning("Package zip \"%s\" already exists and will be over-written", path);
+  if (!host::remove_file(path)) {
+    db_warning("Unable to remove \"%s\", it will be updated if possible", path);
+  }
+}
+
+void handle_zip(const char* arg) {
+  if (gZipFile) {
+    return db_warning("Zip file already set to \"%s\", ignoring addtional zip options", gZipFile);
+  }
+  if (arg && *arg == '+') {
+    gZipFile = str_intern(arg + 1);
+    return;
+  }
+  gZipFile = str_intern(arg && *arg ? arg : "kva_package.zip");
+  make_way_for_zip(gZipFile);
+}
+
+void handle_assert(const char* arg) {
+  static constexpr std::string_view levels[] = {"ignore", "fatal", "error", "warning"};
+  if (arg == nullptr) return db_warning("option \"assert\", must have an argument");
+  const auto* const found = std::find(std::begin(levels), std::end(levels), arg);
+  if (found == std::end(levels)) {
+    return db_warning("unknown argument (%s) given to assert option", arg);
+  }
+  gAssertLevel = static_cast<std::uint32_t>(found - std::begin(levels));
+}
+
+void handle_debug(const char* arg) {
+  vector* const names = str_split(arg, ":");
+  if (vec_count(names) == 0) db_warning("option \"debug\", must have at least one argument");
+  for (std::uint32_t i = 0; i < vec_count(names); ++i) {
+    if (gDebugNames == nullptr) {
+      gDebugNames = hash_create(13, str_hash_nocase, str_compare_nocase, __FILE__, __LINE__);
+    }
+    hash_insert(gDebugNames, vec_get(names, i), vec_get(names, i), __FILE__, __LINE__);
+  }
+  vec_destroy(names);
+}
+
+void handle_num(const char* arg) {
+  if (arg == nullptr) return db_warning("option \"num\", must have an argument");
+  const long long value = std::strtoll(arg, nullptr, 10);
+  if (value < 1) {
+    return db_warning("\"num\" option must be a decimal integer > 0, using \"%u\"", gOutNum);
+  }
+  constexpr long long most = std::numeric_limits<std::uint32_t>::max();
+  gOutNum = static_cast<std::uint32_t>(std::min(value, most));
+}
+
+struct dbo {
+  const char* dbo_name;
+  std::uint32_t dbo_flags;
+  void (*dbo_handler)(const char* arg);  // gets what follows the item's ':', null without one
+};
+
+// Searched in this order, which decides where one name begins another item.
+constexpr dbo items[] = {
+    {"default", db_general, nullptr},
+    {"on", db_general, nullptr},
+    {"out", 0, handle_out},
+    {"sdb", 2, nullptr},
+    {"dwarf", 4, nullptr},
+    {"zip", 0, handle_zip},
+    {"alerts", db_alerts, nullptr},
+    {"assert", 0, handle_assert},
+    {"debug", 0, handle_debug},
+    {"adt", db_adt, nullptr},
+    {"num", 0, handle_num},
+};
+
+void apply_item(const char* item) {
+  const auto* const found =
+      std::find_if(std::begin(items), std::end(items),
+                   [item](const dbo& row) { return str_starts_with_nocase(item, row.dbo_name); });
+  if (found == std::end(items)) return db_warning("unknown option \"%s\"", item);
+  gDebugFlags |= found->dbo_flags;
+  if (found->dbo_handler == nullptr) return;
+  const std::string_view text = item;
+  const std::size_t colon = text.find(':');
+  found->dbo_handler(colon == std::string_view::npos ? nullptr : item + colon + 1);
+}
+
+// ---------------------------------------------------------------------------------------------
+// Trace lines.
+
+void write_trace(std::string_view text) {
+  host::write_all(gFile, text.data(), text.size());
+}
+
+std::string_view last_component(std::string_view path) {
+  return path.substr(path.find_last_of("\\/:") + 1);
+}
+
+std::string prefix(const char* file, unsigned line) {
+  const std::string location = format_string("%s:%d", last_component(file), line);
+  const int columns = static_cast<int>(std::min<std::uint32_t>(gIndentCols, INT_MAX));
+  return format_string("%-*s> %*s", gTraceWidth, location, columns, "");
+}
+
+// Writes each line of the text with its prefix; `format` makes the first one of its source.
+// Returns false when there is no line.
+template <class Format>
+bool write_located(const char* file, unsigned line, std::string_view text, Format format) {
+  const std::string lead = prefix(file, line);
+  std::string result;
+  for (std::size_t begin = text.find_first_not_of('\n'); begin != std::string_view::npos;) {
+    const std::size_t end = std::min(text.find('\n', begin), text.size());
+    const std::string_view source = text.substr(begin, end - begin);
+    if (result.empty()) {
+      result = lead + format(source);
+    } else {
+      result.append(lead).append(source);
+    }
+    result += '\n';
+    begin = text.find_first_not_of('\n', end);
+  }
+  write_trace(result);
+  return !result.empty();
+}
+
+void indent() {
+  constexpr std::uint32_t most = std::numeric_limits<std::uint32_t>::max();
+  if (gIndentLevel == most) {
+    db_warning("max debug-out indent level readched");
+  } else {
+    ++gIndentLevel;
+  }
+  gIndentCols = gIndentCols > most - gIndentStep ? most : gIndentCols + gIndentStep;
+}
+
+void outdent() {
+  if (gIndentLevel == 0) {
+    db_warning("min debug-out indent level reached");
+  } else {
+    --gIndentLevel;
+  }
+  gIndentCols -= std::min(gIndentCols, gIndentStep);
+}
+
+// ---------------------------------------------------------------------------------------------
+// The package zip.
+
+bool is_absolute(std::string_view path) {
+  const char drive = path.empty() ? '\0' : path[0];
+  const bool has_letter = (drive >= 'a' && drive <= 'z') || (drive >= 'A' && drive <= 'Z');
+  return path.starts_with("\\\\") || (has_letter && path.substr(1).starts_with(':'));
+}
+
+std::string archive_name(std::string_view path) {
+  std::string name(path);
+  if (is_absolute(path)) {
+    constexpr std::size_t root_length = 3;
+    name = format_string("SYSTEM_ROOT\\%s", path.substr(std::min(root_length, path.size())));
+  }
+  std::replace(name.begin(), name.end(), '\\', '/');
+  return name;
+}
+
+// Makes `zip` ready for adding `path`; false when there is nothing to be added to.
+bool begin_package(zip_archive& zip, const char* path) {
+  if (!host::exists(gZipFile)) {
+    if (zip.create(gZipFile)) return true;
+    db_warning("Unable to init package zip file (%s) to add \"%s\"", gZipFile, path);
+    return false;
+  }
+  if (!zip.open_reader(gZipFile)) {
+    db_warning("Unable to open package zip file (%s) for reading to append \"%s\"", gZipFile, path);
+    return false;
+  }
+  if (!zip.convert_to_writer()) {
+    db_warning("Unable to covert package zip file (%s) reader to a writer to append \"%s\"",
+               gZipFile, path);
+  }
+  return true;
+}
+
+}  // namespace
+
+void db_options(const char* text) {
+  if (gOptionsSeen) return db_warning("Ignoring extra --kvdebug options");
+  gOptionsSeen = true;
+  vector* const list = str_split(text, ",");
+  for (std::uint32_t i = 0; i < vec_count(list); ++i) apply_item(vec_get_ptr<const char>(list, i));
+  vec_destroy(list);
+  if (gDebugFlags != 0 && !db_is_open()) open_trace(default_file_name(), false);
+  if (db_tracing(db_adt)) {
+    hash_set_debug(true);
+    vec_set_debug(true);
+  }
+}
+
+void db_trace_args(int count, const char* const* argv) {
+  if (!db_is_open()) return;
+  std::string text;
+  if (gAppHeaderDue) text = format_string("\nAPP: %s\n", component_name);
+  gAppHeaderDue = false;
+  text += "ARGS:";
+  if (count <= 0) text += " None";
+  for (int i = 0; i < count; ++i) text.append(" ").append(argv[i]);
+  write_trace(text + "\n");
+}
+
+void db_vprintf(std::string_view text, std::span<const format_arg> args) {
+  if (db_is_open()) write_trace(format_string(text, args) + "\n");
+}
+
+void db_puts(std::string_view text) {
+  if (db_is_open()) write_trace(std::string(text) + "\n");
+}
+
+void db_vtracef(const char* file, unsigned line, const char* text,
+                std::span<const format_arg> args) {
+  if (!db_is_open()) return;
+  const auto format = [args](std::string_view source) { return format_string(source, args); };
+  if (!write_located(file, line, text ? text : "", format)) {
+    db_warning("tracef (at %s:%d) contains no lines", file, line);
+  }
+}
+
+void db_trace(const char* file, unsigned line, const char* text) {
+  if (!db_is_open()) return;
+  const auto copy = [](std::string_view source) { return std::string(source); };
+  if (!write_located(file, line, text ? text : "", copy)) {
+    db_warning("trace (at %s:%d) contains no lines", file, line);
+  }
+}
+
+void db_venter(const char* file, unsigned line, const char* func, const char* text,
+               std::span<const format_arg> args) {
+  if (!db_is_open()) return;
+  write_trace(prefix(file, line) +
+              format_string("ENTER %s(%s)\n", func, text ? format_string(text, args) : ""));
+  indent();
+}
+
+void db_vexit(const char* file, unsigned line, const char* func, const char* text,
+              std::span<const format_arg> args) {
+  if (!db_is_open()) return;
+  outdent();
+  write_trace(prefix(file, line) + format_string("EXIT %s()%s%s\n", func, text ? " -> " : "",
+                                                 text ? format_string(text, args) : ""));
+}
+
+void db_vwarning(std::string_view text, std::span<const format_arg> args) {
+  alert_printf("%s", "KVDEBUG (warning): " + format_string(text, args));
+}
+
+void db_alert(std::string_view text) {
+  if (db_is_open()) write_trace(format_string("ALERT> %s", text));
+}
+
+void db_assert(const char* expr, const char* file, unsigned line) {
+  // The report itself uses the containers whose checks end up here.
+  static bool reporting = false;
+  if (!db_asserts_on() || reporting) return;
+  reporting = true;
+  alert_msg_noline(1504 - gAssertLevel, expr, file, line);
+  reporting = false;
+}
+
+void db_close() {
+  if (gDefaultOut && gFilePath) db_zip_add(gFilePath, nullptr);
+  if (db_tracing(db_adt)) {
+    hash_report();
+    vec_report();
+  }
+}
+
+void db_zip_add(const char* path, const char* comment) {
+  if (gZipFile == nullptr || !host::exists(path)) return;
+  zip_archive zip;
+  if (!begin_package(zip, path)) return;
+  const std::string name = archive_name(path);
+  if (!zip.add_file(name.c_str(), path, comment)) {
+    db_warning("Unable to add archive \"%s\" (from \"%s\") to package zip (%s)", name, path,
+               gZipFile);
+  }
+  if (!zip.finalize()) {
+    db_warning("Unable to finalize package zip (%s) after adding \"%s\"", gZipFile, path);
+  }
+  if (!zip.close()) {
+    db_warning("Unable to end package zip (%s) after adding \"%s\"", gZipFile, path);
+  }
+}
+
+}  // namespace kv

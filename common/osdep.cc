@@ -1,0 +1,322 @@
+// Host services on top of the host layer.
+//
+// Temporary files live in one private directory per run, so that their names need no more than a
+// counter and nothing but the directory has to be remembered for the clean-up.
+
+#include "common/osdep.h"
+
+#include <algorithm>
+#include <array>
+#include <cctype>
+#include <cstdlib>
+#include <cstring>
+#include <string_view>
+#include <vector>
+
+#include "common/alloc.h"
+#include "common/host.h"
+#include "common/version.h"
+
+namespace kv {
+namespace {
+
+// ---- Separators ----
+
+constexpr std::string_view separators = "\\/:";
+
+bool is_slash(char c) {
+  return c == '\\' || c == '/';
+}
+
+// The place of the last separator, of the first kind in the list that occurs at all.
+std::size_t last_separator(std::string_view path) {
+  for (const char kind : separators) {
+    const std::size_t at = path.rfind(kind);
+    if (at != std::string_view::npos) return at;
+  }
+  return std::string_view::npos;
+}
+
+bool is_bare_drive(std::string_view path) {
+  return path.size() == 2 && path[1] == ':' && std::isalpha(static_cast<unsigned char>(path[0]));
+}
+
+// ---- Temporary files ----
+
+// Invariants: temp_base is set and cleanup_registered holds whenever temp_root is set, and
+// remove_dirs then lists it until the exit handler has run.
+struct temp_state {
+  std::optional<std::string> temp_root;
+  std::string temp_base;
+  unsigned temp_counter = 0;
+  std::vector<std::string> remove_dirs;
+  bool cleanup_registered = false;
+};
+
+// Never destroyed: the exit handler may run after static objects are gone.
+temp_state& temps() {
+  static auto* const state = new temp_state;
+  return *state;
+}
+
+void remove_registered_dirs() {
+  for (const std::string& dir : temps().remove_dirs) {
+    if (file_exists(dir.c_str())) remove_tree(dir.c_str());
+  }
+  temps().remove_dirs.clear();
+}
+
+std::string temp_parent() {
+  std::string root = ".";
+  for (const char* variable : {"TEMP", "TMP"}) {
+    const char* value = std::getenv(variable);
+    if (value == nullptr || *value == '\0') continue;
+    root = value;
+    break;
+  }
+  if (root.back() != '\\' && root.back() != ':') root += '\\';
+  return root;
+}
+
+// Makes one directory and its missing parents; only the last one is private if asked for.
+int make_directories(std::string path, bool owner_only) {
+  while (path.size() > 1 && is_slash(path.back())) path.pop_back();
+  const std::optional<std::string> parent = path_dir(path.c_str());
+  if (parent && !parent->empty() && !is_bare_drive(*parent)) {
+    if (!file_exists(parent->c_str()) && make_directories(*parent, false) != 0) return -1;
+    if (!is_directory(parent->c_str())) return -1;
+  }
+  return host::make_directory(path.c_str(), owner_only) ? 0 : -1;
+}
+
+bool make_temp_root() {
+  const std::string parent = temp_parent();
+  for (char letter = 'A'; letter <= 'Z'; ++letter) {
+    const std::string candidate = parent + "kv" + letter + host::fresh_name();
+    if (file_exists(candidate.c_str()) || make_directories(candidate, true) != 0) continue;
+
+    temp_state& state = temps();
+    state.temp_root = candidate;
+    state.remove_dirs.push_back(candidate);
+    if (!state.cleanup_registered) {
+      state.cleanup_registered = std::atexit(remove_registered_dirs) == 0;
+    }
+    state.temp_base = component_name;
+    std::replace(state.temp_base.begin(), state.temp_base.end(), ' ', '_');
+    return true;
+  }
+  return false;
+}
+
+// ---- Normalising ----
+
+// Writes a separator; one that follows another takes its place.
+void put_separator(std::string& out, char separator) {
+  if (!out.empty() && is_slash(out.back())) out.pop_back();
+  out += separator;
+}
+
+// Removes the last component of a text that ends in a separator, and the separator before it.
+void drop_component(std::string& out) {
+  const std::size_t end = out.size() - 1;
+  if (end == 0) return;
+  const std::size_t before = std::string_view(out).find_last_of("\\/", end - 1);
+  if (before != std::string_view::npos) out.erase(before, end - before);
+}
+
+}  // namespace
+
+// ---- Temporary files ----
+
+std::optional<std::string> temp_file_name() {
+  temp_state& state = temps();
+  if (!state.temp_root && !make_temp_root()) return std::nullopt;
+  const std::string name = state.temp_base + "_tmp_" + std::to_string(state.temp_counter++);
+  return path_join(state.temp_root->c_str(), name.c_str());
+}
+
+// ---- Paths ----
+
+std::string program_path() {
+  return host::program_path();
+}
+
+std::string current_dir() {
+  return host::current_directory();
+}
+
+std::optional<std::string> path_join(const char* dir, const char* name) {
+  if (dir == nullptr || *dir == '\0') return std::nullopt;
+  std::string joined = dir;
+  if (joined.back() != '\\') joined += '\\';
+  if (name != nullptr) joined += *name == '\\' ? name + 1 : name;
+  return joined;
+}
+
+std::string normalize_path(const char* path) {
+  std::string out;
+  std::string_view rest = path != nullptr ? path : "";
+  while (!rest.empty()) {
+    const std::size_t length = std::min(rest.find_first_of("\\/"), rest.size());
+    const std::string_view component = rest.substr(0, length);
+    const bool last = length == rest.size();
+    const bool after_separator = !out.empty() && is_slash(out.back());
+    rest.remove_prefix(length);
+
+    if (after_separator && component == ".") {
+      if (last) out.pop_back();
+      if (!last) rest.remove_prefix(1);
+      continue;
+    }
+    if (after_separator && component == "..") {
+      drop_component(out);
+    } else {
+      out += component;
+    }
+    if (last) break;
+    put_separator(out, rest.front());
+    rest.remove_prefix(1);
+  }
+  const std::size_t size = out.size();
+  if (size >= 3 && is_slash(out.back()) && out[size - 2] != ':') out.pop_back();
+  return out;
+}
+
+std::string absolute_path(const char* path) {
+  if (path == nullptr) return normalize_path(current_dir().c_str());
+  if (is_abs_path(path) || host::is_rooted(path)) return normalize_path(path);
+  return normalize_path(path_join(current_dir().c_str(), path).value_or(path).c_str());
+}
+
+bool is_abs_path(const char* path) {
+  const std::string_view text = path != nullptr ? path : "";
+  return text.starts_with("\\\\") || (text.size() >= 2 && text[1] == ':');
+}
+
+const char* path_tail(const char* path) {
+  if (path == nullptr) return nullptr;
+  const std::size_t at = last_separator(path);
+  return at == std::string_view::npos ? path : path + at + 1;
+}
+
+std::string path_tail_copy(const char* path) {
+  return path != nullptr ? path_tail(path) : "";
+}
+
+std::string path_stem_dot(const char* path) {
+  std::string tail = path_tail_copy(path);
+  const std::size_t dot = tail.rfind('.');
+  if (dot != std::string::npos) tail.resize(dot + 1);
+  return tail;
+}
+
+std::optional<std::string> path_dir(const char* path) {
+  const std::string_view text = path != nullptr ? path : "";
+  const std::size_t at = last_separator(text);
+  if (at == std::string_view::npos) return std::nullopt;
+  return std::string(text.substr(0, at));
+}
+
+// ---- Files ----
+
+bool file_exists(const char* path) {
+  return path != nullptr && host::exists(path);
+}
+
+bool is_directory(const char* path) {
+  return path != nullptr && host::is_directory(path);
+}
+
+int make_dirs(const char* path) {
+  return path != nullptr ? make_directories(path, false) : -1;
+}
+
+int remove_tree(const char* path) {
+  std::vector<std::string> names;
+  if (path == nullptr || !host::is_real_directory(path)) return -1;
+  if (!host::list_directory(path, names)) return -1;
+  for (const std::string& name : names) {
+    const std::string entry = std::string(path) + '\\' + name;
+    if (host::is_real_directory(entry.c_str())) {
+      if (const int code = remove_tree(entry.c_str()); code != 0) return code;
+    } else if (!host::remove_file(entry.c_str())) {
+      return -1;
+    }
+  }
+  return host::remove_directory(path) ? 0 : -1;
+}
+
+bool name_case_matches(const char* path) {
+  std::string actual;
+  if (path == nullptr || !host::stored_spelling(path, actual)) return false;
+  auto component = [](std::string_view text) { return text.substr(text.find_last_of("\\/") + 1); };
+  return component(path) == component(actual);
+}
+
+// ---- 16-bit text ----
+
+std::size_t str16_len(const char16_t* t) {
+  return std::char_traits<char16_t>::length(t);
+}
+
+int str16_cmp(const char16_t* a, const char16_t* b) {
+  for (; *a == *b; ++a, ++b) {
+    if (*a == 0) return 0;
+  }
+  return *b < *a ? 1 : -1;
+}
+
+char16_t* str16_dup(const char16_t* t) {
+  const std::size_t size = (str16_len(t) + 1) * sizeof(char16_t);
+  return static_cast<char16_t*>(std::memcpy(checked_alloc(size), t, size));
+}
+
+void str16_copy(char16_t* dst, const char16_t* t) {
+  std::copy_n(t, str16_len(t) + 1, dst);
+}
+
+void str16_lower(char16_t* t) {
+  for (; *t != 0; ++t) {
+    if (*t >= u'A' && *t <= u'Z') *t = static_cast<char16_t>(*t - u'A' + u'a');
+  }
+}
+
+void str8to16(char16_t* dst, const char* s) {
+  str8to16n(dst, s, std::strlen(s) + 1);
+}
+
+void str8to16n(char16_t* dst, const char* s, std::size_t n) {
+  for (; n != 0; --n) {
+    *dst++ = static_cast<unsigned char>(*s);
+    if (*s != '\0') ++s;
+  }
+}
+
+void str16to8(char* dst, const char16_t* t) {
+  do {
+    *dst++ = static_cast<char>(*t & 0xFF);
+  } while (*t++ != 0);
+}
+
+const char16_t* str16_rchr(const char16_t* t, char16_t c) {
+  const char16_t* found = nullptr;
+  for (;; ++t) {
+    if (*t == c) found = t;
+    if (*t == 0) return found;
+  }
+}
+
+int str16_atoi(const char16_t* t) {
+  unsigned number = 0;
+  for (; *t >= u'0' && *t <= u'9'; ++t) number = number * 10 + (*t - u'0');
+  return static_cast<int>(number);
+}
+
+int str16_cmp8(const char16_t* t, const char* s) {
+  for (;; ++t, ++s) {
+    const int difference = *t - static_cast<signed char>(*s);
+    if (difference != 0 || *t == 0) return difference;
+  }
+}
+
+}  // namespace kv

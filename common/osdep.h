@@ -1,0 +1,123 @@
+// Host services shared by the toolchain's programs: private temporary files, path names, file tests
+// and helpers for 16-bit text.
+//
+// Paths are split at backslashes, slashes and the colon of a drive, and joined with backslashes;
+// the host layer below turns them into what the system wants. Most path helpers look at the text
+// alone and never ask the file system.
+//
+// The last separator of a path is its last backslash; only without one its last slash, and only
+// without that its last colon. So in "a\b/c" the tail is "b/c".
+#ifndef COMMON_OSDEP_H_
+#define COMMON_OSDEP_H_
+
+#include <cstddef>
+#include <optional>
+#include <string>
+
+namespace kv {
+
+// ---- Temporary files ----
+
+/// Returns a fresh file name in the run's private temporary directory; the file is not created. The
+/// first call makes the directory, readable by its owner only, under TEMP, TMP or "."; it goes with
+/// all its contents when the process ends. Nothing when the directory cannot be made; the next call
+/// tries again.
+std::optional<std::string> temp_file_name();
+
+// ---- Paths ----
+
+/// Returns the full path of the running program file.
+std::string program_path();
+
+/// Returns the working directory.
+std::string current_dir();
+
+/// Returns `dir` and `name` with exactly one backslash between them where they meet; nothing when
+/// `dir` is null or empty. A null `name` counts as empty.
+std::optional<std::string> path_join(const char* dir, const char* name);
+
+/// Returns `path` with runs of separators reduced to their last one, "." components dropped, each
+/// ".." component dropped together with the one before it, and no separator at the end unless it
+/// follows a colon or is the whole path. "." and ".." count only after a separator, and the first
+/// component of a path, such as a drive, is never removed. Null gives "".
+std::string normalize_path(const char* path);
+
+/// Returns `path` normalised, after joining it to the working directory unless it is absolute.
+std::string absolute_path(const char* path);
+
+/// True when `path` has a colon as second character or begins with two backslashes.
+bool is_abs_path(const char* path);
+
+/// Returns the part of `path` after its last separator, as a pointer into it; null for null.
+const char* path_tail(const char* path);
+
+/// Returns a copy of path_tail; "" for null.
+std::string path_tail_copy(const char* path);
+
+/// Returns the tail of `path` up to its last '.' and with it; the whole tail when it has none.
+std::string path_stem_dot(const char* path);
+
+/// Returns the part of `path` before its last separator; nothing when it has none or is null.
+std::optional<std::string> path_dir(const char* path);
+
+// ---- Files ----
+
+/// True when the path names a file or a directory; false for null.
+bool file_exists(const char* path);
+
+/// True when the path names a directory; false for null.
+bool is_directory(const char* path);
+
+/// Creates a directory and its missing parents. Returns 0, or -1 when a parent is not a directory,
+/// the directory exists already or the host refuses.
+int make_dirs(const char* path);
+
+/// Deletes a directory with its contents. A symbolic link in it is deleted, never followed. Returns
+/// 0; -1 when `path` is not a directory (a link to one is none) or at the first entry that cannot
+/// be deleted, which leaves the rest.
+int remove_tree(const char* path);
+
+/// True when the last component of `path`, cut at backslash or slash, equals with case the name
+/// that the file system stores; false when there is no such file under any case.
+bool name_case_matches(const char* path);
+
+// ---- 16-bit text: zero-terminated arrays of units ----
+
+/// Returns the number of units before the terminator.
+std::size_t str16_len(const char16_t* t);
+
+/// Returns 0 when equal, else at the first difference 1 when the unit of `b` is smaller, else -1.
+int str16_cmp(const char16_t* a, const char16_t* b);
+
+/// Returns a copy in a new block, to be released with std::free. Raises 296 (fatal) without memory.
+char16_t* str16_dup(const char16_t* t);
+
+/// Copies `t` with its terminator.
+void str16_copy(char16_t* dst, const char16_t* t);
+
+/// Converts the ASCII capitals of `t` to lower case in place.
+void str16_lower(char16_t* t);
+
+/// Widens 8-bit text byte by byte (0 to 255), terminator included.
+void str8to16(char16_t* dst, const char* s);
+
+/// Widens at most `n` bytes and fills what is left of the `n` units with 0; there is no terminator
+/// when `s` has `n` bytes or more.
+void str8to16n(char16_t* dst, const char* s, std::size_t n);
+
+/// Narrows each unit to its low byte, terminator included; a unit with low byte 0 ends the result.
+void str16to8(char* dst, const char16_t* t);
+
+/// Returns the last occurrence of `c` in `t` (the terminator counts), or null.
+const char16_t* str16_rchr(const char16_t* t, char16_t c);
+
+/// Returns the number made of the leading decimal digits, modulo 2^32; 0 without digits.
+int str16_atoi(const char16_t* t);
+
+/// Compares with 8-bit text whose bytes are taken as signed. Returns the difference at the first
+/// mismatch, else 0.
+int str16_cmp8(const char16_t* t, const char* s);
+
+}  // namespace kv
+
+#endif  // COMMON_OSDEP_H_

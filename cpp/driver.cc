@@ -1,0 +1,285 @@
+#include "cpp/driver.h"
+
+#include <cstdlib>
+#include <cstring>
+#include <string>
+
+#include "common/alert.h"
+#include "common/getargs.h"
+#include "common/hash.h"
+#include "common/host.h"
+#include "common/kvdebug.h"
+#include "common/osdep.h"
+#include "common/registry.h"
+#include "cpp/control.h"
+#include "cpp/define.h"
+#include "cpp/depend.h"
+#include "cpp/diag.h"
+#include "cpp/expand.h"
+#include "cpp/include.h"
+#include "cpp/options.h"
+#include "cpp/outbuf.h"
+#include "cpp/output.h"
+#include "cpp/reader.h"
+#include "cpp/report.h"
+#include "cpp/scan.h"
+#include "cpp/symtab.h"
+
+namespace kv::cpp {
+
+namespace {
+
+constexpr int fd_in = 0;
+constexpr int fd_out = 1;
+
+int saved_stdout_fd = -1;         // what standard output was at start
+int temp_out = -1;                // under -dM: the temporary file that takes the text
+const char* dump_path = nullptr;  // under -dM: where the dump goes, standard output when null
+
+bool dumps_macros() {
+  return settings.dump_macros && text_output();
+}
+
+// ---- Start-up.
+
+struct command_line {
+  int argc;
+  char** argv;
+  const char* cmd_file_arg;  // the `@file` that the arguments came from, or null
+};
+
+void set_up_messages() {
+  alert_set_exit(cpp_exit);
+  alert_set_formats("%f: %l: (%n) %s (error)", "%f: %l: (%n) %s (warning)", "%f: %l: %s");
+  alert_set_prehook(set_msg_position);
+  alert_set_echo(echo_source_line);
+}
+
+command_line acquire_arguments(int argc, char** argv) {
+  const char* cmd_file_arg = nullptr;
+  if (argc == 2 && argv[1][0] == '@') {
+    cmd_file_arg = argv[1];
+    if (!host::redirect(fd_in, cmd_file_arg + 1, host::open_mode::read)) {
+      alert_msg(141, "command", cmd_file_arg + 1);
+    }
+  } else if (argc > 1) {
+    return {argc, argv, nullptr};
+  }
+  char** acquired = getargs("cpp");
+  return {static_cast<int>(arg_count), acquired, cmd_file_arg};
+}
+
+std::string temporary_name() {
+  const auto name = temp_file_name();
+  if (!name) alert_msg(2082);
+  return *name;
+}
+
+// Under -dM the text lands in a temporary file, and only the dump reaches the output.
+void divert_text() {
+  const std::string path = temporary_name();
+  temp_out = host::open_write(path.c_str(), false);
+  if (temp_out < 0) alert_msg(141, "temp", path);
+  host::duplicate_onto(temp_out, fd_out);
+}
+
+void bind_output(const char* path) {
+  std::string target = path;
+  if (dumps_macros()) {
+    dump_path = path;
+    target = temporary_name();
+  }
+  if (!host::redirect(fd_out, target.c_str(), host::open_mode::write))
+    alert_msg(141, "output", path);
+}
+
+bool is_standard_stream(const char* path) {
+  return std::strcmp(path, "-") == 0;
+}
+
+// Binds the file arguments argv[1] and argv[2] to the standard streams. Returns the input's name.
+const char* bind_files(int nfiles, char** argv) {
+  if (nfiles > 3) cpp_exit(1);
+  if (nfiles == 3 && !is_standard_stream(argv[2])) bind_output(argv[2]);
+  if (nfiles < 2 || is_standard_stream(argv[1])) return "";
+  if (!host::redirect(fd_in, argv[1], host::open_mode::read)) alert_msg(141, "input", argv[1]);
+  return argv[1];
+}
+
+// While dependencies are listed only errors, and the messages named here, are of interest.
+void limit_messages() {
+  if (text_output()) {
+    set_maxerrors(settings.max_errors);
+    return;
+  }
+  set_maxerrors(1);
+  alert_set_action(0, 8);
+  for (const unsigned number : {109U, 110U, 140U, 141U, 146U, 147U, 168U, 1447U, 1448U, 1449U}) {
+    alert_set_action(number, 0);
+  }
+}
+
+void start_dependencies(int nfiles, char** argv) {
+  if (text_output()) return;
+  dep_output = true;
+  if (nfiles == 3 && !is_standard_stream(argv[2])) dep_target = argv[2];
+}
+
+void start(int argc, char** argv) {
+  host::prepare_standard_handles();
+  saved_stdout_fd = host::duplicate(fd_out);
+  set_up_messages();
+  reg_set_c_stdlib("c90");
+  const command_line args = acquire_arguments(argc, argv);
+  define_startup_macros();
+  const int nfiles = parse_options(args.argc, args.argv, args.cmd_file_arg);
+  if (dumps_macros()) divert_text();
+  const char* input_name = bind_files(nfiles, args.argv);
+  limit_messages();
+  if (settings.show_search_path && text_output()) print_search_path();
+  start_dependencies(nfiles, args.argv);
+  included_files = hash_create(237, include_name_hash, str_compare, __FILE__, __LINE__);
+  if (settings.source_name[0] == 0) settings.source_name = input_name;
+  push_main_file(fd_in, settings.source_name);
+  base_frame = cur_frame;
+  if (settings.macro_report) report_table();
+  if (text_output()) write_line_marker();
+}
+
+// ---- The main loop. One pass writes one output line.
+
+struct line_start {
+  int c;        // the first unit of a text line, or 0 at the end of the input
+  int pending;  // newlines consumed but not written
+  int indent;   // blanks before the line, counted inside #asm blocks
+};
+
+// Reads blank lines, control lines and skipped lines up to the next line of text.
+line_start find_text_line() {
+  line_start line = {0, 0, 0};
+  for (;;) {
+    line.c = get();
+    if (char_class(line.c) == CT_SPACE) {
+      if (in_asm) ++line.indent;
+    } else if (line.c == '\n') {
+      ++line.pending;
+    } else if (line.c == '#') {
+      keep_comments_now = false;
+      line.pending = control_line(line.pending);
+      keep_comments_now = settings.keep_comments && compiling;
+    } else if (line.c == 0 || compiling) {
+      return line;
+    } else {
+      skip_line();
+      ++line.pending;
+    }
+  }
+}
+
+void write_token(int c) {
+  switch (char_class(c)) {
+    case CT_QUOTE:
+      scan_string(c, put_char_out);
+      break;
+    case CT_DIGIT:
+    case CT_DOT:
+      scan_number(c, put_char_out);
+      break;
+    case CT_LETTER:
+      if (text_output()) put_text16(token_text());
+      break;
+    default:
+      put_char_out(c);
+  }
+}
+
+// Copies the tokens of a line, its macros expanded, and returns what ended it: a newline or 0.
+int copy_line() {
+  for (;;) {
+    bool blanks = false;
+    int c;
+    while (char_class(c = get()) == CT_SPACE) blanks = blanks || c != MARK_PASTE;
+    if (c == 0 || c == '\n') return c;
+    if (blanks) put_char_out(' ');
+    c = try_expand(c);
+    if (is_operand_class(char_class(c)) && paste_tokens(c)) continue;
+    if (c == 0 || c == '\n') return c;
+    write_token(c);
+  }
+}
+
+void write_text_line(const line_start& line) {
+  sync_lines(line.pending);
+  unget();
+  if (settings.cmode_asm) asm_ifdef_rewrite();
+  for (int i = 0; i < line.indent; ++i) put_char_out(' ');
+  if (copy_line() == 0) return;
+  put_char_out('\n');
+  if (cur_frame != nullptr && cur_frame->fp == nullptr) need_linemark = true;
+}
+
+// ---- The end.
+
+void report_open_group() {
+  const int line = outermost_group_line();
+  if (line == 0) return;
+  if (cur_frame != nullptr) {
+    alert_msg(100, line);
+    return;
+  }
+  std::u16string name(std::strlen(settings.source_name), 0);
+  str8to16(name.data(), settings.source_name);
+  const auto at = static_cast<unsigned>(line);
+  alert_set_prehook(nullptr);
+  alert_set_position(name.c_str(), &at, nullptr, nullptr);
+  alert_msg(100, line);
+  alert_set_position(nullptr, nullptr, nullptr, nullptr);
+  alert_set_prehook(set_msg_position);
+}
+
+void close_temp_out() {
+  if (temp_out >= 0) host::close_file(temp_out);
+  temp_out = -1;
+}
+
+void write_dump() {
+  out_flush();
+  close_temp_out();
+  host::duplicate_onto(saved_stdout_fd, fd_out);
+  if (dump_path != nullptr && !host::redirect(fd_out, dump_path, host::open_mode::write)) {
+    alert_msg(141, "output", dump_path);
+  }
+  dump_defines();
+}
+
+[[noreturn]] void finish(int pending) {
+  if (pending > 0) put_char_out('\n');
+  report_open_group();
+  if (dumps_macros()) write_dump();
+  if (alert_failed()) cpp_exit(1);
+  free_base_frame();
+  if (settings.macro_report) report_close();
+  cpp_exit(0);
+}
+
+}  // namespace
+
+void run(int argc, char** argv) {
+  start(argc, argv);
+  for (;;) {
+    const line_start line = find_text_line();
+    if (line.c == 0) finish(line.pending);
+    write_text_line(line);
+  }
+}
+
+void cpp_exit(int status) {
+  if (dep_output && included_files != nullptr) hash_visit(included_files, nullptr, write_dep);
+  out_flush();
+  host::close_file(fd_out);
+  close_temp_out();
+  db_close();
+  std::exit(status);
+}
+
+}  // namespace kv::cpp

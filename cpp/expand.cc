@@ -1,0 +1,467 @@
+// A call in an argument that is itself being collected must be expanded before the collecting goes
+// on, and calls can be nested as deep as the input likes. So there is no recursion: the calls being
+// collected stand on a stack of their own, try_expand() works on the innermost until it is
+// complete, and hands the unit that results to the one around it.
+#include "cpp/expand.h"
+
+#include <array>
+#include <cstring>
+#include <string_view>
+#include <vector>
+
+#include "common/alert.h"
+#include "common/cmode.h"
+#include "common/format.h"
+#include "common/osdep.h"
+#include "cpp/macro_area.h"
+#include "cpp/options.h"
+#include "cpp/report.h"
+#include "cpp/symtab.h"
+
+namespace kv::cpp {
+
+namespace {
+
+constexpr int expand_depth_limit = 1000;
+
+// The macro whose expansion began the current chain, named in message 115.
+const symbol* first_macro = nullptr;
+
+// A call whose arguments are being collected, one after the other in the macro area.
+struct macro_call {
+  symbol* macro = nullptr;
+  unit* area_mark = nullptr;  // what macro_area_ptr goes back to
+  int line = 0;               // where its `(` stands
+  int count = 0;              // complete arguments
+  int paren_depth = 0;
+  bool in_argument = false;
+  bool space_due = false;  // white space passed over in the argument
+  std::array<unit*, max_macro_args> args{};
+};
+
+// The calls being collected, the innermost last.
+constinit std::vector<macro_call> open_calls;
+
+// Where the treatment of a unit has got to: `c` is the unit to go on with, or a call was opened
+// whose arguments must be read first.
+struct step {
+  bool call_opened;
+  int c;
+};
+constexpr step opened = {true, 0};
+constexpr step resolved(int c) {
+  return {false, c};
+}
+
+bool begins_identifier(int c) {
+  return c == MARK_NOEXPAND || (c < 256 && char_class(c) == CT_LETTER);
+}
+
+// ---- Replacement: the body becomes an expansion frame.
+
+// The writer of an expansion frame's text. Fatal 153 when it is full.
+struct frame_text {
+  const macro_call& call;
+  input_frame* frame;
+  std::size_t len = 0;
+  int references = 0;  // parameter references left in the text
+
+  void put(int c) {
+    if (len == frame_capacity - 1) alert_msg(153, alert_str(call.macro->name));
+    frame->buf[len++] = static_cast<unit>(c);
+  }
+  void put_text(const unit* text) {
+    for (; *text != 0; ++text) put(*text);
+  }
+  int last() const { return len == 0 ? 0 : frame->buf[len - 1]; }
+};
+
+// The text of the argument that the reference `c` stands for, or null when none was given.
+const unit* argument(const macro_call& call, int c) {
+  const int n = c - MARK_PARAM_BASE;
+  return n < call.count ? call.args[static_cast<std::size_t>(n)] : nullptr;
+}
+
+// `#`: the argument as a string. Returns the body behind it.
+const unit* stringize(frame_text& text, const unit* body) {
+  if (!is_param_ref(*body)) {
+    alert_msg(172);
+    text.put('#');
+    return body;
+  }
+  text.put('"');
+  if (const unit* arg = argument(text.call, *body)) {
+    for (; *arg != 0; ++arg) {
+      if (*arg == '"' || *arg == '\\') text.put('\\');
+      text.put(*arg);
+    }
+  }
+  text.put('"');
+  return body + 1;
+}
+
+// Whether the MARK_PASTE at `at` is the one that the definition put behind a pasted run of digits.
+bool follows_pasted_digits(const unit* body, const unit* at) {
+  const unit* p = at;
+  while (p != body && char_class(p[-1]) == CT_DIGIT) --p;
+  return p != at && p != body && p[-1] == MARK_PASTE;
+}
+
+// Whether what follows can be joined to a run of digits.
+bool can_join_digits(int c) {
+  return continues_id(c) || is_param_ref(c);
+}
+
+// `##`: its operands enter as they were written. Returns the body behind it.
+const unit* paste(frame_text& text, const unit* whole_body, const unit* body) {
+  if (follows_pasted_digits(whole_body, body - 1) && !can_join_digits(*body)) return body;
+  if (is_param_ref(text.last())) {
+    const unit* left = argument(text.call, text.last());
+    --text.len;
+    --text.references;
+    if (left != nullptr) text.put_text(left);
+  }
+  text.put(MARK_PASTE);
+  if (!is_param_ref(*body)) return body;
+  if (const unit* right = argument(text.call, *body)) {
+    if (*right != MARK_NOEXPAND) text.put(MARK_NOEXPAND);
+    text.put_text(right);
+  }
+  return body + 1;
+}
+
+void convert_body(frame_text& text, const unit* whole_body) {
+  for (const unit* body = whole_body; *body != 0;) {
+    const int c = *body++;
+    if (c == MARK_STRINGIZE) {
+      body = stringize(text, body);
+    } else if (c == MARK_PASTE) {
+      body = paste(text, whole_body, body);
+    } else {
+      if (is_param_ref(c)) ++text.references;
+      text.put(c);
+    }
+  }
+  text.frame->buf[text.len] = 0;
+}
+
+// Gives the frame copies of the arguments, which lie end to end in the macro area.
+void keep_arguments(const macro_call& call, input_frame* frame) {
+  const auto nargs = static_cast<std::size_t>(call.macro->nargs);
+  const auto units = static_cast<std::size_t>(macro_area_ptr - call.args[0]);
+  frame->args = static_cast<unit**>(alloc_with_frame(nargs * sizeof(unit*)));
+  frame->arg_count = call.macro->nargs;
+  auto* texts = static_cast<unit*>(alloc_with_frame(units * sizeof(unit)));
+  std::memcpy(texts, call.args[0], units * sizeof(unit));
+  for (std::size_t n = 0; n < nargs; ++n) {
+    const bool given = n < static_cast<std::size_t>(call.count);
+    frame->args[n] = given ? texts + (call.args[n] - call.args[0]) : nullptr;
+  }
+}
+
+void push_replacement(const macro_call& call) {
+  symbol* sym = call.macro;
+  frame_text text{call, push_expansion(sym)};
+  if (sym->body != nullptr) convert_body(text, sym->body);
+  trim_expansion(text.len);
+  ++sym->disable;
+  if (text.references > 0 && call.count > 0 && sym->nargs > 0) keep_arguments(call, text.frame);
+}
+
+// ---- Arguments.
+
+void append_due_space(macro_call& call) {
+  if (call.space_due) macro_area_save(' ');
+  call.space_due = false;
+}
+
+void append(macro_call& call, int c) {
+  append_due_space(call);
+  macro_area_save(c);
+}
+
+void append_string_unit(int c) {
+  if (c != MARK_EXP_END) macro_area_save(c);
+}
+
+void append_identifier(macro_call& call) {
+  append_due_space(call);
+  if (str16_cmp(token_buf, call.macro->name) == 0) macro_area_save(MARK_NOEXPAND);
+  for (std::size_t i = 0; i < token_len; ++i) macro_area_save(token_buf[i]);
+}
+
+void end_argument(macro_call& call) {
+  macro_area_save(0);
+  ++call.count;
+  call.in_argument = false;
+}
+
+// Whether units are to be expanded while they are collected: only those of arguments and of
+// generated text; what a file or a body holds is expanded when the argument is read.
+bool expands_arguments_now() {
+  const input_frame* f = cur_frame;
+  return f != nullptr && f->macro == nullptr && f->fp == nullptr;
+}
+
+enum class collected { list_complete, needs_expansion };
+
+// Reads to the first unit of the next argument and begins it. Returns the unit, or ')' when the
+// list ends there.
+int begin_argument(macro_call& call) {
+  int c;
+  while ((c = skip_ws()) == '\n') need_linemark = true;
+  if (c == ')') return c;
+  if (call.count == max_macro_args) alert_msg(151);
+  call.args[static_cast<std::size_t>(call.count)] = macro_area_ptr;
+  call.paren_depth = 0;
+  call.in_argument = true;
+  call.space_due = false;
+  return c;
+}
+
+// Treats one unit of the argument. Returns whether the argument goes on.
+bool collect_unit(macro_call& call, int c) {
+  if (char_class(c) == CT_BACKSLASH) {
+    append(call, c);
+    const int next = get_nomark();
+    if (next != 0) macro_area_save(next);
+    return true;
+  }
+  if (char_class(c) == CT_QUOTE) {
+    append_due_space(call);
+    scan_string(c, append_string_unit);
+    return true;
+  }
+  if (call.paren_depth == 0 && (c == ')' || c == ',')) {
+    if (c == ')') unget();
+    end_argument(call);
+    return false;
+  }
+  if (c == '(') ++call.paren_depth;
+  if (c == ')') --call.paren_depth;
+  append(call, c);
+  return true;
+}
+
+// Collects arguments until the list is complete or a unit `c` must be expanded first. With
+// `expanded` set, `c` is such a unit come back.
+collected collect(macro_call& call, int& c, bool expanded) {
+  for (;;) {
+    if (!call.in_argument) {
+      c = begin_argument(call);
+      if (c == ')') return collected::list_complete;
+    }
+    if (c == 0) {
+      alert_msg(116, call.line);
+      call.count = 0;
+      return collected::list_complete;
+    }
+    if (c == '\n') need_linemark = true;
+    if (c == '\n' || char_class(c) == CT_SPACE) {
+      call.space_due = true;
+    } else if (c != MARK_EXP_END) {
+      if (!expanded && expands_arguments_now()) return collected::needs_expansion;
+      if (expanded && begins_identifier(c)) {
+        append_identifier(call);
+      } else if (!collect_unit(call, c)) {
+        expanded = false;
+        continue;
+      }
+    }
+    expanded = false;
+    c = get_nomark();
+  }
+}
+
+void check_argument_count(const macro_call& call) {
+  const symbol* sym = call.macro;
+  if (call.count == sym->nargs || cmode_is(CMODE_SSC) != 0 ||
+      str16_cmp8(sym->name, "__interrupt") == 0) {
+    return;
+  }
+  alert_msg(171, alert_str(sym->name), call.count, sym->nargs);
+}
+
+// ---- Calls.
+
+void push_line_number() {
+  char digits[16];
+  format_text(digits, sizeof digits, "%d", cur_line);
+  unit text[16];
+  str8to16(text, digits);
+  push_text(text);
+}
+
+void push_file_name() {
+  const input_frame* file = nearest_file_frame();
+  if (file == nullptr) return;
+  work_len = 0;
+  work_save('"');
+  for (const unit* p = effective_name(file); *p != 0; ++p) {
+    if (*p == '\\') work_save('\\');
+    work_save(*p);
+  }
+  work_save('"');
+  push_text(work_end());
+}
+
+// Too deep: what is left of the expansions in progress is thrown away.
+void give_up_expansion(const symbol* sym) {
+  alert_msg(115, alert_str(sym->name), alert_str(first_macro->name));
+  const bool discarding = cur_frame != nullptr && cur_frame->fp == nullptr;
+  while (cur_frame != nullptr && cur_frame->fp == nullptr) get();
+  if (discarding) unget();
+  expand_depth = 0;
+}
+
+// Looks for the `(` of a call. Without one, gives back what was passed over as at most a newline
+// and a space.
+bool find_open_paren() {
+  bool newline = false;
+  bool space = false;
+  int c;
+  for (;;) {
+    c = get();
+    if (c == '\n') {
+      if (newline) {
+        need_linemark = true;
+      } else {
+        newline = true;
+        space = false;
+      }
+    } else if (char_class(c) == CT_SPACE) {
+      space = true;
+    } else if (c != MARK_EXP_END) {
+      break;
+    }
+  }
+  if (c == '(') return true;
+  if (!newline && !space) {
+    unget();
+    return false;
+  }
+  unit text[4];
+  std::size_t n = 0;
+  if (newline) text[n++] = '\n';
+  if (space) text[n++] = ' ';
+  text[n++] = static_cast<unit>(c);
+  text[n] = 0;
+  push_text(text);
+  return false;
+}
+
+enum class expansion { none, done, call_opened };
+
+expansion expand(symbol* sym) {
+  if (settings.macro_report) report_macro(sym);
+  if (expand_depth++ == 0) first_macro = sym;
+  if (expand_depth >= expand_depth_limit) {
+    give_up_expansion(sym);
+    return expansion::none;
+  }
+  macro_call call;
+  call.macro = sym;
+  call.area_mark = macro_area_ptr;
+  switch (sym->nargs) {
+    case NARGS_LINE:
+      push_line_number();
+      return expansion::done;
+    case NARGS_FILE:
+      push_file_name();
+      return expansion::done;
+    case NARGS_OBJECT:
+      push_replacement(call);
+      return expansion::done;
+    default:
+      break;
+  }
+  if (sym->nargs < 0) alert_msg(150, alert_str(sym->name));
+  if (!find_open_paren()) return expansion::none;
+  call.line = cur_line;
+  open_calls.push_back(call);
+  return expansion::call_opened;
+}
+
+// Expands the identifier that begins with `c`, and those that directly follow, as far as possible.
+step consider(int c) {
+  for (;;) {
+    symbol* sym = is_macro(c);
+    if (sym == nullptr) return resolved(c);
+    const int next = get();
+    unget();
+    if (next == MARK_PASTE) return resolved(c);  // the left operand of ## is not expanded
+    switch (expand(sym)) {
+      case expansion::none:
+        return resolved(c);
+      case expansion::call_opened:
+        return opened;
+      case expansion::done:
+        break;
+    }
+    c = get();
+    if (!begins_identifier(c)) return resolved(c);
+  }
+}
+
+step start(int c) {
+  if (in_file_frame()) expand_depth = 0;
+  return begins_identifier(c) ? consider(c) : resolved(c);
+}
+
+step complete_innermost_call() {
+  const macro_call call = open_calls.back();
+  open_calls.pop_back();
+  check_argument_count(call);
+  push_replacement(call);
+  macro_area_ptr = call.area_mark;
+  const int c = get();
+  return begins_identifier(c) ? consider(c) : resolved(c);
+}
+
+// Goes on with the innermost call: `s` says whether it has just been opened or a unit that it
+// wanted expanded has come back.
+step advance_innermost_call(step s) {
+  int c = s.c;
+  if (!s.call_opened && is_operand_class(char_class(c)) && paste_tokens(c))
+    return start(get_nomark());
+  if (collect(open_calls.back(), c, !s.call_opened) == collected::needs_expansion) return start(c);
+  return complete_innermost_call();
+}
+
+}  // namespace
+
+int try_expand(int c) {
+  const std::size_t outside = open_calls.size();
+  step s = start(c);
+  while (open_calls.size() > outside) s = advance_innermost_call(s);
+  return s.c;
+}
+
+bool paste_at_marker(int c) {
+  if (get() != MARK_PASTE) {
+    unget();
+    return false;
+  }
+  work_len = 0;
+  if (begins_identifier(c)) {
+    for (const unit* left = token_text(); *left != 0; ++left) work_save(*left);
+  } else {
+    work_save(c);
+  }
+  c = get();
+  constexpr unsigned joining_classes = 0x03048C1E;  // 1-4, 10, 11, 15, 18, 24, 25
+  const int cls = char_class(c);
+  if (c == MARK_NOEXPAND || (c < 256 && cls < 32 && ((joining_classes >> cls) & 1U) != 0)) {
+    scan_id(c);
+    const unit* right = token_text();
+    if (work_len + str16_len(right) >= work_size) alert_msg(155, alert_str(work_end()));
+    for (; *right != 0; ++right) work_save(*right);
+  } else {
+    alert_msg(169, c);
+    unget();
+  }
+  push_text(work_end());
+  return true;
+}
+
+}  // namespace kv::cpp

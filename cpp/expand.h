@@ -1,0 +1,29 @@
+// Macro expansion: calls, arguments, stringizing and pasting.
+//
+// Expanding pushes the macro's body as a new input frame; going on reading is the rescan. Parameter
+// references that are no operands of `#` and `##` stay in the pushed text, and the reader replaces
+// each by an argument frame when it gets there.
+#pragma once
+
+#include "cpp/reader.h"
+#include "cpp/scan.h"
+
+namespace kv::cpp {
+
+/// Called with every unit `c` of text that may begin an identifier. Returns either `c`, with the
+/// identifier it begins (if any) in token_buf, or, when a macro was expanded, the first unit behind
+/// the completed expansion, to be treated afresh. Raises 115, 116, the warnings 171 and 172, and
+/// the fatal 149, 150, 151 and 153.
+int try_expand(int c);
+
+bool paste_at_marker(int c);
+
+/// Called behind try_expand when the unit `c` it returned is of an operand class: carries out a
+/// `##` that follows and pushes the joined token. Returns whether there was one; the caller then
+/// reads on. The left operand is the identifier in token_buf, or `c` itself. Raises 169 and the
+/// fatal 155.
+inline bool paste_tokens(int c) {
+  return !next_is_plain() && paste_at_marker(c);
+}
+
+}  // namespace kv::cpp

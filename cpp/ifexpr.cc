@@ -1,0 +1,780 @@
+// Operator precedence parsing with two stacks: values, and operators that wait for their right
+// operand. Both sides of `&&`, `||` and `?:` are always computed; what need not have been is only
+// spared the messages, by skip flags that every stacked operator carries.
+#include "cpp/ifexpr.h"
+
+#include <cstddef>
+#include <string>
+
+#include "common/alert.h"
+#include "common/osdep.h"
+#include "cpp/expand.h"
+#include "cpp/reader.h"
+#include "cpp/scan.h"
+#include "cpp/symtab.h"
+
+namespace kv::cpp {
+
+constinit std::array<size_row, 8> size_table = {{
+    {0x001, 1, 8},
+    {0x010, 2, 8},
+    {0x002, 4, 8},
+    {0x400, 4, 8},
+    {0x020, 4, 8},
+    {0x004, 4, 8},
+    {0x008, 8, 8},
+    {0x200, 0, 8},
+}};
+
+namespace {
+
+// Operator codes. Those of single characters are the character classes of scan.h.
+enum op_code : std::uint8_t {
+  IFOP_EOE = 0,
+  IFOP_ADD = 3,
+  IFOP_SUB,
+  IFOP_MUL,
+  IFOP_DIV,
+  IFOP_MOD,
+  IFOP_SHL,
+  IFOP_SHR,
+  IFOP_BITAND,
+  IFOP_BITOR,
+  IFOP_BITXOR,
+  IFOP_EQ,
+  IFOP_NE,
+  IFOP_LT,
+  IFOP_LE,
+  IFOP_GE,
+  IFOP_GT,
+  IFOP_LOGAND,
+  IFOP_LOGOR,
+  IFOP_QUEST,
+  IFOP_COLON,
+  IFOP_COMMA,
+  IFOP_UPLUS,
+  IFOP_UMINUS,
+  IFOP_COMPL,
+  IFOP_NOT,
+  IFOP_LPAREN,
+  IFOP_RPAREN,
+  IFOP_BOTTOM,
+  IFOP_COUNT
+};
+
+// Flags in the rank byte; the precedence stands above them.
+constexpr std::uint8_t binary_position = 1;  // stands where an operator is expected
+constexpr std::uint8_t leaves_operand = 2;   // behind it an operand counts as present
+
+struct op_info {
+  const char* name;
+  std::uint8_t rank;
+  std::uint8_t stacked_rank;
+};
+
+constexpr std::array<op_info, IFOP_COUNT> op_table = {{
+    {"end of expression", 1, 1},
+    {"val", 0, 0},
+    {"id", 0, 0},
+    {"+", 97, 97},
+    {"-", 97, 97},
+    {"*", 105, 105},
+    {"/", 105, 105},
+    {"%", 105, 105},
+    {"<<", 89, 89},
+    {">>", 89, 89},
+    {"&", 65, 65},
+    {"|", 57, 57},
+    {"^", 57, 57},
+    {"==", 73, 73},
+    {"!=", 73, 73},
+    {"<", 81, 81},
+    {"<=", 81, 81},
+    {">=", 81, 81},
+    {">", 81, 81},
+    {"&&", 49, 49},
+    {"||", 41, 41},
+    {"?", 33, 28},
+    {":", 33, 33},
+    {",", 25, 25},
+    {"unary +", 112, 112},
+    {"unary -", 112, 112},
+    {"~", 112, 112},
+    {"!", 112, 112},
+    {"(", 120, 11},
+    {")", 11, 11},
+    {"(none)", 19, 19},
+}};
+
+struct if_operand {
+  std::uint32_t value;
+  bool is_signed;
+};
+
+struct stacked_op {
+  op_code code;
+  std::uint8_t rank;
+  std::uint8_t skip;
+};
+
+// Skip flags: what a stacked operator says about the operands behind it.
+constexpr std::uint8_t skip_branch = 1;  // the branch of ?: that is not chosen
+constexpr std::uint8_t skip_right = 2;   // the right side of a decided && or ||
+
+constexpr std::size_t operand_limit = 127;
+constexpr std::size_t operator_limit = 127;
+
+// ---- Types of sizeof().
+
+constexpr unsigned type_int = 0x002;
+constexpr unsigned type_short = 0x010;
+constexpr unsigned type_long = 0x020;
+constexpr unsigned type_sign = 0x0C0;
+constexpr unsigned type_pointer = 0x100;
+constexpr unsigned type_function_pointer = 0x200;
+constexpr unsigned type_int24 = 0x400;
+
+struct type_word {
+  const char* word;
+  unsigned bit;
+};
+constexpr type_word type_words[] = {
+    {"char", 0x001},         {"int", type_int},        {"float", 0x004},  {"double", 0x008},
+    {"short", type_short},   {"long", type_long},      {"signed", 0x040}, {"unsigned", 0x080},
+    {"__int24", type_int24}, {"__uint24", type_int24},
+};
+
+// A type must not have two bits of any of these.
+constexpr unsigned illegal_combinations[] = {0x03C, 0x00F, 0x0CC, 0x031};
+
+constexpr bool has_two_bits(unsigned bits) {
+  return (bits & (bits - 1)) != 0;
+}
+
+bool is_illegal_type(unsigned type) {
+  for (const unsigned mask : illegal_combinations) {
+    if (has_two_bits(type & mask)) return true;
+  }
+  return false;
+}
+
+// ---- Arithmetic.
+
+std::uint32_t divide(const if_operand& a, const if_operand& b, bool both_signed, bool remainder) {
+  if (b.value == 0) return 0;
+  if (!both_signed) return remainder ? a.value % b.value : a.value / b.value;
+  if (b.value == UINT32_MAX) return remainder ? 0 : 0U - a.value;  // -1: avoids the one overflow
+  const auto x = static_cast<std::int32_t>(a.value);
+  const auto y = static_cast<std::int32_t>(b.value);
+  return static_cast<std::uint32_t>(remainder ? x % y : x / y);
+}
+
+// -1, 0 or 1 for less, equal and greater.
+int order(const if_operand& a, const if_operand& b, bool both_signed) {
+  if (a.value == b.value) return 0;
+  const bool less = both_signed
+                        ? static_cast<std::int32_t>(a.value) < static_cast<std::int32_t>(b.value)
+                        : a.value < b.value;
+  return less ? -1 : 1;
+}
+
+std::uint32_t shift_right(const if_operand& a, std::uint32_t count) {
+  if (!a.is_signed) return a.value >> count;
+  return static_cast<std::uint32_t>(static_cast<std::int32_t>(a.value) >> count);
+}
+
+if_operand binary_result(op_code code, const if_operand& a, const if_operand& b) {
+  const bool both_signed = a.is_signed && b.is_signed;
+  std::uint32_t v = 0;
+  switch (code) {
+    case IFOP_ADD:
+      v = a.value + b.value;
+      break;
+    case IFOP_SUB:
+      v = a.value - b.value;
+      break;
+    case IFOP_MUL:
+      v = a.value * b.value;
+      break;
+    case IFOP_DIV:
+      v = divide(a, b, both_signed, false);
+      break;
+    case IFOP_MOD:
+      v = divide(a, b, both_signed, true);
+      break;
+    case IFOP_SHL:
+      v = a.value << (b.value & 31);
+      break;
+    case IFOP_SHR:
+      v = shift_right(a, b.value & 31);
+      break;
+    case IFOP_BITAND:
+      v = a.value & b.value;
+      break;
+    case IFOP_BITOR:
+      v = a.value | b.value;
+      break;
+    case IFOP_BITXOR:
+      v = a.value ^ b.value;
+      break;
+    case IFOP_EQ:
+      v = a.value == b.value;
+      break;
+    case IFOP_NE:
+      v = a.value != b.value;
+      break;
+    case IFOP_LT:
+      v = order(a, b, both_signed) < 0;
+      break;
+    case IFOP_LE:
+      v = order(a, b, both_signed) <= 0;
+      break;
+    case IFOP_GE:
+      v = order(a, b, both_signed) >= 0;
+      break;
+    case IFOP_GT:
+      v = order(a, b, both_signed) > 0;
+      break;
+    case IFOP_LOGAND:
+      v = a.value != 0 && b.value != 0;
+      break;
+    case IFOP_LOGOR:
+      v = a.value != 0 || b.value != 0;
+      break;
+    default:
+      break;
+  }
+  return {v, both_signed};
+}
+
+std::uint32_t unary_result(op_code code, std::uint32_t v) {
+  switch (code) {
+    case IFOP_UMINUS:
+      return 0U - v;
+    case IFOP_COMPL:
+      return ~v;
+    case IFOP_NOT:
+      return v == 0;
+    default:
+      return v;
+  }
+}
+
+bool ends_line(int c) {
+  return c == '\n' || c == 0;
+}
+
+int hex_value(int c) {
+  if (c >= '0' && c <= '9') return c - '0';
+  if (c >= 'a' && c <= 'f') return c - 'a' + 10;
+  if (c >= 'A' && c <= 'F') return c - 'A' + 10;
+  return 16;
+}
+
+// The next unit behind white space, its macros expanded and pastes carried out.
+int next_expanded() {
+  int c;
+  do {
+    c = try_expand(skip_ws());
+  } while (is_operand_class(char_class(c)) && paste_tokens(c));
+  return c;
+}
+
+// ---- The evaluator. One for each #if; it reads, and ends at the end of the line or at an error.
+
+enum class token { operand, op, stop };
+
+class evaluator {
+ public:
+  std::int32_t run();
+
+ private:
+  // Ends the evaluation with the value 1.
+  token stop() {
+    ended = true;
+    result = 1;
+    return token::stop;
+  }
+  template <class... A>
+  token fail(unsigned number, const A&... args) {
+    alert_msg(number, args...);
+    return stop();
+  }
+  // The same for an offending unit: a line's end is given back first.
+  template <class... A>
+  token fail_at(int c, unsigned number, const A&... args) {
+    if (ends_line(c)) unget();
+    return fail(number, args...);
+  }
+
+  token give(std::uint32_t value, bool is_signed) {
+    operand = {value, is_signed};
+    return token::operand;
+  }
+  token give_op(int c) {
+    code = static_cast<op_code>(c);
+    return token::op;
+  }
+
+  token next_token();
+  token illegal_unit(int c);
+  token character_constant();
+  std::uint32_t escape_sequence(int& c);
+  token number(int c);
+  token identifier();
+  token defined_operand();
+  token sizeof_operand();
+  bool read_type(unsigned& type, std::string& last_word);
+  bool add_type_word(unsigned& type, std::string& last_word);
+  bool read_function_pointer(int& c);
+  token resolve_type(unsigned type, const std::string& last_word);
+  token operator_token(int c);
+  token two_unit_operator(int first);
+
+  void take_operand();
+  void take_operator();
+  void stack(op_code incoming);
+  std::uint8_t skip_flags(op_code incoming) const;
+  bool reduce_for(op_code incoming);
+  bool reduce_conditional();
+  void reduce_binary();
+  void reduce_unary() {
+    top_value().value = unary_result(top().code, top_value().value);
+    --nops;
+  }
+
+  stacked_op& top() { return ops[nops - 1]; }
+  const stacked_op& top() const { return ops[nops - 1]; }
+  if_operand& top_value() { return values[nvalues - 1]; }
+  const if_operand& top_value() const { return values[nvalues - 1]; }
+  bool skipped() const { return top().skip != 0; }
+
+  // What next_token() found.
+  if_operand operand{};
+  op_code code = IFOP_EOE;
+
+  bool have_operand = false;  // an operand has just been read
+  bool ended = false;
+  std::int32_t result = 1;
+
+  std::array<if_operand, operand_limit> values;
+  std::size_t nvalues = 0;
+  std::array<stacked_op, operator_limit + 1> ops;  // one for the bottom marker
+  std::size_t nops = 0;
+};
+
+// ---- Tokens.
+
+token evaluator::next_token() {
+  for (;;) {
+    const int c = next_expanded();
+    if (ends_line(c)) {
+      unget();
+      return give_op(IFOP_EOE);
+    }
+    switch (char_class(c)) {
+      case CT_OTHER:
+        return illegal_unit(c);
+      case CT_QUOTE:
+        return c == '"' ? fail(126) : character_constant();
+      case CT_DIGIT:
+        return number(c);
+      case CT_LETTER:
+        return identifier();
+      case CT_BACKSLASH: {
+        if (get() != '\n') return fail(129);
+        continue;  // the expression goes on with the next line
+      }
+      default:
+        return operator_token(c);
+    }
+  }
+}
+
+token evaluator::illegal_unit(int c) {
+  if (skipped()) return stop();
+  if (c >= MARK_STRINGIZE && c <= MARK_EXP_END) return fail(1500);
+  if (c < 0x20 || c > 0x7E) return fail(125, c);
+  return fail(124, static_cast<char>(c));
+}
+
+// The value of the escape sequence behind a backslash; `c` becomes the unit behind it.
+std::uint32_t evaluator::escape_sequence(int& c) {
+  c = get();
+  if (ends_line(c)) return 0;
+  int radix = 8;
+  int digits = 3;
+  std::uint32_t value = 0;
+  switch (c) {
+    case 'a':
+      value = 7;
+      break;
+    case 'b':
+      value = 8;
+      break;
+    case 'f':
+      value = 12;
+      break;
+    case 'n':
+      value = 10;
+      break;
+    case 'r':
+      value = 13;
+      break;
+    case 't':
+      value = 9;
+      break;
+    case 'v':
+      value = 11;
+      break;
+    case 'x':
+      radix = 16;
+      break;
+    default:
+      if (c < '0' || c > '7')
+        value = static_cast<std::uint32_t>(c);
+      else
+        digits = 4;  // the first of three is the unit read
+  }
+  const bool numeric = radix == 16 || digits == 4;
+  if (!numeric) {
+    c = get();
+    return value;
+  }
+  if (radix == 16) c = get();
+  for (int n = 0; n < 3 && hex_value(c) < radix; ++n) {
+    value = value * static_cast<std::uint32_t>(radix) + static_cast<std::uint32_t>(hex_value(c));
+    c = get();
+  }
+  return value;
+}
+
+token evaluator::character_constant() {
+  raw_read = true;
+  std::uint32_t value = 0;
+  int c = get();
+  if (c == '\\') {
+    value = escape_sequence(c);
+  } else if (c != '\'' && !ends_line(c)) {
+    value = static_cast<std::uint32_t>(c);
+    c = get();
+  }
+  for (; c != '\'' && !ends_line(c); c = get()) {
+    value = value * 256 + static_cast<std::uint32_t>(c);
+    if (!skipped()) alert_msg(174, static_cast<char>(c));
+  }
+  raw_read = false;
+  if (ends_line(c)) unget();
+  return give(value, true);
+}
+
+token evaluator::number(int c) {
+  int radix = 10;
+  std::uint32_t value = 0;
+  if (c == '0') {
+    radix = 8;
+    c = get();
+    if (c == 'x' || c == 'X') {
+      radix = 16;
+      c = get();
+    }
+  }
+  for (; hex_value(c) < radix; c = get()) {
+    value = value * static_cast<std::uint32_t>(radix) + static_cast<std::uint32_t>(hex_value(c));
+  }
+  bool is_signed = value <= INT32_MAX;
+  for (; c == 'u' || c == 'U' || c == 'l' || c == 'L'; c = get()) {
+    if (c == 'u' || c == 'U') is_signed = false;
+  }
+  unget();
+  return give(value, is_signed);
+}
+
+token evaluator::identifier() {
+  const unit* name = token_text();
+  if (str16_cmp(name, u"defined") == 0) return defined_operand();
+  if (str16_cmp(name, u"sizeof") == 0) return sizeof_operand();
+  return give(0, true);
+}
+
+token evaluator::defined_operand() {
+  int c = skip_ws();
+  const bool parenthesised = c == '(';
+  if (parenthesised) c = skip_ws();
+  if (char_class(c) != CT_LETTER) return fail_at(c, 127);
+  const bool known = is_macro(c) != nullptr;
+  if (parenthesised && (c = skip_ws()) != ')') return fail_at(c, 127);
+  return give(known ? 1 : 0, true);
+}
+
+token evaluator::operator_token(int c) {
+  switch (c) {
+    case '|':
+    case '&':
+    case '!':
+    case '=':
+    case '<':
+    case '>':
+      return two_unit_operator(c);
+    case '+':
+      return give_op(have_operand ? IFOP_ADD : IFOP_UPLUS);
+    case '-':
+      return give_op(have_operand ? IFOP_SUB : IFOP_UMINUS);
+    default:
+      break;
+  }
+  const int cls = char_class(c);
+  return cls > IFOP_BOTTOM ? fail(119) : give_op(cls);
+}
+
+token evaluator::two_unit_operator(int first) {
+  struct pair {
+    char first;
+    char second;
+    op_code code;
+  };
+  static constexpr pair pairs[] = {
+      {'|', '|', IFOP_LOGOR}, {'&', '&', IFOP_LOGAND}, {'!', '=', IFOP_NE}, {'=', '=', IFOP_EQ},
+      {'<', '<', IFOP_SHL},   {'>', '>', IFOP_SHR},    {'<', '=', IFOP_LE}, {'>', '=', IFOP_GE},
+  };
+  const int second = get();
+  for (const pair& p : pairs) {
+    if (p.first == first && p.second == second) return give_op(p.code);
+  }
+  if (first == '=') return fail_at(second, 128);
+  unget();
+  return give_op(char_class(first));
+}
+
+// ---- sizeof().
+
+token evaluator::sizeof_operand() {
+  const int c = skip_ws();
+  if (c != '(') return fail_at(c, 134);
+  unsigned type = 0;
+  std::string last_word;
+  return read_type(type, last_word) ? resolve_type(type, last_word) : token::stop;
+}
+
+// The type word in token_buf.
+bool evaluator::add_type_word(unsigned& type, std::string& last_word) {
+  const unit* word = token_text();
+  for (const type_word& t : type_words) {
+    if (str16_cmp8(word, t.word) == 0) {
+      type |= t.bit;
+      last_word = t.word;
+      return true;
+    }
+  }
+  fail(130, alert_str(word));
+  return false;
+}
+
+// `*)` and optionally `()` behind a `(`; `c` becomes the unit behind it.
+bool evaluator::read_function_pointer(int& c) {
+  for (const int wanted : {'*', ')'}) {
+    c = next_expanded();
+    if (c != wanted) {
+      fail_at(c, 134);
+      return false;
+    }
+  }
+  c = next_expanded();
+  if (c != '(') return true;
+  c = next_expanded();
+  if (c != ')') {
+    fail_at(c, 134);
+    return false;
+  }
+  c = next_expanded();
+  return true;
+}
+
+// Reads type words and their like up to and including the `)`.
+bool evaluator::read_type(unsigned& type, std::string& last_word) {
+  int c = next_expanded();
+  for (;;) {
+    if (c == '(') {
+      if (!read_function_pointer(c)) return false;
+      type |= type_function_pointer;
+    } else if (char_class(c) == CT_LETTER) {
+      if (!add_type_word(type, last_word)) return false;
+      c = next_expanded();
+    } else {
+      break;
+    }
+  }
+  if (c == '*') {
+    type |= type_pointer;
+    c = next_expanded();
+  }
+  if (c == ')') return true;
+  fail_at(c, 134);
+  return false;
+}
+
+token evaluator::resolve_type(unsigned type, const std::string& last_word) {
+  bool pointer = (type & type_pointer) != 0;
+  unsigned size_code = type & ~type_pointer;
+  if (is_illegal_type(type)) {
+    if ((type & type_short) == 0 || (type & type_long) == 0) return fail(131);
+    size_code = type_int24;
+  } else if ((type & type_function_pointer) != 0) {
+    size_code = type_function_pointer;
+    pointer = true;
+  } else {
+    size_code &= ~type_sign;
+    if ((type & (type_short | type_long)) != 0) size_code &= ~type_int;
+    if (size_code == 0) return fail(132);
+  }
+  const size_row* row = nullptr;
+  for (const size_row& r : size_table) {
+    if (r.code == size_code) row = &r;
+  }
+  if (row == nullptr) return fail(133, size_code);
+  if (pointer) alert_msg(1486, static_cast<unsigned>(row->pointer_size));
+
+  std::string macro_word = last_word.empty() ? "XXX" : last_word;
+  for (char& c : macro_word) c = static_cast<char>(c >= 'a' && c <= 'z' ? c - 'a' + 'A' : c);
+  if (size_code == type_int24 && !pointer) macro_word = "SHORT_LONG";
+  alert_msg(2035, macro_word);
+  return give(pointer ? row->pointer_size : row->size, false);
+}
+
+// ---- Evaluation.
+
+std::uint8_t evaluator::skip_flags(op_code incoming) const {
+  const std::uint8_t below = top().skip;
+  switch (incoming) {
+    case IFOP_LOGAND:
+      return top_value().value == 0 ? skip_right : below;
+    case IFOP_LOGOR:
+      return top_value().value != 0 ? skip_right : below;
+    case IFOP_QUEST:
+      return static_cast<std::uint8_t>((below & skip_right) |
+                                       (top_value().value == 0 ? skip_branch : 0));
+    case IFOP_COLON:
+      return static_cast<std::uint8_t>(below ^ skip_branch);
+    default:
+      return below;
+  }
+}
+
+void evaluator::stack(op_code incoming) {
+  if (nops == ops.size()) {
+    fail(121, op_table[incoming].name);
+    return;
+  }
+  const std::uint8_t skip = skip_flags(incoming);
+  ops[nops++] = {incoming, op_table[incoming].stacked_rank, skip};
+}
+
+// `a ? b : c` with the `:` on top. Returns false after an error.
+bool evaluator::reduce_conditional() {
+  const stacked_op& below = ops[nops - 2];
+  if (below.code != IFOP_QUEST) {
+    fail(123, op_table[below.code].name);
+    return false;
+  }
+  nops -= 2;
+  nvalues -= 2;
+  const if_operand* v = &values[nvalues - 1];
+  const if_operand chosen = v[0].value != 0 ? v[1] : v[2];
+  values[nvalues - 1] = {chosen.value, chosen.is_signed && v[2].is_signed};
+  return true;
+}
+
+void evaluator::reduce_binary() {
+  const if_operand right = values[--nvalues];
+  const op_code op = top().code;
+  if (right.value == 0 && !skipped()) {
+    if (op == IFOP_DIV) alert_msg(175);
+    if (op == IFOP_MOD) alert_msg(990);
+  }
+  top_value() = binary_result(op, top_value(), right);
+  --nops;
+}
+
+// Evaluates stacked operators that bind at least as strongly as `incoming`. Returns whether
+// `incoming` is to be stacked; otherwise it has been used up, or the evaluation has ended.
+bool evaluator::reduce_for(op_code incoming) {
+  const std::uint8_t rank = op_table[incoming].rank;
+  while (top().rank >= rank) {
+    switch (top().code) {
+      case IFOP_LPAREN:
+        if (incoming == IFOP_RPAREN) {
+          --nops;
+        } else {
+          fail(122, op_table[incoming].name);
+        }
+        return false;
+      case IFOP_BOTTOM:
+        if (incoming == IFOP_EOE) {
+          ended = true;
+          result = static_cast<std::int32_t>(top_value().value);
+        }
+        return false;
+      case IFOP_QUEST:
+        return false;
+      case IFOP_COLON:
+        if (!reduce_conditional()) return false;
+        break;
+      case IFOP_UPLUS:
+      case IFOP_UMINUS:
+      case IFOP_COMPL:
+      case IFOP_NOT:
+        reduce_unary();
+        break;
+      default:
+        reduce_binary();
+    }
+  }
+  return true;
+}
+
+void evaluator::take_operand() {
+  if (have_operand) {
+    fail(117);
+  } else if (nvalues == values.size()) {
+    fail(118);
+  } else {
+    values[nvalues++] = operand;
+    have_operand = true;
+  }
+}
+
+void evaluator::take_operator() {
+  const op_info& info = op_table[code];
+  if (((info.rank & binary_position) != 0) != have_operand) {
+    fail(120, info.name);
+    return;
+  }
+  have_operand = (info.rank & leaves_operand) != 0;
+  const bool prefix = (code >= IFOP_UPLUS && code <= IFOP_NOT) || code == IFOP_LPAREN;
+  if (prefix || reduce_for(code)) stack(code);
+}
+
+std::int32_t evaluator::run() {
+  ops[nops++] = {IFOP_BOTTOM, op_table[IFOP_BOTTOM].stacked_rank, 0};
+  while (!ended) {
+    switch (next_token()) {
+      case token::operand:
+        take_operand();
+        break;
+      case token::op:
+        take_operator();
+        break;
+      case token::stop:
+        break;
+    }
+  }
+  return result;
+}
+
+}  // namespace
+
+std::int32_t eval_if() {
+  return evaluator().run();
+}
+
+}  // namespace kv::cpp

@@ -1,0 +1,19 @@
+// The macro work area: the parameter names of the definition being read and the arguments of the
+// calls being collected, one after the other. Whoever takes from it puts the cursor back.
+#pragma once
+
+#include <cstddef>
+
+#include "cpp/text16.h"
+
+namespace kv::cpp {
+
+inline constexpr std::size_t macro_area_size = 65536;
+extern unit macro_area[macro_area_size];
+/// Where the next unit goes.
+extern unit* macro_area_ptr;
+
+/// Appends one unit. Fatal message 149 when the area is full.
+void macro_area_save(int c);
+
+}  // namespace kv::cpp

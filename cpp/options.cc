@@ -1,0 +1,331 @@
+#include "cpp/options.h"
+
+#include <cctype>
+#include <cstdlib>
+#include <cstring>
+#include <ctime>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "common/alert.h"
+#include "common/cmode.h"
+#include "common/host.h"
+#include "common/kvdebug.h"
+#include "common/osdep.h"
+#include "common/version.h"
+#include "cpp/driver.h"
+#include "cpp/ifexpr.h"
+#include "cpp/include.h"
+#include "cpp/reader.h"
+#include "cpp/report.h"
+#include "cpp/scan.h"
+#include "cpp/symtab.h"
+
+namespace kv::cpp {
+
+constinit run_settings settings;
+
+namespace {
+
+bool is_digit(char c) {
+  return c >= '0' && c <= '9';
+}
+
+char to_lower(char c) {
+  return static_cast<char>(c >= 'A' && c <= 'Z' ? c - 'A' + 'a' : c);
+}
+
+bool same_nocase(std::string_view a, std::string_view b) {
+  if (a.size() != b.size()) return false;
+  for (std::size_t i = 0; i < a.size(); ++i) {
+    if (to_lower(a[i]) != to_lower(b[i])) return false;
+  }
+  return true;
+}
+
+// The decimal number that `text` begins with, within the range of int.
+int decimal(const char* text) {
+  const long v = std::strtol(text, nullptr, 10);
+  if (v > INT32_MAX) return INT32_MAX;
+  return v < INT32_MIN ? INT32_MIN : static_cast<int>(v);
+}
+
+std::u16string widened(std::string_view text) {
+  std::u16string wide(text.size(), 0);
+  for (std::size_t i = 0; i < text.size(); ++i) wide[i] = static_cast<unsigned char>(text[i]);
+  return wide;
+}
+
+void define_object(std::string_view name, std::string_view value) {
+  symbol* sym = sym_enter(widened(name).c_str(), false);
+  sym->nargs = NARGS_OBJECT;
+  sym->body = str16_dup(widened(value).c_str());
+}
+
+// ---- Single-letter options. `arg` is the whole argument, `rest` what follows the letter.
+
+struct option_call {
+  const char* arg;
+  const char* rest;
+  const char* cmd_file_arg;
+  const std::vector<char*>& command_line;
+};
+
+void opt_comments(const option_call&) {
+  settings.keep_comments = keep_comments_now = true;
+}
+
+void opt_define(const option_call& o) {
+  const std::string_view text = o.rest;
+  const auto equals = text.find('=');
+  if (equals == text.npos) {
+    define_object(text, "1");
+  } else {
+    define_object(text.substr(0, equals), text.substr(equals + 1));
+  }
+}
+
+void opt_errors(const option_call& o) {
+  if (o.rest[0] == 0) return;
+  if (is_digit(o.rest[0]) && o.rest[1] == 0) {
+    settings.listing_style = o.rest[0] - '0';
+    alert_use_formats(settings.listing_style);
+  } else {
+    host::redirect(2, o.rest, host::open_mode::append);
+  }
+}
+
+void opt_file_name(const option_call& o) {
+  if (o.rest[0] != 0) settings.source_name = o.rest;
+}
+
+void opt_show_includes(const option_call&) {
+  settings.show_includes = true;
+}
+
+void opt_include_dir(const option_call& o) {
+  if (include_dir_count == include_dir_limit) alert_msg(147);
+  include_dirs[include_dir_count++] = o.rest;
+}
+
+void opt_dependencies(const option_call& o) {
+  if (settings.dep_mode != dep_none) {
+    alert_msg(1447, o.rest);
+  } else if (o.rest[0] == 0) {
+    alert_msg(1448);
+  } else if (same_nocase(o.rest, "gcc")) {
+    settings.dep_mode = dep_gcc;
+  } else if (same_nocase(o.rest, "list")) {
+    settings.dep_mode = dep_list;
+  } else {
+    alert_msg(1449, o.rest);
+  }
+}
+
+void opt_names(const option_call& o) {
+  if (o.rest[0] == 0) {
+    ++settings.no_predef;
+  } else {
+    settings.ident_max = static_cast<unsigned>(decimal(o.rest));
+  }
+}
+
+// -S: the sizes of the types for sizeof(), or with `*` or `P` the sizes of pointers to them.
+void opt_sizes(const option_call& o) {
+  const char* text = o.rest;
+  const bool pointers = *text == '*' || *text == 'P' || *text == 'p';
+  if (pointers) ++text;
+  std::size_t values = pointers ? 0 : 1;
+  for (const char* p = text; *p != 0; ++p) values += *p == ',' ? 1 : 0;
+  const bool with_int24 = values > (pointers ? 7U : 6U);
+  const std::size_t rows = pointers ? size_table.size() : size_row_function_pointer;
+  const auto skip_to_digit = [](const char* p) {
+    while (*p != 0 && !is_digit(*p)) ++p;
+    return p;
+  };
+
+  for (std::size_t row = 0; row < rows; ++row) {
+    if (row == size_row_int24 && !with_int24) continue;
+    const char* digits = skip_to_digit(text);
+    if (*digits == 0) {
+      alert_msg(166, o.arg);
+      return;
+    }
+    unsigned value = 0;
+    for (text = digits; is_digit(*text); ++text) {
+      value = value * 10 + static_cast<unsigned>(*text - '0');
+    }
+    (pointers ? size_table[row].pointer_size : size_table[row].size) =
+        static_cast<std::uint16_t>(value);
+  }
+  if (*skip_to_digit(text) != 0) alert_msg(167, text);
+}
+
+void opt_undefine(const option_call& o) {
+  if (sym_enter(widened(o.rest).c_str(), true) == nullptr) alert_msg(177, o.rest);
+}
+
+void opt_show_search(const option_call&) {
+  settings.show_search_path = true;
+}
+
+void opt_warnings(const option_call& o) {
+  if (is_digit(o.rest[0]) || o.rest[0] == '-') settings.warn_level = decimal(o.rest);
+  if (std::strchr(o.rest, '!') != nullptr) alert_set_warnfail(1);
+  alert_set_warnlevel(settings.warn_level);
+}
+
+struct letter_option {
+  char letter;
+  void (*apply)(const option_call&);
+};
+constexpr letter_option letter_options[] = {
+    {'C', opt_comments},      {'D', opt_define},      {'E', opt_errors},       {'F', opt_file_name},
+    {'H', opt_show_includes}, {'I', opt_include_dir}, {'L', opt_dependencies}, {'N', opt_names},
+    {'S', opt_sizes},         {'U', opt_undefine},    {'V', opt_show_search},  {'W', opt_warnings},
+};
+
+// ---- Long options. `rest` is what follows the keyword.
+
+void opt_edf(const option_call& o) {
+  if (!open_edf(o.rest)) alert_printf("Could not open error description file %s\n", o.rest);
+}
+
+void opt_udf(const option_call& o) {
+  report_open(o.rest);
+}
+
+void opt_msgdisable(const option_call& o) {
+  alert_msgdisable(o.rest);
+}
+
+void opt_emax(const option_call& o) {
+  settings.max_errors = decimal(o.rest);
+  set_maxerrors(settings.max_errors);
+}
+
+void opt_version(const option_call&) {
+  show_version();
+  cpp_exit(0);
+}
+
+void opt_cmode(const option_call& o) {
+  settings.cmode_asm = cmode_set(o.rest) == CMODE_TSASM;
+  set_semicolon_comments(settings.cmode_asm);
+}
+
+void opt_dep_nosys(const option_call&) {
+  settings.dep_nosys = true;
+}
+
+void opt_include(const option_call& o) {
+  forced_includes.append("#include <").append(o.rest).append(">\n");
+}
+
+void opt_kvdebug(const option_call& o) {
+  db_options(o.rest);
+  if (gDebugFlags == 0) return;
+  if (o.cmd_file_arg != nullptr) db_trace_args(1, &o.cmd_file_arg);
+  db_trace_args(static_cast<int>(o.command_line.size()) - 1, o.command_line.data() + 1);
+}
+
+struct long_option {
+  std::string_view keyword;
+  bool exact;
+  void (*apply)(const option_call&);
+};
+constexpr long_option long_options[] = {
+    {"edf=", false, opt_edf},
+    {"udf=", false, opt_udf},
+    {"disl=", false, opt_msgdisable},
+    {"emax=", false, opt_emax},
+    {"msgdisable=", false, opt_msgdisable},
+    {"ver", true, opt_version},
+    {"cmode=", false, opt_cmode},
+    {"dep_nosys", true, opt_dep_nosys},
+    {"include=", false, opt_include},
+    {"kvdebug=", false, opt_kvdebug},
+};
+
+void unknown_option(const char* arg) {
+  alert_msg(168, arg);
+}
+
+void apply_long_option(option_call o) {
+  const std::string_view text = o.arg + 2;
+  for (const long_option& opt : long_options) {
+    if (opt.exact ? same_nocase(text, opt.keyword)
+                  : same_nocase(text.substr(0, opt.keyword.size()), opt.keyword)) {
+      o.rest = o.arg + 2 + opt.keyword.size();
+      opt.apply(o);
+      return;
+    }
+  }
+  if (werr_isOption(o.arg)) {
+    werr_setOption(o.arg, 0);
+  } else {
+    unknown_option(o.arg);
+  }
+}
+
+void apply_option(option_call o) {
+  if (std::strcmp(o.arg, "-dM") == 0) {
+    settings.dump_macros = true;
+    return;
+  }
+  if (o.arg[1] == '-') {
+    apply_long_option(o);
+    return;
+  }
+  const char letter = static_cast<char>(std::toupper(static_cast<unsigned char>(o.arg[1])));
+  for (const letter_option& opt : letter_options) {
+    if (opt.letter == letter) {
+      o.rest = o.arg + 2;
+      opt.apply(o);
+      return;
+    }
+  }
+  unknown_option(o.arg);
+}
+
+bool is_file_argument(const char* arg) {
+  return arg[0] != '-' || arg[1] == 0;
+}
+
+}  // namespace
+
+void define_startup_macros() {
+  define_object("__STDC__", "1");
+  sym_enter(u"__LINE__", false)->nargs = NARGS_LINE;
+  sym_enter(u"__FILE__", false)->nargs = NARGS_FILE;
+  const std::time_t now = std::time(nullptr);
+  const char* text = std::ctime(&now);  // "Wed Mar  7 12:34:56 2031\n"
+  const std::string_view stamp = text != nullptr ? text : "??? ??? ?? ??:??:?? ????\n";
+  const auto quoted = [](std::string_view s) { return '"' + std::string(s) + '"'; };
+  define_object("__DATE__",
+                quoted(std::string(stamp.substr(4, 7)) + std::string(stamp.substr(20, 4))));
+  define_object("__TIME__", quoted(stamp.substr(11, 8)));
+}
+
+int parse_options(int argc, char** argv, const char* cmd_file_arg) {
+  const std::vector<char*> command_line(argv, argv + argc);
+  cmode_set("lvx");
+  int nfiles = 1;
+  for (int i = 1; i < argc; ++i) {
+    if (is_file_argument(argv[i])) {
+      argv[nfiles++] = argv[i];
+    } else {
+      apply_option({argv[i], nullptr, cmd_file_arg, command_line});
+    }
+  }
+  unsigned significant = settings.ident_max;
+  if (significant < ident_max_least) significant = ident_max_least;
+  if (significant > ident_max_most) significant = ident_max_most;
+  set_ident_max(significant);
+  if (settings.macro_report) report_command_line(argc, command_line.data());
+  if (nfiles > 3) alert_msg(110);
+  return nfiles;
+}
+
+}  // namespace kv::cpp

@@ -1,0 +1,42 @@
+// The buffered standard output: everything the program writes there gathers in one block and leaves
+// in large writes. Whoever touches descriptor 1 directly flushes first.
+#pragma once
+
+#include <cstddef>
+#include <cstring>
+#include <string_view>
+
+namespace kv::cpp {
+
+inline constexpr std::size_t out_size = 65536;
+
+extern unsigned char out_block[out_size];
+/// Where the next byte goes, inside or at the end of out_block.
+extern unsigned char* out_next;
+
+/// Writes what has gathered to descriptor 1. Write errors are not reported.
+void out_flush();
+
+/// Appends one byte.
+inline void out_byte(unsigned char c) {
+  if (out_next == out_block + out_size) out_flush();
+  *out_next++ = c;
+}
+
+/// Appends `n` bytes.
+void out_large(const void* p, std::size_t n);
+
+inline void out_bytes(const void* p, std::size_t n) {
+  if (static_cast<std::size_t>(out_block + out_size - out_next) < n) {
+    out_large(p, n);
+    return;
+  }
+  std::memcpy(out_next, p, n);
+  out_next += n;
+}
+
+inline void out_text(std::string_view s) {
+  out_bytes(s.data(), s.size());
+}
+
+}  // namespace kv::cpp

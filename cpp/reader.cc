@@ -1,0 +1,587 @@
+// The frame stack and the translation of units.
+//
+// Frames are strictly last in, first out, so they live with their texts in an arena that grows at
+// the top and shrinks back when a frame is removed: once it is warm an expansion allocates nothing.
+//
+// The reader reads ahead in two places, after `/` and after a backslash, and the text read ahead
+// may itself need translation. After `/` the look-ahead is raw, so it goes no deeper. Backslashes
+// can follow one another for as long as the input likes; what would naturally be a recursion is a
+// stack of one byte a backslash in join_lines().
+#include "cpp/reader.h"
+
+#include <cstddef>
+#include <cstdlib>
+#include <cstring>
+#include <new>
+#include <vector>
+
+#include "common/alert.h"
+#include "common/alloc.h"
+#include "common/osdep.h"
+#include "cpp/lanes.h"
+#include "cpp/output.h"
+#include "cpp/scan.h"
+#include "cpp/source.h"
+#include "cpp/symtab.h"
+
+namespace kv::cpp {
+
+input_frame* cur_frame = nullptr;
+input_frame* base_frame = nullptr;
+int cur_line = 0;
+bool need_linemark = false;
+bool raw_read = false;
+bool line_shown = false;
+int expand_depth = 0;
+constinit std::string forced_includes;
+bool keep_comments_now = false;
+
+namespace {
+
+// Set only around the one-unit look-ahead behind `/` and `;`: a parameter reference is then
+// delivered as it is, since what it stands for could not be stepped back over.
+bool no_arg_subst = false;
+
+bool semicolon_comments = false;
+
+// The prelude: the position in forced_includes of the next byte to deliver. Everything before the
+// first line of the outermost frame comes from there; outer_lines counts the lines read from that
+// frame, so that unget() knows where the unit before the first one came from.
+std::size_t forced_pos = 0;
+int outer_lines = 0;
+
+// Results of the translation steps that are no units.
+constexpr int joining_backslash = -1;  // a backslash outside raw mode, not yet looked behind
+constexpr int read_on = -2;            // nothing to deliver: take the next unit
+
+// ---- The arena of frames.
+
+struct arena_chunk {
+  arena_chunk* below;
+  arena_chunk* above;
+  std::size_t used;
+  std::size_t size;
+  std::byte* bytes() { return reinterpret_cast<std::byte*>(this + 1); }
+};
+constexpr std::size_t chunk_size = 256 * 1024;
+arena_chunk* top_chunk = nullptr;
+
+constexpr std::size_t aligned(std::size_t n) {
+  return (n + alignof(std::max_align_t) - 1) & ~(alignof(std::max_align_t) - 1);
+}
+
+// Makes a chunk with room for n bytes the top one. A chunk above the top is an empty one, kept from
+// an earlier, deeper stack.
+void grow_arena(std::size_t n) {
+  arena_chunk* above = top_chunk != nullptr ? top_chunk->above : nullptr;
+  if (above == nullptr || above->size < n) {
+    const std::size_t size = n > chunk_size ? n : chunk_size;
+    auto* fresh = static_cast<arena_chunk*>(std::malloc(sizeof(arena_chunk) + size));
+    if (fresh == nullptr) {
+      alert_msg(296);
+      std::abort();
+    }
+    *fresh = {top_chunk, above, 0, size};
+    if (above != nullptr) above->below = fresh;
+    if (top_chunk != nullptr) top_chunk->above = fresh;
+    above = fresh;
+  }
+  top_chunk = above;
+}
+
+std::byte* arena_alloc(std::size_t n) {
+  n = aligned(n);
+  if (top_chunk == nullptr || top_chunk->size - top_chunk->used < n) grow_arena(n);
+  std::byte* p = top_chunk->bytes() + top_chunk->used;
+  top_chunk->used += n;
+  return p;
+}
+
+// Gives back everything allocated since `p`, the frame record of the frame being removed.
+void arena_release(void* p) {
+  auto* at = static_cast<std::byte*>(p);
+  while (at < top_chunk->bytes() || at >= top_chunk->bytes() + top_chunk->size) {
+    top_chunk->used = 0;
+    top_chunk = top_chunk->below;
+  }
+  top_chunk->used = static_cast<std::size_t>(at - top_chunk->bytes());
+}
+
+// ---- Frames.
+
+input_frame* push_frame(int size, const unit* name) {
+  constexpr std::size_t record = aligned(sizeof(input_frame));
+  std::byte* room = arena_alloc(record + static_cast<std::size_t>(size) * sizeof(unit));
+  auto* f = new (room) input_frame{};
+  f->buf = reinterpret_cast<unit*>(room + record);
+  f->txptr = f->buf;
+  f->bufsize = size;
+  f->name = name;
+  f->parent = cur_frame;
+  if (cur_frame != nullptr) cur_frame->saved_line = cur_line;
+  cur_frame = f;
+  return f;
+}
+
+void lower_depth(int n) {
+  expand_depth = n < expand_depth ? expand_depth - n : 0;
+}
+
+// Tells expand_depth of the frames removed above a frame, one read late: what this read removed is
+// noted below the frame, and settled by the next read that removes nothing.
+void account(const input_frame* f, int pops) {
+  input_frame* below = f->parent;
+  if (below == nullptr) return;
+  if (pops == 0) {
+    lower_depth(below->pop_tally);
+    below->pop_tally = 0;
+  } else {
+    below->pop_tally += pops;
+  }
+}
+
+void drop_top_frame() {
+  input_frame* f = cur_frame;
+  cur_frame = f->parent;
+  std::free(const_cast<unit*>(f->line_name));
+  if (f != base_frame) arena_release(f);
+  if (cur_frame != nullptr) cur_line = cur_frame->saved_line;
+}
+
+void remove_text_frame(int& pops) {
+  const input_frame* f = cur_frame;
+  if (f->macro != nullptr) {
+    if (--f->macro->disable < 0) alert_msg(158, alert_str(f->macro->name));
+    sym_release(f->macro);
+  } else if (f->arg_of != nullptr) {
+    ++f->arg_of->disable;
+    sym_release(f->arg_of);
+  }
+  ++pops;
+  lower_depth(f->pop_tally);
+  drop_top_frame();
+}
+
+void end_file_frame() {
+  source_close(cur_frame->fp);
+  if (cur_frame->parent != nullptr) need_linemark = true;
+  drop_top_frame();
+}
+
+// Reads argument `n` of the expansion frame on top in place of the reference to it.
+void push_argument(int n) {
+  input_frame* expansion = cur_frame;
+  symbol* macro = expansion->macro;
+  if (macro == nullptr || n >= macro->nargs) alert_msg(152, n);
+  if (n >= expansion->arg_count || expansion->args[n] == nullptr) return;
+  push_text(expansion->args[n]);
+  cur_frame->arg_of = macro;
+  ++macro->frame_refs;
+  --macro->disable;
+}
+
+// ---- Lines.
+
+bool load_line(input_frame* f) {
+  source_line line;
+  if (!source_next_line(f->fp, line)) return false;
+  if (f->parent == nullptr) ++outer_lines;
+  f->rdptr = f->line_start = line.start;
+  f->line_end = line.end;
+  f->settled_backslashes = nullptr;
+  line_shown = false;
+  return true;
+}
+
+// A zero byte ends the stored line; the rest of the physical line is lost.
+int cut_line_at_zero(input_frame* f) {
+  f->rdptr[-1] = '\n';
+  f->line_end = f->rdptr;
+  return '\n';
+}
+
+bool is_blank(int c) {
+  return c == '\t' || c == 0x1F || c == ' ';
+}
+
+// ---- Trigraphs.
+
+int trigraph_for(int third) {
+  switch (third) {
+    case '=':
+      return '#';
+    case '(':
+      return '[';
+    case '/':
+      return '\\';
+    case ')':
+      return ']';
+    case '\'':
+      return '^';
+    case '<':
+      return '{';
+    case '!':
+      return '|';
+    case '>':
+      return '}';
+    case '-':
+      return '~';
+    default:
+      return 0;
+  }
+}
+
+// With a `?` just taken from the file frame `f`: replaces the trigraph that starts there and
+// returns its character, or 0. The replacement is stored where the third unit was, for unget().
+int replace_trigraph(input_frame* f) {
+  if (f->rdptr == f->line_end || f->rdptr[0] != '?') return 0;
+  const int third = f->rdptr[1];
+  const int c = trigraph_for(third);
+  if (c == 0) return 0;
+  f->rdptr[1] = static_cast<unsigned char>(c);
+  f->rdptr += 2;
+  alert_msg_once(1470, static_cast<char>(third));
+  return c;
+}
+
+// ---- Comments.
+
+// Whether the unit that follows in the top frame's buffer makes the space for a comment
+// superfluous.
+bool blank_follows() {
+  const input_frame* f = cur_frame;
+  if (f == nullptr) return false;
+  if (f->fp != nullptr) {
+    return f->rdptr != f->line_end && (*f->rdptr == '\n' || *f->rdptr == 0 || is_blank(*f->rdptr));
+  }
+  return *f->txptr == '\n' || is_blank(*f->txptr) || *f->txptr == MARK_PASTE;
+}
+
+// Puts a space where the `/` that closed a comment was, so that unget() and get() deliver the
+// space.
+void overwrite_last_unit_with_space() {
+  input_frame* f = cur_frame;
+  if (f == nullptr) return;
+  if (f->fp != nullptr) {
+    if (f->rdptr != f->line_start) f->rdptr[-1] = ' ';
+  } else {
+    f->txptr[-1] = ' ';
+  }
+}
+
+// Comment text is read raw, unit by unit; `frame` is where the last unit came from.
+struct comment_text {
+  input_frame* frame = cur_frame;
+  bool copied = keep_comments_now;
+
+  int next(bool copy_this) {
+    const int c = get();
+    if (cur_frame != frame && cur_frame != nullptr) {
+      frame = cur_frame;
+      alert_msg(180);
+    }
+    if (copied && copy_this && c != 0) put_char_out(c);
+    return c;
+  }
+
+  // Lane: passes over file text that is neither special to comments nor translated in raw mode.
+  void skip_plain(unsigned char a, unsigned char b) const {
+    input_frame* f = cur_frame;
+    if (!lanes || copied || f == nullptr || f->rdptr == f->line_end) return;
+    unsigned char* p = f->rdptr;
+    for (;; ++p) {
+      p = find_any(p, f->line_end - 1, a, b, '?', 0);
+      if (*p != '?' || p[1] == '?') break;
+    }
+    f->rdptr = p;
+  }
+};
+
+int block_comment(comment_text text) {
+  int c = text.next(true);
+  for (;;) {
+    if (c == 0) {
+      raw_read = false;
+      alert_msg(139);
+      return 0;
+    }
+    if (c == '/') {
+      c = text.next(true);
+      if (c != '*') continue;
+      alert_msg(179);
+    }
+    if (c == '*') {
+      c = text.next(true);
+      if (c == '/') break;
+      continue;
+    }
+    if (c == '\n' && !text.copied) need_linemark = true;
+    text.skip_plain('*', '/');
+    c = text.next(true);
+  }
+  raw_read = false;
+  if (blank_follows()) return read_on;
+  overwrite_last_unit_with_space();
+  return ' ';
+}
+
+int line_comment(comment_text text, int c) {
+  for (;;) {
+    if (c == 0 || c == '\n') break;
+    if (c == '\\') {
+      c = text.next(false);
+      if (c == 0) break;
+      if (c == '\n' && !text.copied) need_linemark = true;
+    }
+    text.skip_plain('\\', '\n');
+    c = text.next(true);
+  }
+  raw_read = false;
+  return '\n';
+}
+
+// With `/` or `;` just read outside raw mode: returns the unit to deliver, or read_on.
+int comment(int opener) {
+  raw_read = true;
+  no_arg_subst = true;
+  const int c = get();
+  no_arg_subst = false;
+  if (opener == '/' && c != '/' && c != '*') {
+    raw_read = false;
+    unget();
+    return '/';
+  }
+  if (keep_comments_now) {
+    put_char_out(opener);
+    if (c != 0) put_char_out(c);
+  }
+  comment_text text;
+  if (opener == ';') return line_comment(text, c);
+  return c == '*' ? block_comment(text) : line_comment(text, text.next(true));
+}
+
+// ---- Units.
+
+// The translation of a unit taken from `f`, common to both kinds of frame.
+int translate(const input_frame* f, int c) {
+  switch (c) {
+    case '\n':
+      if (f->fp != nullptr) ++cur_line;
+      return c;
+    case ';':
+      return semicolon_comments && !raw_read ? comment(c) : c;
+    case '/':
+      return raw_read ? c : comment(c);
+    case '\\':
+      return raw_read ? c : joining_backslash;
+    case '\v':
+    case '\f':
+      return raw_read ? c : ' ';
+    case '\r':
+      return raw_read ? c : read_on;
+    default:
+      return c;
+  }
+}
+
+int take_from_file(input_frame* f, int pops) {
+  if (f->parent == nullptr && forced_pos < forced_includes.size()) {
+    return static_cast<unsigned char>(forced_includes[forced_pos++]);
+  }
+  if (f->rdptr == f->line_end && !load_line(f)) {
+    end_file_frame();
+    return cur_frame == nullptr ? 0 : read_on;
+  }
+  int c = *f->rdptr++;
+  account(f, pops);
+  if (c == 0) {
+    c = cut_line_at_zero(f);
+  } else if (c == '?') {
+    const int replacement = replace_trigraph(f);
+    if (replacement != 0) {
+      return replacement == '\\' && !raw_read ? joining_backslash : replacement;
+    }
+  }
+  return translate(f, c);
+}
+
+int take_from_text(input_frame* f, int& pops) {
+  if (f->at_end) {
+    remove_text_frame(pops);
+    return cur_frame == nullptr ? 0 : read_on;
+  }
+  const int c = *f->txptr++;
+  if (c == 0) {
+    if (f->macro == nullptr) {
+      remove_text_frame(pops);
+      return cur_frame == nullptr ? 0 : read_on;
+    }
+    f->at_end = true;
+    f->lane_open = false;
+    return MARK_EXP_END;
+  }
+  if (is_param_ref(c) && !no_arg_subst) {
+    push_argument(c - MARK_PARAM_BASE);
+    return read_on;
+  }
+  if (c == MARK_NOEXPAND && f->parent == nullptr) return c;
+  account(f, pops);
+  f->lane_open = pops == 0;
+  return translate(f, c);
+}
+
+// One unit, translated, except that a backslash that may join lines is left to the caller.
+int get_unjoined() {
+  int pops = 0;
+  int c;
+  do {
+    input_frame* f = cur_frame;
+    if (f == nullptr) return 0;
+    c = f->fp != nullptr ? take_from_file(f, pops) : take_from_text(f, pops);
+  } while (c == read_on);
+  return c;
+}
+
+// Whether the backslash just read is followed by backslashes and then by a unit that neither joins
+// lines nor needs translation. None of the run joins anything then; the run is looked at once.
+bool backslash_stands_alone() {
+  input_frame* f = cur_frame;
+  if (f == nullptr || f->fp == nullptr) return false;
+  if (f->rdptr <= f->settled_backslashes) return true;
+  unsigned char* p = f->rdptr;
+  while (p != f->line_end && *p == '\\') ++p;
+  if (p == f->line_end || !plain.in_file[*p] || is_blank(*p)) return false;
+  f->settled_backslashes = p;
+  return true;
+}
+
+bool is_joining_blank(int c) {
+  return is_blank(c) || c == MARK_PASTE || c == MARK_EXP_END;
+}
+
+// With a backslash read outside raw mode: joins the lines if a newline follows, else returns the
+// backslash. Each pending backslash is one that reads ahead; the innermost is decided first, and
+// what it delivers is what the one before it has read ahead.
+int join_lines() {
+  enum : unsigned char { waiting, seen_blank };
+  static constinit std::vector<unsigned char> pending;
+  const std::size_t outermost = pending.size();
+  pending.push_back(waiting);
+  while (pending.size() > outermost) {
+    int c = get_unjoined();
+    if (c == joining_backslash) {
+      pending.push_back(waiting);
+      continue;
+    }
+    for (;;) {
+      if (c == '\n') {
+        if (pending.back() == seen_blank) alert_msg(1342);
+        need_linemark = true;
+        c = get_unjoined();
+        if (c == joining_backslash) {
+          pending.back() = waiting;
+          break;
+        }
+      } else if (is_joining_blank(c)) {
+        pending.back() = seen_blank;
+        break;
+      } else {
+        unget();
+        c = '\\';
+      }
+      pending.pop_back();
+      if (pending.size() == outermost) return c;
+    }
+  }
+  return 0;
+}
+
+constexpr plain_tables initial_plain_tables() {
+  plain_tables t{};
+  for (int c = 0; c < 256; ++c) {
+    const bool translated = c == 0 || c == '/' || c == '\\' || c == '\v' || c == '\f' || c == '\r';
+    t.in_text[static_cast<std::size_t>(c)] = !translated;
+    t.in_file[static_cast<std::size_t>(c)] = !translated && c != '\n' && c != '?';
+  }
+  return t;
+}
+
+}  // namespace
+
+constinit plain_tables plain = initial_plain_tables();
+
+void set_semicolon_comments(bool on) {
+  semicolon_comments = on;
+  plain.in_file[';'] = plain.in_text[';'] = !on;
+}
+
+int get_slow() {
+  const int c = get_unjoined();
+  if (c != joining_backslash) return c;
+  return backslash_stands_alone() ? '\\' : join_lines();
+}
+
+void unget() {
+  input_frame* f = cur_frame;
+  if (f == nullptr) return;
+  if (f->fp == nullptr) {
+    if (f->txptr == f->buf) alert_msg(159);
+    --f->txptr;
+    f->at_end = false;
+    return;
+  }
+  if (f->parent == nullptr && outer_lines <= 1 && f->rdptr == f->line_start && forced_pos > 0) {
+    --forced_pos;
+    return;
+  }
+  if (f->rdptr == f->line_start) alert_msg(159);
+  if (*--f->rdptr == '\n') --cur_line;
+}
+
+input_frame* push_file(source_file* file, const char* name) {
+  const std::size_t len = std::strlen(name);
+  input_frame* f = push_frame(static_cast<int>(len) + 1, nullptr);
+  str8to16(f->buf, name);
+  f->name = f->buf;
+  f->bufsize = frame_capacity;
+  f->fp = file;
+  cur_line = 1;
+  need_linemark = true;
+  return f;
+}
+
+void push_text(const unit* text) {
+  const auto len = static_cast<std::size_t>(str16_len(text));
+  input_frame* f = push_frame(static_cast<int>(len) + 1, u"");
+  std::memcpy(f->buf, text, (len + 1) * sizeof(unit));
+}
+
+input_frame* push_expansion(symbol* macro) {
+  input_frame* f = push_frame(frame_capacity, macro->name);
+  f->macro = macro;
+  ++macro->frame_refs;
+  f->buf[0] = 0;
+  return f;
+}
+
+void trim_expansion(std::size_t len) {
+  arena_release(cur_frame->buf);
+  arena_alloc((len + 1) * sizeof(unit));
+}
+
+void* alloc_with_frame(std::size_t bytes) {
+  return arena_alloc(bytes);
+}
+
+input_frame* nearest_file_frame() {
+  input_frame* f = cur_frame;
+  while (f != nullptr && f->fp == nullptr) f = f->parent;
+  return f;
+}
+
+void free_base_frame() {
+  if (base_frame != nullptr) arena_release(base_frame);
+  base_frame = nullptr;
+}
+
+}  // namespace kv::cpp

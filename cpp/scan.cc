@@ -1,0 +1,267 @@
+#include "cpp/scan.h"
+
+#include <cstdlib>
+#include <cstring>
+
+#include "common/alert.h"
+#include "common/alloc.h"
+#include "cpp/control.h"
+#include "cpp/lanes.h"
+#include "cpp/options.h"
+#include "cpp/reader.h"
+
+namespace kv::cpp {
+
+namespace {
+
+constexpr std::array<signed char, 256> make_class_table() {
+  std::array<signed char, 256> t{};
+  t[0] = CT_END;
+  t['\t'] = t[0x1F] = t[' '] = CT_SPACE;
+  t[0x1D] = t['$'] = t['_'] = CT_LETTER;
+  for (std::size_t c = '0'; c <= '9'; ++c) t[c] = CT_DIGIT;
+  for (std::size_t c = 'A'; c <= 'Z'; ++c) t[c] = t[c - 'A' + 'a'] = CT_LETTER;
+  t['"'] = t['\''] = CT_QUOTE;
+  t['.'] = CT_DOT;
+  t['\\'] = CT_BACKSLASH;
+  // Operator codes of the #if evaluator.
+  t['+'] = 3;
+  t['-'] = 4;
+  t['*'] = 5;
+  t['/'] = 6;
+  t['%'] = 7;
+  t['&'] = 10;
+  t['|'] = 11;
+  t['^'] = 12;
+  t['='] = 13;
+  t['<'] = 15;
+  t['>'] = 18;
+  t['?'] = 21;
+  t[':'] = 22;
+  t['~'] = 26;
+  t['!'] = 27;
+  t['('] = 28;
+  t[')'] = 29;
+  return t;
+}
+
+bool is_white_or_end(int c) {
+  return char_class(c) == CT_SPACE || c == MARK_EXP_END;
+}
+
+bool is_digit(int c) {
+  return char_class(c) == CT_DIGIT;
+}
+bool is_ascii_letter(int c) {
+  return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z');
+}
+bool is_hex_letter(int c) {
+  return (c >= 'a' && c <= 'f') || (c >= 'A' && c <= 'F');
+}
+bool is_letter(int c, char lower) {
+  return c == lower || c == lower - 'a' + 'A';
+}
+
+bool continues_id_byte(unit c) {
+  const int cls = class_table[c];
+  return cls == CT_LETTER || cls == CT_DIGIT;
+}
+
+// Lane: takes the part of an identifier that lies ahead in the buffer of the frame on top.
+template <class Unit>
+void take_id_run(Unit*& from, const Unit* end) {
+  Unit* p = from;
+  while (p != end && *p < 256 && continues_id_byte(*p)) ++p;
+  const std::size_t room = settings.ident_max - token_len;
+  const auto run = static_cast<std::size_t>(p - from);
+  const std::size_t kept = run < room ? run : room;
+  for (std::size_t i = 0; i < kept; ++i) token_buf[token_len + i] = from[i];
+  token_len += kept;
+  from = p;
+}
+
+void take_id_lane() {
+  input_frame* f = cur_frame;
+  if (!lanes || f == nullptr) return;
+  if (f->fp != nullptr) {
+    take_id_run(f->rdptr, f->line_end);
+  } else if (f->lane_open) {
+    take_id_run(f->txptr, static_cast<const unit*>(nullptr));  // the text's zero ends the run
+  }
+}
+
+}  // namespace
+
+constinit const std::array<signed char, 256> class_table = make_class_table();
+
+unit* token_buf = nullptr;
+std::size_t token_len = 0;
+std::array<unit, work_size> work_buf;
+std::size_t work_len = 0;
+
+void set_ident_max(unsigned significant) {
+  settings.ident_max = significant;
+  std::free(token_buf);
+  token_buf = static_cast<unit*>(checked_alloc((significant + 1) * sizeof(unit)));
+  token_len = 0;
+}
+
+int skip_ws() {
+  int c;
+  do {
+    c = get();
+  } while (is_white_or_end(c));
+  return c;
+}
+
+int get_nomark() {
+  int c;
+  do {
+    c = get();
+  } while (c == MARK_PASTE || c == MARK_EXP_END);
+  return c;
+}
+
+void skip_line() {
+  int c;
+  do {
+    input_frame* f = cur_frame;
+    if (lanes && f != nullptr && f->rdptr != f->line_end && plain.in_file[';']) {
+      // Lane: only a comment, a joined line, a trigraph or a zero byte can matter in skipped text.
+      unsigned char* p = f->rdptr;
+      for (;; ++p) {
+        p = find_any(p, f->line_end - 1, '/', '\\', '?', 0);
+        if (*p != '/' || p[1] == '*' || !plain.in_file[p[1]]) break;
+      }
+      f->rdptr = p;
+    }
+    c = get();
+  } while (c != '\n' && c != 0);
+}
+
+void scan_id(int c) {
+  token_len = 0;
+  do {
+    if (token_len < settings.ident_max) token_buf[token_len++] = static_cast<unit>(c);
+    take_id_lane();
+    c = get();
+  } while (c == MARK_NOEXPAND || (c < 256 && continues_id_byte(static_cast<unit>(c))));
+  unget();
+  token_buf[token_len] = 0;
+}
+
+void scan_number(int c, output_routine out) {
+  int radix = 10;
+  bool point = false;
+  bool exponent = false;
+  bool sign_allowed = false;
+  const auto accept = [&] {
+    out(c);
+    c = get();
+  };
+
+  if (c == '.') {
+    accept();
+    if (!is_digit(c)) {
+      unget();
+      return;
+    }
+    point = true;
+  } else if (c == '0') {
+    accept();
+    radix = 8;
+    if (is_letter(c, 'x')) {
+      radix = 16;
+      accept();
+    } else if (is_letter(c, 'b')) {
+      radix = 2;
+      accept();
+    }
+  }
+
+  for (;;) {
+    if (radix != 16 && is_letter(c, 'e')) {
+      if (exponent) break;
+      exponent = sign_allowed = true;
+      radix = 10;
+    } else if (radix != 16 && c == '.') {
+      if (point) break;
+      point = true;
+      radix = 10;
+    } else if (c == '+' || c == '-') {
+      if (!sign_allowed) break;
+      sign_allowed = false;
+    } else if (!(is_digit(c) || (radix == 16 && is_hex_letter(c)) || c == MARK_EXP_END ||
+                 (in_asm && is_ascii_letter(c)))) {
+      break;
+    }
+    accept();
+  }
+
+  if (point || exponent) {
+    if (is_letter(c, 'l')) accept();
+  } else {
+    bool unsigned_seen = false;
+    bool long_seen = false;
+    for (;;) {
+      if (is_letter(c, 'u') && !unsigned_seen) {
+        unsigned_seen = true;
+      } else if (is_letter(c, 'l') && !long_seen) {
+        long_seen = true;
+      } else {
+        break;
+      }
+      accept();
+    }
+  }
+  unget();
+}
+
+bool scan_string(int q, output_routine out) {
+  raw_read = true;
+  out(q);
+  for (;;) {
+    const int c = get();
+    if (c == q) {
+      raw_read = false;
+      out(c);
+      return true;
+    }
+    if (c == '\n' || c == 0) {
+      raw_read = false;
+      unget();
+      return false;
+    }
+    out(c);
+    if (c == '\\') out(get());
+  }
+}
+
+const unit* token_text() {
+  const unit* t = token_buf;
+  while (*t == MARK_NOEXPAND || *t == MARK_EXP_END) ++t;
+  return t;
+}
+
+void work_save(int c) {
+  if (work_len == work_size) {
+    work_buf[work_size - 1] = 0;
+    alert_msg(156, alert_str(work_buf.data()));
+  }
+  work_buf[work_len++] = static_cast<unit>(c);
+}
+
+const unit* work_end() {
+  work_save(0);
+  --work_len;
+  return work_buf.data();
+}
+
+const unit* work_rest_of_line(int c) {
+  work_len = 0;
+  for (; c != '\n' && c != 0; c = get()) work_save(c);
+  unget();
+  return work_end();
+}
+
+}  // namespace kv::cpp

@@ -1,0 +1,103 @@
+// Lexical scanning: character classes, identifiers, numbers, strings and the work buffer.
+//
+// There is no token stream. A caller looks at the class of the first unit and calls the scanner
+// that consumes the rest of the token; numbers and strings pass unit by unit to an output routine,
+// so they cross the preprocessor untouched. Every scanner ends by stepping the reader back over the
+// unit that ended the token.
+#pragma once
+
+#include <array>
+#include <cstddef>
+
+#include "cpp/text16.h"
+
+namespace kv::cpp {
+
+// The lexical classes. Classes 3 to 29 are operator codes of the #if evaluator (see ifexpr.h).
+inline constexpr int CT_OTHER = 0;
+inline constexpr int CT_DIGIT = 1;
+inline constexpr int CT_LETTER = 2;
+inline constexpr int CT_QUOTE = 65;
+inline constexpr int CT_DOT = 66;
+inline constexpr int CT_SPACE = 67;
+inline constexpr int CT_BACKSLASH = 68;
+inline constexpr int CT_END = 69;
+
+/// The class of each unit below 256.
+extern const std::array<signed char, 256> class_table;
+
+/// The class of any unit. Markers: MARK_NOEXPAND is a letter, MARK_PASTE is white space, every
+/// other unit above 255 has class 0.
+inline int char_class(int c) {
+  if (c < 256) return class_table[static_cast<std::size_t>(c)];
+  if (c == MARK_NOEXPAND) return CT_LETTER;
+  return c == MARK_PASTE ? CT_SPACE : CT_OTHER;
+}
+
+/// Whether `c` continues an identifier: a letter, a digit or MARK_NOEXPAND.
+inline bool continues_id(int c) {
+  const int cls = char_class(c);
+  return cls == CT_LETTER || cls == CT_DIGIT;
+}
+
+/// Whether a token paste is tried after a unit of class `cls`: digits, letters and the operator
+/// characters that can begin or continue a token.
+constexpr bool is_operand_class(int cls) {
+  constexpr unsigned members = 0x0F1C9FFE;  // 1-12, 15, 18, 19, 20, 24-27
+  return cls >= 0 && cls < 32 && ((members >> cls) & 1U) != 0;
+}
+
+/// Receives the units of a number or string, one call a unit.
+using output_routine = void (*)(int c);
+
+/// Reads past white space (MARK_PASTE and MARK_EXP_END included) and returns the first other unit,
+/// which is consumed. Stops at a newline and at MARK_NOEXPAND.
+int skip_ws();
+
+/// Reads up to and including the next newline, or to the end of input.
+void skip_line();
+
+/// Reads one unit, passing over MARK_PASTE and MARK_EXP_END.
+int get_nomark();
+
+/// Gathers the identifier that begins with the unit `c` (already read) into token_buf; only the
+/// first ident_max units are kept.
+void scan_id(int c);
+
+/// Passes the number that begins with `c`, a digit or a point already read, to `out`.
+void scan_number(int c, output_routine out);
+
+/// Passes the string or character constant opened by the quote `q`, already read, to `out`. Returns
+/// whether the closing quote was found; a newline or the end of input that stopped it is given
+/// back.
+bool scan_string(int q, output_routine out);
+
+/// The identifier last gathered: at most ident_max units and a terminating zero.
+extern unit* token_buf;
+/// The number of units in token_buf.
+extern std::size_t token_len;
+
+/// Gives token_buf room for identifiers of `significant` units and sets ident_max to it.
+void set_ident_max(unsigned significant);
+
+/// token_buf without the MARK_NOEXPAND and MARK_EXP_END units it may begin with.
+const unit* token_text();
+
+// The work buffer: one scratch text of fixed size, used by one construct at a time.
+
+inline constexpr std::size_t work_size = 32768;
+extern std::array<unit, work_size> work_buf;
+/// The number of units stored; the text is ended by work_end().
+extern std::size_t work_len;
+
+/// Appends `c` to the work buffer. Fatal message 156 when it is full.
+void work_save(int c);
+
+/// Ends the work buffer's text with a zero unit and returns it. Fatal message 156 when it is full.
+const unit* work_end();
+
+/// Reads from `c`, already read, up to a newline or the end of input into the work buffer, gives
+/// the unit that ended it back and returns the text.
+const unit* work_rest_of_line(int c);
+
+}  // namespace kv::cpp

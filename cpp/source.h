@@ -1,0 +1,26 @@
+// The bytes behind a file frame: a file read in large blocks and cut into lines where they lie.
+#pragma once
+
+namespace kv::cpp {
+
+struct source_file;
+
+/// One line inside a source_file's block: [start, end), the last byte a newline. Valid, and
+/// writable, until the next line is asked for.
+struct source_line {
+  unsigned char* start;
+  unsigned char* end;
+};
+
+/// Takes over the open descriptor `fd` and gives a source_file to read it through.
+source_file* source_open(int fd);
+
+/// Moves to the next line of at most line_capacity bytes; a longer physical line is cut and a
+/// newline supplied at the cut, a last line without a newline gets one. Returns false at the end of
+/// the file (a read error counts as the end).
+bool source_next_line(source_file* file, source_line& line);
+
+/// Closes the descriptor and keeps the record and its block for the next source_open.
+void source_close(source_file* file);
+
+}  // namespace kv::cpp

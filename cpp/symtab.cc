@@ -1,0 +1,201 @@
+#include "cpp/symtab.h"
+
+#include <cstdlib>
+#include <cstring>
+
+#include "common/alloc.h"
+#include "common/osdep.h"
+#include "cpp/reader.h"
+#include "cpp/scan.h"
+
+namespace kv::cpp {
+
+symbol* symtab[symtab_chains];
+
+namespace {
+
+// The index: linear probing over a power of two slots, at most half of them in use, so a search for
+// a name that is no macro (nearly all of them) ends at once at an empty slot.
+struct index_slot {
+  std::uint64_t key;
+  symbol* sym;  // null: empty
+};
+struct {
+  index_slot* slots;
+  std::size_t mask;
+  std::size_t used;
+} sym_index;
+
+constexpr std::size_t first_index_size = 1024;
+
+std::uint64_t mix(std::uint64_t h, std::uint64_t v) {
+  h = (h ^ v) * 0x9E3779B97F4A7C15U;
+  return h ^ (h >> 32);
+}
+
+std::uint64_t load(const unsigned char* p, std::size_t n) {
+  std::uint64_t v = 0;
+  std::memcpy(&v, p, n);
+  return v;
+}
+
+std::size_t find_slot(std::uint64_t key, const symbol* sym) {
+  std::size_t i = key & sym_index.mask;
+  while (sym_index.slots[i].sym != sym) i = (i + 1) & sym_index.mask;
+  return i;
+}
+
+void index_store(symbol* sym) {
+  const std::size_t i = find_slot(sym->key, nullptr);
+  sym_index.slots[i] = {sym->key, sym};
+}
+
+void index_grow() {
+  const index_slot* old = sym_index.slots;
+  const std::size_t old_size = old == nullptr ? 0 : sym_index.mask + 1;
+  const std::size_t size = old == nullptr ? first_index_size : old_size * 2;
+  sym_index.slots = static_cast<index_slot*>(checked_alloc(size * sizeof(index_slot)));
+  sym_index.mask = size - 1;
+  for (std::size_t i = 0; i < old_size; ++i) {
+    if (old[i].sym != nullptr) index_store(old[i].sym);
+  }
+  std::free(const_cast<index_slot*>(old));
+}
+
+void index_insert(symbol* sym) {
+  if (sym_index.slots == nullptr || sym_index.used * 2 > sym_index.mask) index_grow();
+  index_store(sym);
+  ++sym_index.used;
+}
+
+// Deletion by backward shift (Knuth, Algorithm 6.4R): later entries of the run move up into the
+// hole unless that would put them before their own slot.
+void index_remove(const symbol* sym) {
+  std::size_t hole = find_slot(sym->key, sym);
+  for (std::size_t i = hole;;) {
+    i = (i + 1) & sym_index.mask;
+    if (sym_index.slots[i].sym == nullptr) break;
+    const std::size_t home = sym_index.slots[i].key & sym_index.mask;
+    if (((i - home) & sym_index.mask) >= ((i - hole) & sym_index.mask)) {
+      sym_index.slots[hole] = sym_index.slots[i];
+      hole = i;
+    }
+  }
+  sym_index.slots[hole].sym = nullptr;
+  --sym_index.used;
+}
+
+template <class Unit>
+symbol* find(const Unit* name, std::size_t len) {
+  if (sym_index.slots == nullptr) return nullptr;
+  const std::uint64_t key = name_key(name, len);
+  for (std::size_t i = key & sym_index.mask;; i = (i + 1) & sym_index.mask) {
+    const index_slot& slot = sym_index.slots[i];
+    if (slot.sym == nullptr) return nullptr;
+    if (slot.key != key || slot.sym->name_len != len) continue;
+    std::size_t k = 0;
+    while (k < len && slot.sym->name[k] == name[k]) ++k;
+    if (k == len) return slot.sym;
+  }
+}
+
+std::uint32_t chain_hash(const unit* name, std::size_t len) {
+  auto h = static_cast<std::uint32_t>(len);
+  for (std::size_t i = 0; i < len; ++i) h += name[i];
+  return h;
+}
+
+// A record goes before the first of its chain that has the same hash and a greater name, or last.
+void chain_insert(symbol* sym) {
+  symbol** at = &symtab[sym->hash & (symtab_chains - 1)];
+  while (*at != nullptr && ((*at)->hash != sym->hash || str16_cmp((*at)->name, sym->name) <= 0)) {
+    at = &(*at)->link;
+  }
+  sym->link = *at;
+  *at = sym;
+}
+
+void chain_remove(symbol* sym) {
+  symbol** at = &symtab[sym->hash & (symtab_chains - 1)];
+  while (*at != sym) at = &(*at)->link;
+  *at = sym->link;
+}
+
+void free_record(symbol* sym) {
+  std::free(sym->body);
+  std::free(sym->name);
+  std::free(sym->def_file);
+  std::free(sym);
+}
+
+}  // namespace
+
+std::uint64_t name_key(const unsigned char* name, std::size_t len) {
+  if (len < 8) {
+    if (len < 4) return mix(len, load(name, len));
+    return mix(load(name, 4) << 8 | len, load(name + len - 4, 4));
+  }
+  std::uint64_t h = len;
+  for (std::size_t i = 0; i + 8 < len; i += 8) h = mix(h, load(name + i, 8));
+  return mix(h, load(name + len - 8, 8));
+}
+
+std::uint64_t name_key(const unit* name, std::size_t len) {
+  unsigned char narrow[256];
+  if (len > sizeof narrow) {
+    std::uint64_t h = len;
+    for (std::size_t i = 0; i < len; ++i) h = mix(h, name[i]);
+    return h;
+  }
+  for (std::size_t i = 0; i < len; ++i) narrow[i] = static_cast<unsigned char>(name[i]);
+  return name_key(narrow, len);
+}
+
+symbol* sym_find(const unit* name, std::size_t len) {
+  return find(name, len);
+}
+symbol* sym_find(const unsigned char* name, std::size_t len) {
+  return find(name, len);
+}
+
+symbol* sym_enter(const unit* name, bool remove) {
+  const auto len = static_cast<std::size_t>(str16_len(name));
+  symbol* old = sym_find(name, len);
+  if (old != nullptr) {
+    chain_remove(old);
+    index_remove(old);
+    old->removed = true;
+    if (old->frame_refs == 0) free_record(old);
+  }
+  if (remove) return old;
+
+  auto* sym = static_cast<symbol*>(checked_alloc(sizeof(symbol)));
+  sym->name = str16_dup(name);
+  sym->name_len = static_cast<std::uint32_t>(len);
+  sym->hash = chain_hash(name, len);
+  sym->key = name_key(name, len);
+  chain_insert(sym);
+  index_insert(sym);
+  return sym;
+}
+
+bool sym_eligible(const symbol* sym) {
+  const input_frame* f = cur_frame;
+  if (f != nullptr && f->macro == nullptr && f->fp == nullptr && f->parent != nullptr &&
+      f->parent->macro == sym) {
+    return true;
+  }
+  return sym->disable == 0;
+}
+
+symbol* is_macro(int c) {
+  scan_id(c);
+  symbol* sym = sym_find(token_buf, token_len);
+  return sym != nullptr && sym_eligible(sym) ? sym : nullptr;
+}
+
+void sym_release(symbol* sym) {
+  if (--sym->frame_refs == 0 && sym->removed) free_record(sym);
+}
+
+}  // namespace kv::cpp

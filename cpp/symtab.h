@@ -1,0 +1,70 @@
+// The macro table.
+//
+// Every macro lives in one of 8192 chains whose order is part of the program's output (the -dM dump
+// and the macro report walk them). The chains are a poor place to search: the sums they are keyed
+// by are close together for names of one program. Look-ups therefore go through an index of their
+// own, an open-addressed hash table keyed by the whole name; both always hold the same records.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+
+#include "cpp/text16.h"
+
+namespace kv::cpp {
+
+inline constexpr std::size_t symtab_chains = 8192;
+
+// The `nargs` of macros that take no arguments.
+inline constexpr int NARGS_OBJECT = -1;
+inline constexpr int NARGS_LINE = -2;
+inline constexpr int NARGS_FILE = -3;
+
+/// The most parameters or arguments a macro can have.
+inline constexpr int max_macro_args = 31;
+
+/// One macro. Strings are heap blocks owned by the record.
+struct symbol {
+  symbol* link;              ///< next record of the chain
+  unit* body;                ///< encoded replacement text; null for dynamic and abandoned macros
+  std::uint32_t hash;        ///< sum of the name's units plus their number
+  std::int32_t nargs;        ///< parameters of a function-like macro, or a NARGS_ value
+  std::int32_t disable;      ///< expansion frames being read, less those re-enabled for an argument
+  std::uint32_t frame_refs;  ///< input frames that refer to this record
+  bool removed;              ///< out of the table, waiting for frame_refs to reach 0
+  char* def_file;          ///< file of the first #define, null for start-up and command-line macros
+  std::int32_t def_line;   ///< line of that #define
+  std::uint32_t name_len;  ///< units in `name`
+  std::uint64_t key;       ///< name_key of `name`
+  unit* name;
+};
+
+/// The chain heads, for walks over all macros in their documented order.
+extern symbol* symtab[symtab_chains];
+
+/// The index key of a name of `len` units.
+std::uint64_t name_key(const unit* name, std::size_t len);
+/// The same key for a name that lies in bytes, as in a source line.
+std::uint64_t name_key(const unsigned char* name, std::size_t len);
+
+/// The record of the name, or null. The index search behind is_macro.
+symbol* sym_find(const unit* name, std::size_t len);
+symbol* sym_find(const unsigned char* name, std::size_t len);
+
+/// Removes the record of `name` (zero-ended) if there is one. With `remove` set returns a non-null
+/// value exactly when there was one; that value must not be followed. Otherwise enters a fresh
+/// record (all fields but the name's zero) and returns it.
+symbol* sym_enter(const unit* name, bool remove);
+
+/// Whether `sym` may be expanded where reading stands: it is not disabled, or the text being read
+/// is an argument or generated text directly above an expansion of this very macro.
+bool sym_eligible(const symbol* sym);
+
+/// Scans the identifier that begins with `c`, already read, into token_buf and returns its macro if
+/// there is one that may be expanded here, else null.
+symbol* is_macro(int c);
+
+/// Gives up one frame's reference to `sym`; the last one frees a removed record.
+void sym_release(symbol* sym);
+
+}  // namespace kv::cpp

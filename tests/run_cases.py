@@ -1,0 +1,370 @@
+#!/usr/bin/env python3
+"""Runs the whole-program cases of tests/cases/*.case against a built cpp.
+
+    run_cases.py [--launcher WINE] [--only TEXT] PROGRAM [FILE.case ...]
+
+A case is a title that says the behaviour, a command, input files and what must come out:
+
+    === a comment between two letters reads as one blank
+    $ cpp -DX in.c
+    status: 1
+    --- file in.c
+    a/**/b
+    --- text
+    a b
+    --- stderr
+    in.c: 1: ...
+
+Beneath the title stand these lines, each of them optional:
+
+    $ cpp ARGS            the command; words are split as a shell does (default: cpp in.c)
+    status: N             the exit status (default 0)
+    env: NAME=VALUE       an environment variable
+    only: posix|windows   the case is skipped on the other system
+    layout: installed     the program runs from an installation tree: inst/bin, inst/vex/dat, ...
+
+and then sections, each a header line and the lines up to the next header:
+
+    --- file NAME         an input file (directories are made)
+    --- dir NAME          an empty directory
+    --- stdin             the standard input (default: empty)
+    --- stdout            the standard output, exactly
+    --- text              the same, led by the first line marker of in.c (a blank line and # 1 "in.c")
+    --- stderr            the standard error, exactly; empty when the section is missing
+    --- stderr windows    the same, where the Windows program differs
+    --- output NAME       the content of a file the run must leave behind
+    --- absent NAME       a file that must not be there after the run
+
+A case has a stdout or a text section, or prints nothing. One blank line before the next title
+separates the cases and belongs to no section. Lines that begin with '##' before the first title of
+a file are comments. In a section, and in commands and variables, {{...}} stands for what is awkward
+to write:
+
+    {{noeol}}             (at a section's end) no newline after the last line
+    {{cr}} {{nul}} {{tab}} {{sp}} {{0x80}}    one byte; {{sp}} also for a blank at a line's end
+    {{rep:TEXT:N}}        TEXT N times (TEXT may hold \\n and the bytes above as \\xNN)
+    {{seq:N:TEXT}}        TEXT N times with %d counting from 1
+    {{cwd}} {{tmp}} {{bin}}                   the case's directory, its TEMP, the program's directory
+and, in expected text only:
+    {{date}} {{time}}     as __DATE__ and __TIME__ give them, with their quotes
+    {{re:PATTERN}}        a regular expression
+
+Every case runs in a fresh directory that holds its files alone, with TEMP and TMP set to its
+sub-directory tmp, which must be empty again after the run. On Windows line ends are compared as
+plain newlines. The last line is 'N passed, N failed', with ', N skipped' where it applies.
+"""
+
+import argparse
+import concurrent.futures
+import difflib
+import os
+import pathlib
+import re
+import shlex
+import shutil
+import subprocess
+import sys
+import tempfile
+
+TIMEOUT = 60
+PLACEHOLDER = re.compile(rb"\{\{(.+?)\}\}")
+BYTES = {b"cr": b"\r", b"nul": b"\0", b"tab": b"\t", b"sp": b" ", b"noeol": b""}
+PATTERNS = {
+    b"date": rb'"[A-Z][a-z]{2} [ 1-3][0-9] [0-9]{4}"',
+    b"time": rb'"[0-2][0-9]:[0-5][0-9]:[0-6][0-9]"',
+}
+
+
+class BadCase(Exception):
+    pass
+
+
+class Case:
+    def __init__(self, path, line, title):
+        self.where = f"{path.name}:{line}"
+        self.title = title
+        self.command = b"cpp in.c"
+        self.status = 0
+        self.env = []
+        self.only = None
+        self.installed = False
+        self.sections = []
+
+    def find(self, kind):
+        return [(name, body) for k, name, body in self.sections if k == kind]
+
+
+KINDS = {"file", "dir", "stdin", "stdout", "text", "stderr", "output", "absent"}
+
+
+def parse(path):
+    """Reads one file of cases; complains about anything it does not know."""
+    cases, case, section = [], None, None
+    lines = path.read_bytes().split(b"\n")
+    if lines and lines[-1] == b"":
+        lines.pop()
+    for number, line in enumerate(lines, 1):
+        where = f"{path.name}:{number}"
+        if line.startswith(b"=== "):
+            if section is not None:
+                if not section or section[-1] != b"":
+                    raise BadCase(f"{where}: no blank line before the title")
+                section.pop()
+            case = Case(path, number, line[4:].decode())
+            cases.append(case)
+            section = None
+        elif case is None:
+            if line and not line.startswith(b"##"):
+                raise BadCase(f"{where}: text before the first title")
+        elif line.startswith(b"--- "):
+            kind, _, name = line[4:].decode().partition(" ")
+            if kind not in KINDS or (kind in ("file", "dir", "output", "absent")) != bool(
+                name and name != "windows"
+            ):
+                raise BadCase(f"{where}: unknown section {line.decode()!r}")
+            section = []
+            case.sections.append((kind, name, section))
+        elif section is not None:
+            section.append(line)
+        elif line.startswith(b"$ "):
+            case.command = line[2:]
+        elif line.startswith(b"status: "):
+            case.status = int(line[8:])
+        elif line.startswith(b"env: "):
+            case.env.append(line[5:])
+        elif line in (b"only: posix", b"only: windows"):
+            case.only = line[6:].decode()
+        elif line == b"layout: installed":
+            case.installed = True
+        elif line:
+            raise BadCase(f"{where}: unknown line {line.decode()!r}")
+    return cases
+
+
+def unescape(text):
+    return text.decode("latin-1").encode().decode("unicode_escape").encode("latin-1")
+
+
+class Expander:
+    """Replaces {{...}}; for expected text gives a regular expression instead of bytes."""
+
+    def __init__(self, places):
+        self.places = places
+
+    def plain(self, name):
+        if name in BYTES:
+            return BYTES[name]
+        if name in self.places:
+            return self.places[name]
+        if name.startswith(b"0x"):
+            return bytes([int(name, 16)])
+        kind, _, rest = name.partition(b":")
+        if kind == b"rep":
+            text, _, count = rest.rpartition(b":")
+            return unescape(text) * int(count)
+        if kind == b"seq":
+            count, _, text = rest.partition(b":")
+            return b"".join(
+                unescape(text).replace(b"%d", b"%d" % n) for n in range(1, int(count) + 1)
+            )
+        return None
+
+    def text(self, raw):
+        def one(match):
+            value = self.plain(match.group(1))
+            if value is None:
+                raise BadCase(f"unknown placeholder {match.group(0).decode()!r}")
+            return value
+
+        return PLACEHOLDER.sub(one, raw)
+
+    def pattern(self, raw):
+        parts, last = [], 0
+        for match in PLACEHOLDER.finditer(raw):
+            parts.append(re.escape(raw[last : match.start()]))
+            last = match.end()
+            name = match.group(1)
+            if name in PATTERNS:
+                parts.append(PATTERNS[name])
+            elif name.startswith(b"re:"):
+                parts.append(b"(?:" + name[3:] + b")")
+            else:
+                value = self.plain(name)
+                if value is None:
+                    raise BadCase(f"unknown placeholder {match.group(0).decode()!r}")
+                parts.append(re.escape(value))
+        parts.append(re.escape(raw[last:]))
+        return re.compile(b"".join(parts), re.DOTALL)
+
+
+def body_bytes(lines):
+    raw = b"".join(line + b"\n" for line in lines)
+    return raw[:-1] if raw.endswith(b"{{noeol}}\n") else raw
+
+
+class Runner:
+    def __init__(self, program, launcher):
+        self.program = pathlib.Path(program).resolve()
+        self.launcher = shlex.split(launcher) if launcher else []
+        self.windows = self.program.suffix.lower() == ".exe"
+
+    def run(self, case):
+        """None when the case is skipped, else the list of its faults."""
+        if case.only and (case.only == "windows") != self.windows:
+            return None
+        with tempfile.TemporaryDirectory(prefix="cases-") as top:
+            try:
+                return self.run_in(case, pathlib.Path(os.path.realpath(top)))
+            except (BadCase, ValueError) as error:
+                return [f"bad case: {error}"]
+
+    def run_in(self, case, top):
+        work, temp = top / "work", top / "tmp"
+        work.mkdir()
+        temp.mkdir()
+        program = self.program
+        if case.installed:
+            for name in ("bin", "vex/dat", "vex/include"):
+                (work / "inst" / name).mkdir(parents=True)
+            program = work / "inst" / "bin" / self.program.name
+            shutil.copy2(self.program, program)
+        expander = Expander(
+            {
+                b"cwd": os.fsencode(work),
+                b"tmp": os.fsencode(temp),
+                b"bin": os.fsencode(program.parent),
+            }
+        )
+        for name, _ in case.find("dir"):
+            (work / name).mkdir(parents=True, exist_ok=True)
+        for name, body in case.find("file"):
+            (work / name).parent.mkdir(parents=True, exist_ok=True)
+            (work / name).write_bytes(expander.text(body_bytes(body)))
+        stdin = b"".join(expander.text(body_bytes(body)) for _, body in case.find("stdin"))
+
+        env = {
+            name: value
+            for name, value in os.environ.items()
+            if not name.startswith("LVX_") and name not in ("TEMP", "TMP", "TMPDIR")
+        }
+        env.update(TEMP=str(temp), TMP=str(temp), LC_ALL="C")
+        for setting in case.env:
+            name, _, value = expander.text(setting).partition(b"=")
+            env[os.fsdecode(name)] = os.fsdecode(value)
+
+        words = [
+            os.fsdecode(word.encode("latin-1"))
+            for word in shlex.split(expander.text(case.command).decode("latin-1"))
+        ]
+        if not words or words[0] != "cpp":
+            raise BadCase("the command does not begin with cpp")
+        try:
+            done = subprocess.run(
+                self.launcher + [str(program)] + words[1:],
+                cwd=work,
+                env=env,
+                input=stdin,
+                capture_output=True,
+                timeout=TIMEOUT,
+                check=False,
+            )
+        except subprocess.TimeoutExpired:
+            return [f"did not end within {TIMEOUT} s"]
+        return self.faults(case, expander, work, temp, done)
+
+    def faults(self, case, expander, work, temp, done):
+        faults = []
+        if done.returncode != case.status:
+            faults.append(f"status {done.returncode}, expected {case.status}")
+
+        wanted = [b"\n# 1 \"in.c\"\n" + body_bytes(body) for _, body in case.find("text")]
+        wanted += [body_bytes(body) for _, body in case.find("stdout")]
+        if len(wanted) > 1:
+            raise BadCase("more than one standard output")
+        self.compare(faults, "stdout", expander, wanted[0] if wanted else b"", done.stdout)
+
+        errors = dict(case.find("stderr"))
+        chosen = errors.get("windows") if self.windows else None
+        chosen = errors.get("", []) if chosen is None else chosen
+        self.compare(faults, "stderr", expander, body_bytes(chosen), done.stderr)
+
+        for name, body in case.find("output"):
+            path = work / name
+            if path.is_file():
+                self.compare(faults, name, expander, body_bytes(body), path.read_bytes())
+            else:
+                faults.append(f"{name} was not written")
+        for name, _ in case.find("absent"):
+            if (work / name).exists():
+                faults.append(f"{name} is there")
+        left = sorted(os.listdir(temp))
+        if left:
+            faults.append("left in TEMP: " + ", ".join(left))
+        return faults
+
+    def compare(self, faults, what, expander, wanted, actual):
+        if self.windows:
+            actual = actual.replace(b"\r\n", b"\n")
+        if expander.pattern(wanted).fullmatch(actual):
+            return
+        readable = PLACEHOLDER.sub(
+            lambda m: expander.plain(m.group(1)) if expander.plain(m.group(1)) is not None
+            else m.group(0),
+            wanted,
+        )
+
+        def lines(text):
+            shown = [repr(line)[2:-1] for line in text.split(b"\n")]
+            return [line if len(line) < 300 else f"{line[:300]}...({len(line)})" for line in shown]
+
+        diff = difflib.unified_diff(
+            lines(readable), lines(actual), f"expected {what}", f"actual {what}", lineterm="", n=2
+        )
+        faults.append("\n".join(list(diff)[:60]))
+
+
+def main():
+    here = pathlib.Path(__file__).resolve().parent
+    options = argparse.ArgumentParser(description="Runs the whole-program cases.")
+    options.add_argument("--launcher", help="a program that starts PROGRAM, such as wine")
+    options.add_argument("--only", metavar="TEXT", help="only cases whose title holds TEXT")
+    options.add_argument("program")
+    options.add_argument("files", nargs="*", type=pathlib.Path)
+    options = options.parse_args()
+    if not os.access(options.program, os.X_OK):
+        sys.exit(f"error: {options.program} is not a program")
+
+    cases = []
+    try:
+        for path in options.files or sorted((here / "cases").glob("*.case")):
+            cases += parse(path)
+    except (BadCase, OSError, ValueError) as error:
+        sys.exit(f"error: {error}")
+    titles = [case.title for case in cases]
+    for title in {title for title in titles if titles.count(title) > 1}:
+        sys.exit(f"error: two cases are named {title!r}")
+    if options.only:
+        cases = [case for case in cases if options.only in case.title]
+
+    runner = Runner(options.program, options.launcher)
+    passed = failed = skipped = 0
+    with concurrent.futures.ThreadPoolExecutor(os.cpu_count() or 1) as pool:
+        for case, faults in zip(cases, pool.map(runner.run, cases)):
+            if faults is None:
+                skipped += 1
+            elif faults:
+                failed += 1
+                print(f"FAILED {case.where}: {case.title}")
+                for fault in faults:
+                    print("    " + fault.replace("\n", "\n    "))
+            else:
+                passed += 1
+    closing = f"{passed} passed, {failed} failed"
+    if skipped:
+        closing += f", {skipped} skipped"
+    print(closing)
+    sys.exit(1 if failed or not passed else 0)
+
+
+if __name__ == "__main__":
+    main()

@@ -1,0 +1,546 @@
+// The message system counts, loads once and ends the process, so every case runs in a child process
+// of its own, in a directory of its own. What the child writes to standard error, and how it ends,
+// is what is checked; values that the child wants to show go the same way.
+
+#include "common/alert.h"
+
+#include <gtest/gtest.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <functional>
+#include <string>
+
+#include "common/pathcmp.h"
+#include "common/vector.h"
+
+namespace {
+
+using namespace kv;
+
+constexpr int left_with =
+    40;  // exit status of a child that ended through the exit hook, plus its status
+constexpr char no_description[] =
+    "An error, warning or message was generated, but no description is available";
+
+// The position that the cases give to the message system.
+const char16_t* line_start = nullptr;
+const char16_t* cursor = nullptr;
+unsigned line_number = 12;
+
+void at_line(const char16_t* file, unsigned line) {
+  line_number = line;
+  alert_set_position(file, &line_number, &line_start, &cursor);
+}
+
+void say(const std::string& text) {
+  ASSERT_EQ(write(2, text.data(), text.size()), static_cast<ssize_t>(text.size()));
+}
+
+// Suites of this name run before all others, so the children inherit a message system that no other
+// test has used.
+class AlertDeathTest : public testing::Test {
+ protected:
+  void SetUp() override {
+    std::string pattern = testing::TempDir() + "alertXXXXXX";
+    ASSERT_NE(mkdtemp(pattern.data()), nullptr);
+    dir_ = pattern;
+  }
+  void TearDown() override { std::filesystem::remove_all(dir_); }
+
+  void file(const std::string& name, const std::string& text) {
+    std::filesystem::create_directories((dir_ / name).parent_path());
+    std::ofstream(dir_ / name, std::ios::binary) << text;
+  }
+
+  // Runs `body` and returns what it wrote to standard error; its end is in status_: 0 or 1 (failed)
+  // when it returned, left_with + n when it left through the exit hook.
+  std::string run(const std::function<void()>& body) {
+    const std::string log = dir_.string() + ".log";
+    const pid_t child = fork();
+    if (child == 0) {
+      if (chdir(dir_.c_str()) != 0 || !freopen(log.c_str(), "w", stderr)) _exit(99);
+      for (const char* name : {"LVX_ERR_FORMAT", "LVX_WARN_FORMAT", "LVX_MSG_FORMAT"})
+        unsetenv(name);
+      alert_set_exit([](int status) { _exit(left_with + status); });
+      body();
+      _exit(alert_failed() ? 1 : 0);
+    }
+    int state = 0;
+    waitpid(child, &state, 0);
+    status_ = WIFEXITED(state) ? WEXITSTATUS(state) : -WTERMSIG(state);
+    std::ifstream in(log, std::ios::binary);
+    std::string text((std::istreambuf_iterator<char>(in)), {});
+    std::filesystem::remove(log);
+    return text;
+  }
+
+  std::filesystem::path dir_;
+  int status_ = 0;
+};
+
+TEST_F(AlertDeathTest, TemplatesFillTheirPlaceholders) {
+  const struct {
+    const char* layout;
+    const char* want;
+  } cases[] = {
+      {"%f: %l: (%n) %s (error)", "a.c: 12: (109) #include syntax error (error)\n"},
+      {"%a:%n:%s", "preprocessor:109:#include syntax error\n"},
+      {"100%%%c|%q|", "100%3|q|\n"},
+      {"%m", "No such file or directory\n"},
+      {"end %s%", "end #include syntax error\n"},
+      {"", "\n"},
+  };
+  for (const auto& c : cases) {
+    EXPECT_EQ(run([&] {
+                setenv("LVX_ERR_FORMAT", c.layout, 1);
+                alert_set_formats("overridden by the variable", nullptr, nullptr);
+                alert_use_formats(1);
+                line_start = u"abcdef";
+                cursor = line_start + 3;
+                at_line(u"a.c", 12);
+                errno = ENOENT;
+                alert_msg(109);
+              }),
+              c.want)
+        << c.layout;
+    EXPECT_EQ(status_, 1);
+  }
+}
+
+TEST_F(AlertDeathTest, EachBranchHasItsTemplateAndItsClassicForm) {
+  const auto report_all = [](int formats) {
+    alert_set_formats(nullptr, "W %s", nullptr);
+    alert_use_formats(formats);
+    at_line(u"a.c", 7);
+    alert_msg(109);
+    alert_msg(107, "foo");
+    alert_msg(1446, std::string("hi"));
+  };
+  EXPECT_EQ(run([&] { report_all(1); }),
+            "a.c: 7: (109) #include syntax error (error)\n"
+            "W illegal # directive \"foo\"\n"
+            "a.c: 7: #info: hi\n");
+  EXPECT_EQ(run([&] { report_all(0); }),
+            "a.c: 7: (109) #include syntax error\n"
+            "a.c: 7: (107) illegal # directive \"foo\" (warning)\n"
+            "a.c: 7: #info: hi\n");
+}
+
+TEST_F(AlertDeathTest, VariantsWithoutLineOrPosition) {
+  const auto variants = [](int formats, const char16_t* name) {
+    alert_use_formats(formats);
+    at_line(name, 7);
+    alert_msg_noline(1446, "x");
+    alert_msg_nopos(1446, "x");
+    alert_msg(1446, "x");
+  };
+  EXPECT_EQ(run([&] { variants(1, u"a.c"); }),
+            "Non line specific message: : #info: x\n#info: x\na.c: 7: #info: x\n");
+  EXPECT_EQ(run([&] { variants(0, u"a.c"); }),
+            "Non line specific message: #info: x\n: #info: x\na.c: 7: #info: x\n");
+  EXPECT_EQ(run([&] { variants(0, u""); }), "#info: x\n#info: x\n7: #info: x\n");
+  EXPECT_EQ(run([] {
+              setenv("LVX_MSG_FORMAT", "%f:%l:  %c: %s", 1);
+              alert_use_formats(1);
+              at_line(u"a.c", 7);
+              alert_msg_nopos(1446, "x");
+            }),
+            " #info: x\n");
+}
+
+TEST_F(AlertDeathTest, ClassicLayoutPutsACaretUnderTheUnitBeforeTheCursor) {
+  const std::u16string far(40, u'x');
+  const struct {
+    std::u16string line;
+    int cursor;
+    std::string want;
+  } cases[] = {
+      {u"abc", 0, "a.c: 12: (109) #include syntax error\n"},
+      {u"abc", 1, "<abc>\t^ (109) #include syntax error\n"},
+      {u"abc", 3, "<abc>\t  ^ (109) #include syntax error\n"},
+      {u"abc", 4, "a.c: 12: (109) #include syntax error\n"},
+      {u"a\tb", 3, "<a\tb>\t        ^ (109) #include syntax error\n"},
+      {far, 29,
+       "<" + std::string(40, 'x') + ">\t" + std::string(28, ' ') +
+           "^ (109) #include syntax error\n"},
+      {far, 30, "<" + std::string(40, 'x') + ">\t (109) #include syntax error ^\n"},
+      {far, 33, "<" + std::string(40, 'x') + ">\t    (109) #include syntax error ^\n"},
+  };
+  for (const auto& c : cases) {
+    EXPECT_EQ(run([&] {
+                alert_set_echo([](const char16_t* line, const char16_t* name) {
+                  say("<" + alert_str(line) + ">");
+                  if (alert_str(name) != "a.c") say("wrong file");
+                });
+                line_start = c.line.c_str();
+                cursor = line_start + c.cursor;
+                at_line(u"a.c", 12);
+                alert_msg(109);
+              }),
+              c.want)
+        << c.cursor;
+  }
+}
+
+TEST_F(AlertDeathTest, PrehookSetsThePositionBeforeTheReport) {
+  EXPECT_EQ(run([] {
+              alert_set_prehook([] { at_line(u"hook.c", 3); });
+              alert_raw(9, "0", "before");
+              alert_typed("0", "typed %d", 5);
+              alert_raw(9, "0", "after");
+            }),
+            "(9) before (warning)\nhook.c: 3: (0) typed 5 (warning)\n"
+            "hook.c: 3: (9) after (warning)\n");
+}
+
+TEST_F(AlertDeathTest, ErrorLimitEndsTheRun) {
+  const struct {
+    int limit;
+    int printed;
+    const char* last;
+  } cases[] = {{1, 1, "too many errors (2)\n"},
+               {0, 0, "too many errors (1)\n"},
+               {20, 20, "too many errors (21)\n"},
+               {-1, 30, ""}};
+  for (const auto& c : cases) {
+    std::string want;
+    for (int i = 0; i < c.printed; ++i) want += "(104) preprocessor #assert failure\n";
+    EXPECT_EQ(run([&] {
+                if (set_maxerrors(c.limit) != 20) say("wrong previous limit");
+                for (int i = 0; i < 30; ++i) alert_msg(104);
+              }),
+              want + c.last);
+    EXPECT_EQ(status_, c.limit < 0 ? 1 : left_with + 1);
+  }
+}
+
+TEST_F(AlertDeathTest, FatalMessagesEndTheRun) {
+  EXPECT_EQ(run([] {
+              errno = EEXIST;
+              alert_msg(141, "include", "x.h");
+            }),
+            "(141) can't open include file \"x.h\": File exists\n");
+  EXPECT_EQ(status_, left_with + 1);
+  run([] { alert_fatal(3); });
+  EXPECT_EQ(status_, left_with + 1);
+}
+
+TEST_F(AlertDeathTest, TypedReportsCountErrorsBeforeTheThreshold) {
+  EXPECT_EQ(run([] {
+              alert_set_warnlevel(11);
+              set_maxerrors(1);
+              const bool shown = alert_raw(7, "E", "hidden") || alert_raw(7, "F", "hidden too");
+              say(shown ? "shown" : "dropped\n");
+              alert_raw(7, "12", "level twelve");
+              alert_raw(7, "-3", "low");
+              alert_raw(7, "E", "one too many");
+            }),
+            "dropped\n(7) level twelve (warning)\n");
+  EXPECT_EQ(status_, left_with + 1);
+  EXPECT_EQ(run([] {
+              alert_raw(7, "x", "odd");
+              alert_raw(7, "m", "plain");
+              alert_raw(7, "f", "fatal");
+            }),
+            "(7) odd (warning)\nplain\n(7) fatal\n");
+  EXPECT_EQ(status_, left_with + 1);
+}
+
+TEST_F(AlertDeathTest, WarningsObeyThresholdAndWarnfail) {
+  const auto warn = [](int threshold, int fail) {
+    return [=] {
+      alert_set_warnlevel(threshold);
+      alert_set_warnfail(fail);
+      alert_msg(163);
+    };
+  };
+  EXPECT_EQ(run(warn(0, 1)), "");
+  EXPECT_EQ(status_, 0);
+  EXPECT_EQ(run(warn(-1, 0)), "(163) unexpected text in control line ignored (warning)\n");
+  EXPECT_EQ(status_, 0);
+  run(warn(-1, 1));
+  EXPECT_EQ(status_, 1);
+}
+
+TEST_F(AlertDeathTest, TextsAndLinesAreCutAtTheirLimits) {
+  const std::string x(9000, 'x');
+  EXPECT_EQ(run([&] { alert_msg(1446, x); }), "#info: " + std::string(503, 'x') + "\n");
+  EXPECT_EQ(run([&] { alert_msg(103, x); }), "(103) #error: " + std::string(496, 'x') + "\n");
+  EXPECT_EQ(run([&] { alert_printf("%s", x); }), std::string(8190, 'x') + "\n");
+  for (const std::size_t length : {8190U, 8191U, 8192U}) {
+    EXPECT_EQ(run([&] {
+                alert_use_formats(1);
+                setenv("LVX_ERR_FORMAT", std::string(length, 'y').c_str(), 1);
+                alert_msg(109);
+              }),
+              std::string(8190, 'y') + "\n");
+  }
+  // The work area, 511 characters before the arguments are filled in, cuts the description of
+  // errno.
+  std::string percents;
+  for (int i = 0; i < 254; ++i) percents += "%%";
+  EXPECT_EQ(run([&] {
+              errno = ENOENT;
+              alert_raw(1, "M", (percents + "%m").c_str());
+              errno = 0;
+              alert_raw(1, "M", "[%m]");
+            }),
+            std::string(254, '%') + "No \n[]\n");
+}
+
+TEST_F(AlertDeathTest, HostileTextsAreHarmless) {
+  file("20990101000000_en.msgs",
+       "107\t0\t%s%s%s%n%s\n"
+       "111\t1\t%d %s %999999999d %*d %.*s %ls\n"
+       "109\tE\t100%\n"
+       "103\tE\t%%m %s\n"
+       "141\tF\t%m%m%m%m%m%m%m%m%m%m%m%m%m%m%m%m%m%m%m%m%m%m%m%m%m%m%m%m%m%m\n");
+  const std::string text = run([] {
+    alert_set_warnlevel(0);
+    alert_msg(107, "a");
+    alert_msg(111, "name", "file", 5);
+    alert_msg(109);
+    alert_msg(103, static_cast<const char*>(nullptr));
+    errno = ENOENT;
+    alert_msg(141, "x", "y");
+  });
+  EXPECT_EQ(status_, left_with + 1);
+  EXPECT_TRUE(text.starts_with("(107) a(null)(null)(null) (warning)\n(111) ")) << text;
+  EXPECT_NE(text.find("\n(109) 100%\n(103) %m (null)\n(141) No such file"), std::string::npos)
+      << text;
+  const std::string last = text.substr(text.rfind("(141)"));
+  EXPECT_EQ(last.size(), std::string("(141) ").size() + 504 + 1);
+}
+
+TEST_F(AlertDeathTest, OnceReportsAPlaceOnlyOnce) {
+  EXPECT_EQ(run([] {
+              const char16_t* name = u"a.c";
+              const auto once = [&](const char16_t* file_name, unsigned line) {
+                at_line(file_name, line);
+                alert_msg_once(1342);
+              };
+              once(name, 1);
+              once(std::u16string(name).c_str(), 1);
+              once(name, 2);
+              once(u"b.c", 1);
+              at_line(nullptr, 1);
+              alert_set_warnlevel(1);
+              alert_msg_once(1342);
+              alert_set_warnlevel(0);
+              alert_msg_once(1342);
+              alert_msg_once(1342);
+            }),
+            "a.c: 1: (1342) whitespace after \"\\\" (warning)\n"
+            "a.c: 2: (1342) whitespace after \"\\\" (warning)\n"
+            "b.c: 1: (1342) whitespace after \"\\\" (warning)\n"
+            "1: (1342) whitespace after \"\\\" (warning)\n");
+}
+
+TEST_F(AlertDeathTest, UnknownNumberIsAnErrorWithItsOwnText) {
+  EXPECT_EQ(run([] { alert_msg(9999, 1); }), "(9999) " + std::string(no_description) + "\n");
+  EXPECT_EQ(status_, 1);
+}
+
+TEST_F(AlertDeathTest, MessageFileReplacesEntriesAndReportsBadLines) {
+  file("20990101000000_en.msgs",
+       "# comment\n"
+       "109\tE\tfirst\n"
+       "109\tM\tsecond\r\n"        // a later entry replaces the earlier one
+       "  111   -3  two blanks\n"  // one separator ends the type
+       "9999\tE\tnew number\n"
+       "10001\tE\ttoo big\nabc\tE\tx\n\n100\n101\tE\n101\tE\t\n"
+       "102\tX\todd type\n" +
+           ("103\tM\t" + std::string(249, 'l') + "120\tE\tcarried over\n"));
+  const auto bad = [](int line) {
+    return "Malformed error information on line " + std::to_string(line) + ", in file ";
+  };
+  const std::string text = run([] {
+    alert_use_formats(0);
+    alert_msg(109);
+    const msg_entry entry = alert_lookup(111);
+    say("[" + std::string(entry.text) + "] " + std::to_string(entry.level) + "\n");
+    alert_msg(9999);
+    alert_msg(101, "if");
+    alert_set_warnlevel(100);
+    alert_msg(102, "x");
+    alert_msg(120, "x");
+    say(std::to_string(std::string(alert_lookup(103).text).size()) + "\n");
+  });
+  for (const int line : {6, 7, 8, 9, 10, 11, 12})
+    EXPECT_NE(text.find(bad(line)), std::string::npos) << line << text;
+  EXPECT_EQ(text.find(bad(13)), std::string::npos) << text;
+  EXPECT_NE(text.find("_en.msgs\n\n"), std::string::npos);
+  EXPECT_NE(text.find("second\n[ two blanks] -3\n(9999) " + std::string(no_description) +
+                      "\n(101) #if cannot follow #else\n(102) odd type (warning)\n"
+                      "(120) carried over\n249\n"),
+            std::string::npos)
+      << text;
+}
+
+TEST_F(AlertDeathTest, NewestMessageFileIsChosen) {
+  const struct {
+    const char* name;
+    const char* want;
+  } cases[] = {{"en_msgs.txt", "built-in"},
+               {"19990101000000_en.msgs", "built-in"},
+               {"_en.msgs", "built-in"},
+               {"20990101000000_de.msgs", "built-in"},
+               {"99999999999999999999999999_en.msgs", "file"},
+               {"20990101000000_en.msgs", "file"}};
+  for (const auto& c : cases) {
+    file(c.name, "109\tE\tfile\n");
+    EXPECT_EQ(run([] { alert_msg(109); }) == "(109) file\n", std::string(c.want) == "file")
+        << c.name;
+    std::filesystem::remove(dir_ / c.name);
+  }
+  EXPECT_EQ(getMsgFileVersion("C:\\dat/1\\20240102030405_en.msgs"), 20240102030405U);
+  EXPECT_EQ(getMsgFileVersion("en_msgs.txt"), 0U);
+  EXPECT_EQ(getMsgFileVersion("7:"), 0U);
+}
+
+TEST_F(AlertDeathTest, EqualVersionsAreRankedByPath) {
+  file("20990101000000_a_en.msgs", "109\tE\ta\n");
+  file("20990101000000_b_en.msgs", "109\tE\tb\n");
+  EXPECT_EQ(run([] { alert_msg(109); }), "(109) b\n");
+  EXPECT_EQ(findMsgFiles(nullptr, ALERT_LANGUAGE, nullptr), 0U);
+}
+
+TEST_F(AlertDeathTest, UnreadableChoiceLeavesEveryNumberWithoutDescription) {
+  std::filesystem::create_directory(dir_ / "20990101000000_en.msgs");
+  EXPECT_EQ(run([] { alert_msg(1446, "x"); }), "(1446) " + std::string(no_description) + "\n");
+}
+
+TEST_F(AlertDeathTest, DescriptionFileSuppliesTextsButNoTypes) {
+  file("sub/20980101000000_en.msgs", "111\tE\tnewer %s\n");
+  file("sub/20970101000000_en.msgs", "111\tE\tolder %s\n");
+  file("sub/en_msgs.txt", "111\tE\tlegacy %s\n");
+  file("empty/readme", "");
+  EXPECT_EQ(run([] {
+              const auto try_edf = [](bool result) { say(result ? "true\n" : "false\n"); };
+              try_edf(open_edf("missing"));
+              try_edf(open_edf(nullptr));
+              try_edf(open_edf(builtin_catalogue_name()));
+              try_edf(open_edf("sub/en_msgs.txt"));
+              alert_msg(111, "a", "b", 1);
+              try_edf(open_edf_dir("nowhere"));
+              try_edf(open_edf_dir("empty"));
+              try_edf(open_edf_dir("sub"));
+              try_edf(open_edf("sub/20970101000000_en.msgs"));
+              alert_msg(111, "a", "b", 1);
+            }),
+            "false\nfalse\ntrue\ntrue\n"
+            "(111) redefining preprocessor macro \"a\" (b: 1) (warning)\n"
+            "false\ntrue\ntrue\ntrue\n(111) newer a (warning)\n");
+  EXPECT_EQ(status_, 0);
+}
+
+TEST_F(AlertDeathTest, LateLoadReportsAsAtTheStart) {
+  file("20990101000000_en.msgs", "bad\n");
+  const std::string text = run([] {
+    alert_set_formats(nullptr, nullptr, "<%s>");
+    alert_use_formats(1);
+    alert_set_warnlevel(99);
+    alert_msg_nopos(1446, "x");
+  });
+  EXPECT_TRUE(text.starts_with("Malformed error information on line 1, in file ")) << text;
+  EXPECT_TRUE(text.ends_with("\n\n<#info: x>\n")) << text;
+}
+
+TEST_F(AlertDeathTest, PromotionAndControlRules) {
+  // Shown as one letter each: 107 and 111 (warnings), 109 (error), 1446 (message), 141 (fatal).
+  const struct {
+    std::vector<const char*> options;
+    const char* want;
+    int bad_identifiers;
+  } cases[] = {
+      {{}, "WWEMF", 0},
+      {{"--Werror"}, "EEEMF", 0},
+      {{"--Werror", "--Wno-error=111"}, "EWEMF", 0},
+      {{"--Werror=111", "--Wno-error"}, "WEEMF", 0},
+      {{"--Werror=111", "--Wno-error=111"}, "WWEMF", 0},
+      {{"--Wno-error=111", "--Werror=111", "--Werror"}, "EEEMF", 0},
+      {{"--Werror", "--Wno-error=all"}, "WWEMF", 0},
+      {{"--Werror=abc", "--Werror=", "--Werror=0", "-Wno-error=-1"}, "WWEMF", 4},
+      {{"--Werror=111x"}, "WEEMF", 1},
+      {{"---werror=ALL"}, "EEEMF", 0},
+      {{"--Werrorx", "Werror", "--Werror2", ""}, "WWEMF", 0},
+      {{"0,111"}, "SSESF", 0},
+      {{"109,1446,141"}, "WWESF", 0},
+      {{"109:off,111:OFFICE, 107,+141:off"}, "SSSMF", 0},
+      {{"-5,4294967295:off,99999999999999,,x"}, "WWEMF", 0},
+      {{"--Werror", "111"}, "EEEMF", 0},
+  };
+  for (const auto& c : cases) {
+    const std::string text = run([&] {
+      for (const char* option : c.options) {
+        if (std::string(option).find('W') != std::string::npos || *option == '-')
+          werr_setOption(option, 0);
+        if (!werr_isOption(option)) alert_msgdisable(option);
+      }
+      std::string types;
+      for (const unsigned number : {107U, 111U, 109U, 1446U, 141U})
+        types += "NFMEWS"[alert_lookup(number).type];
+      say(types);
+    });
+    std::string want;
+    for (int i = 0; i < c.bad_identifiers; ++i)
+      want +=
+          "(1606) w[no-]error option has been passed an invalid or missing message identifier\n";
+    EXPECT_EQ(text, want + c.want) << (c.options.empty() ? "" : c.options[0]);
+  }
+  EXPECT_EQ(run([] { werr_setOption("--Werror=x", 1); }), "");
+}
+
+TEST_F(AlertDeathTest, ControlTablesStack) {
+  const auto type = [](unsigned number) { say({"NFMEWS"[alert_lookup(number).type]}); };
+  EXPECT_EQ(run([&] {
+              alert_set_action(0, ALERT_ACTION_POP);
+              alert_set_action(109, ALERT_ACTION_SUPPRESS);
+              alert_set_action(0, ALERT_ACTION_PUSH);
+              alert_set_action(107, ALERT_ACTION_PROMOTE);
+              type(109), type(107);
+              alert_set_action(0, ALERT_ACTION_CLEAR);
+              type(109), type(107);
+              alert_set_action(0, ALERT_ACTION_POP);
+              alert_set_action(0, ALERT_ACTION_POP);
+              type(109), type(107);
+              alert_set_action(0, ALERT_ACTION_SUPPRESS_ALL);
+              type(104), type(107), type(1446), type(141), type(9999);
+              alert_set_action(0, ALERT_ACTION_CLEAR);
+              alert_set_action(0, ALERT_ACTION_DISABLE_ALL);
+              alert_set_action(107, ALERT_ACTION_DEFAULT);
+              type(104), type(107), type(1446), type(111);
+              alert_set_action(107, 11);
+              alert_set_action(107, -1);
+              type(107);
+            }),
+            "SEEWSWSSSFEEWSSW");
+}
+
+TEST_F(AlertDeathTest, DemotedErrorIsShownAboveARaisedThreshold) {
+  EXPECT_EQ(run([] {
+              alert_set_warnlevel(5);
+              alert_set_action(109, ALERT_ACTION_DEMOTE);
+              alert_msg(109);
+            }),
+            "(109) #include syntax error (warning)\n");
+  EXPECT_EQ(status_, 0);
+}
+
+TEST(PathBeginsWithDir, TakesWholeComponents) {
+  EXPECT_TRUE(path_begins_with_dir("/opt/v1\\dat\\x", "/opt/v1"));
+  EXPECT_TRUE(path_begins_with_dir("/opt/v1", "/opt/v1"));
+  EXPECT_TRUE(path_begins_with_dir("\\opt\\v1\\dat", "\\opt\\"));
+  EXPECT_FALSE(path_begins_with_dir("/opt/v10\\dat", "/opt/v1"));
+  EXPECT_FALSE(path_begins_with_dir("/opt", "/opt/v1"));
+  EXPECT_FALSE(path_begins_with_dir("/opt", nullptr));
+  EXPECT_FALSE(path_begins_with_dir(nullptr, "/opt"));
+}
+
+}  // namespace

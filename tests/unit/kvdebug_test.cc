@@ -1,0 +1,320 @@
+// The option counts once per process, so every scenario runs in a process of its own, in a fresh
+// directory, and what it leaves behind is looked at afterwards.
+
+#include "common/kvdebug.h"
+
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <string>
+
+#include "common/alert.h"
+#include "common/hash.h"
+#include "common/host.h"
+#include "common/vector.h"
+#include "common/zip_archive.h"
+
+namespace kv {
+namespace {
+
+namespace fs = std::filesystem;
+
+class kvdebug : public testing::Test {
+ protected:
+  kvdebug() : home_(fs::current_path()) {
+    // A child that is started anew would look at a directory of its own.
+    GTEST_FLAG_SET(death_test_style, "fast");
+    const fs::path dir = fs::temp_directory_path() / ("kvdebug." + host::fresh_name());
+    fs::create_directory(dir);
+    fs::current_path(dir);
+  }
+
+  ~kvdebug() override {
+    const fs::path dir = fs::current_path();
+    fs::current_path(home_);
+    fs::remove_all(dir);
+  }
+
+  // Runs the option and then `rest` in a child, which must end with `status`; returns what it wrote
+  // to standard error.
+  template <class Rest>
+  std::string run(const char* option, Rest rest, int status = 0) {
+    const auto scenario = [&] {
+      host::redirect(2, "stderr.txt", host::open_mode::write);
+      db_options(option);
+      rest();
+      std::_Exit(0);
+    };
+    EXPECT_EXIT(scenario(), testing::ExitedWithCode(status), "") << option;
+    return read("stderr.txt");
+  }
+
+  std::string run(const char* option) {
+    return run(option, [] {});
+  }
+
+  static std::string read(const char* path) {
+    std::ifstream in(path, std::ios::binary);
+    return {std::istreambuf_iterator<char>(in), {}};
+  }
+
+ private:
+  fs::path home_;
+};
+
+// The warnings as they appear: a plain line adds a newline of its own.
+std::string warning(const std::string& text) {
+  return "KVDEBUG (warning): " + text + "\n";
+}
+
+TEST_F(kvdebug, items_choose_the_trace_file) {
+  const struct {
+    const char* option;
+    const char* file;
+  } cases[] = {{"on", "preprocessor-1.out"},
+               {"ON,num:3", "preprocessor-3.out"},
+               {"alerts2", "preprocessor-1.out"},
+               {"num:99999999999,adt", "preprocessor-4294967295.out"},
+               {"out:t.txt", "t.txt"},
+               {"outfile:+t.txt,on", "t.txt"},
+               {"num:2,out:+dir", "dir/preprocessor-2.out"},
+               {"zip", nullptr},
+               {"assert:fatal", nullptr},
+               {"", nullptr}};
+  for (const auto& c : cases) {
+    fs::create_directory("dir");
+    EXPECT_EQ(run(c.option, [] { db_puts("traced"); }), "") << c.option;
+    if (c.file) {
+      EXPECT_EQ(read(c.file), "traced\n") << c.option;
+      fs::remove(c.file);
+    }
+    fs::remove("stderr.txt");
+    fs::remove("dir");
+    EXPECT_TRUE(fs::is_empty(".")) << c.option;
+  }
+}
+
+TEST_F(kvdebug, trace_file_is_replaced_or_appended_to) {
+  std::ofstream("t.txt") << "old\n";
+  run("out:+t.txt", [] { db_puts("new"); });
+  EXPECT_EQ(read("t.txt"), "old\nnew\n");
+  run("out:t.txt", [] { db_puts("new"); });
+  EXPECT_EQ(read("t.txt"), "new\n");
+  EXPECT_EQ(run("out:t.txt,out:u.txt", [] { db_puts("late"); }),
+            warning("debug-out file was set to \"t.txt\", resetting to \"u.txt\""));
+  EXPECT_EQ(read("t.txt"), "");
+  EXPECT_EQ(read("u.txt"), "late\n");
+}
+
+TEST_F(kvdebug, faulty_items_are_warnings) {
+  const struct {
+    const char* option;
+    std::string text;
+  } cases[] = {
+      {"bogus", warning("unknown option \"bogus\"")},
+      {"out", warning("option \"out\", must have a filename argument")},
+      {"out:", warning("option \"out\", must have a filename argument")},
+      {"num", warning("option \"num\", must have an argument")},
+      {"num:0", warning("\"num\" option must be a decimal integer > 0, using \"1\"")},
+      {"num:5,num:x", warning("\"num\" option must be a decimal integer > 0, using \"5\"")},
+      {"assert", warning("option \"assert\", must have an argument")},
+      {"assert:Fatal", warning("unknown argument (Fatal) given to assert option")},
+      {"debug::", warning("option \"debug\", must have at least one argument")},
+      {"debug:a:A:b", ""},
+      {"zip:a,zip:b", warning("Zip file already set to \"a\", ignoring addtional zip options")},
+      {"x%n%s,y", warning("unknown option \"x%n%s\"") + warning("unknown option \"y\"")},
+  };
+  for (const auto& c : cases) EXPECT_EQ(run(c.option), c.text) << c.option;
+  EXPECT_EQ(run("zip", [] { db_options("on"); }), warning("Ignoring extra --kvdebug options"));
+  EXPECT_FALSE(fs::exists("preprocessor-1.out"));
+  EXPECT_NE(run(
+                "out:no/such/dir/t", [] {}, 1)
+                .find("debug-out"),
+            std::string::npos);
+}
+
+TEST_F(kvdebug, lines_have_the_documented_layout) {
+  run("on", [] {
+    const char* const args[] = {"-I.", "a b"};
+    db_trace_args(2, args);
+    db_trace_args(0, nullptr);
+    db_enter("common\\alert.cc", 1, "outer", "%s, %d", "x", 2);
+    db_enter("/src/alert.cc", 22, "inner", nullptr);
+    db_tracef("alert", 412, "first %d\n\nsecond %d\n", 1);
+    db_trace("a_module_name_of_26_letters", 7, "as it is: %d");
+    db_exit("alert", 30, "inner", "%d", 5);
+    db_exit("alert", 31, "outer", nullptr);
+    db_printf("%s %%", "plain");
+    db_alert("a diagnostic\n");
+  });
+  EXPECT_EQ(read("preprocessor-1.out"),
+            "\nAPP: preprocessor\n"
+            "ARGS: -I. a b\n"
+            "ARGS: None\n"
+            "alert.cc:1          > ENTER outer(x, 2)\n"
+            "alert.cc:22         >     ENTER inner()\n"
+            "alert:412           >         first 1\n"
+            "alert:412           >         second %d\n"
+            "a_module_name_of_26_letters:7>         as it is: %d\n"
+            "alert:30            >     EXIT inner() -> 5\n"
+            "alert:31            > EXIT outer()\n"
+            "plain %\n"
+            "ALERT> a diagnostic\n");
+  EXPECT_EQ(run("on",
+                [] {
+                  db_exit("f", 1, "g", nullptr);
+                  db_tracef("f", 2, "\n");
+                  db_trace("f", 3, "");
+                }),
+            warning("min debug-out indent level reached") +
+                warning("tracef (at f:2) contains no lines") +
+                warning("trace (at f:3) contains no lines"));
+}
+
+TEST_F(kvdebug, without_a_file_nothing_is_written) {
+  EXPECT_EQ(run("zip",
+                [] {
+                  db_tracef("f", 2, "\n");
+                  db_exit("f", 1, "g", nullptr);
+                  db_trace_args(0, nullptr);
+                  db_close();
+                }),
+            "");
+  fs::remove("stderr.txt");
+  EXPECT_TRUE(fs::is_empty("."));
+}
+
+TEST_F(kvdebug, failed_checks_become_messages_of_the_chosen_kind) {
+  const auto fail = [] {
+    hash_destroy(hash_create(0, nullptr, nullptr, __FILE__, __LINE__));
+    db_puts("went on");
+  };
+  EXPECT_EQ(run("out:t,assert:ignore", fail), "");
+  for (const char* option : {"out:t,assert:warning", "out:t,assert:error"}) {
+    const std::string text = run(option, fail);
+    EXPECT_NE(text.find("assertion failure: size != 0 ("), std::string::npos) << text;
+    EXPECT_NE(text.find("hash.cc:"), std::string::npos) << text;
+    EXPECT_EQ(read("t"), "went on\n");
+  }
+  const std::string text = run("out:t,assert:fatal", fail, 1);
+  EXPECT_NE(text.find("1503"), std::string::npos) << text;
+  EXPECT_EQ(read("t"), "");
+}
+
+TEST_F(kvdebug, containers_report_their_statistics) {
+  run("adt", [] {
+    const auto compare = [](word a, word b) { return a == b ? 0 : 1; };
+    hash_table* const h = hash_create(2, nullptr, compare, "h.cc", 5);
+    hash_insert(h, 2, 20, "x", 1);
+    hash_insert(h, 3, 30, "x", 1);
+    hash_remove(h, 3);
+    hash_insert(h, 4, 40, "x", 1);
+    hash_destroy(h);
+    vec_push(vec_create("a.cc", 1), 9);
+    vec_destroy(vec_create_chunk(3, "b.cc", 2));
+    vector* const v = vec_create("a.cc", 1);
+    vec_set(v, 1, 10);
+    vec_destroy(v);
+    db_close();
+  });
+  std::string text = read("preprocessor-1.out");
+  // Addresses are the only thing that differs from run to run.
+  for (std::size_t at; (at = text.find("# 0x")) != std::string::npos;) {
+    text.replace(at, text.find(' ', at + 2) - at, "# PTR");
+  }
+  EXPECT_EQ(text,
+            "HASH @ h.cc:5 (2/2) clashed 1 times inserting (0x4,0x28)\n"
+            "# Hash Table Master List:\n"
+            "# ptr    file:line    max_util/capacity    max_usage/capacity    clashes    voidcmp"
+            "    voidhash    alive\n"
+            "# PTR    h.cc:5    2/2    2/2    1    n    Y    n\n"
+            "# Living Vector Master List:\n"
+            "# ptr    file:line    max_count/capacity    alive\n"
+            "# PTR    a.cc:1    1/10    Y\n"
+            "# Vector Master List Summary:\n"
+            "#                                                                  Living             "
+            " Dead                Total\n"
+            "#                                file:line                         vectors/capacity   "
+            " vectors/capacity    vectors/capacity\n"
+            "#                                b.cc:2                            0/0    1/0    1/0\n"
+            "#                                a.cc:1                            1/10    1/20    "
+            "2/30\n"
+            "#                       Total Summary:0                            1/10    2/20    "
+            "3/30\n");
+  run("adt", [] { db_close(); });
+  EXPECT_NE(read("preprocessor-1.out").find("alive\n# No hash tables were used\n# Living"),
+            std::string::npos);
+}
+
+// What another program finds in the archive.
+std::string unzipped(const std::string& arguments) {
+  EXPECT_EQ(std::system(("unzip " + arguments + " > unzipped.txt 2>&1").c_str()), 0) << arguments;
+  std::ifstream in("unzipped.txt", std::ios::binary);
+  return {std::istreambuf_iterator<char>(in), {}};
+}
+
+class package_zip : public kvdebug {
+ protected:
+  void SetUp() override {
+    if (!zip_archive::is_supported() || std::system("unzip -v > unzipped.txt 2>&1") != 0) {
+      GTEST_SKIP() << "needs archive support and unzip";
+    }
+  }
+};
+
+TEST_F(package_zip, trace_file_is_packed_at_exit) {
+  EXPECT_EQ(run("on,zip",
+                [] {
+                  for (int i = 0; i < 20000; ++i) db_puts("the same line again");
+                  db_close();
+                }),
+            "");
+  EXPECT_EQ(unzipped("-p kva_package.zip preprocessor-1.out"), read("preprocessor-1.out"));
+  EXPECT_NE(unzipped("-v kva_package.zip").find("Defl:N"), std::string::npos);
+  EXPECT_LT(fs::file_size("kva_package.zip"), fs::file_size("preprocessor-1.out") / 50);
+
+  EXPECT_EQ(run("on,num:2,zip:+kva_package.zip", [] { db_close(); }), "");
+  EXPECT_NE(unzipped("-t kva_package.zip").find("preprocessor-2.out"), std::string::npos);
+  EXPECT_NE(unzipped("-p kva_package.zip preprocessor-1.out"), "");
+
+  EXPECT_EQ(run("on,zip", [] { db_close(); }),
+            warning("Package zip \"kva_package.zip\" already exists and will be over-written"));
+  EXPECT_EQ(unzipped("-l kva_package.zip").find("preprocessor-2.out"), std::string::npos);
+
+  EXPECT_EQ(run("out:t.txt,zip:other.zip", [] { db_close(); }), "");
+  EXPECT_FALSE(fs::exists("other.zip"));
+}
+
+TEST_F(package_zip, names_are_archived_with_slashes_and_comments) {
+  fs::create_directory("sub");
+  std::ofstream("sub/f.txt") << "text";
+  EXPECT_EQ(run("zip:z.zip", [] { db_zip_add("sub\\f.txt", "a comment"); }), "");
+  EXPECT_EQ(unzipped("-p z.zip sub/f.txt"), "text");
+  EXPECT_NE(unzipped("-Z -v z.zip").find("a comment"), std::string::npos);
+}
+
+TEST_F(package_zip, failures_are_warnings_and_leave_the_archive_as_it_was) {
+  std::ofstream("not.zip") << "no archive";
+  EXPECT_EQ(run("on,zip:+not.zip", [] { db_close(); }),
+            warning("Unable to open package zip file (not.zip) for reading to append "
+                    "\"preprocessor-1.out\""));
+  EXPECT_EQ(read("not.zip"), "no archive");
+  EXPECT_EQ(run("on,zip:no/dir/z.zip", [] { db_close(); }),
+            warning("Unable to init package zip file (no/dir/z.zip) to add "
+                    "\"preprocessor-1.out\""));
+  run("on,zip:good.zip", [] { db_close(); });
+  const std::string before = read("good.zip");
+  fs::create_directory("dir");
+  EXPECT_EQ(run("zip:+good.zip", [] { db_zip_add("dir", nullptr); }),
+            warning("Unable to add archive \"dir\" (from \"dir\") to package zip (good.zip)"));
+  EXPECT_EQ(read("good.zip"), before);
+  for (const auto& entry : fs::directory_iterator(".")) {
+    EXPECT_FALSE(entry.path().filename().string().starts_with("good.zip.")) << entry.path();
+  }
+}
+
+}  // namespace
+}  // namespace kv

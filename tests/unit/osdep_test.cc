@@ -1,0 +1,176 @@
+// Path names, private temporary files and 16-bit text.
+
+#include "common/osdep.h"
+
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <string>
+
+#include "common/host.h"
+
+namespace fs = std::filesystem;
+using namespace kv;
+
+namespace {
+
+constexpr const char* none = "(none)";
+
+TEST(Osdep, PathsAreCutAtTheMostImportantSeparator) {
+  const struct {
+    const char *path, *dir, *tail, *stem;
+  } cases[] = {
+      {"foo.h", none, "foo.h", "foo."},
+      {"C:foo.h", "C", "foo.h", "foo."},
+      {"C:\\a/b.c", "C:", "a/b.c", "a/b."},
+      {"a.d/b", "a.d", "b", "b"},
+      {"\\\\srv\\s\\x.y.z", "\\\\srv\\s", "x.y.z", "x.y."},
+      {"a\\", "a", "", ""},
+      {"", none, "", ""},
+  };
+  for (const auto& [path, dir, tail, stem] : cases) {
+    EXPECT_EQ(path_dir(path).value_or(none), dir);
+    EXPECT_STREQ(path_tail(path), tail);
+    EXPECT_EQ(path_tail_copy(path), tail);
+    EXPECT_EQ(path_stem_dot(path), stem);
+  }
+  EXPECT_EQ(path_tail(nullptr), nullptr);
+  EXPECT_FALSE(path_dir(nullptr));
+}
+
+TEST(Osdep, PathsAreJoinedByOneBackslash) {
+  EXPECT_EQ(path_join("C:\\a\\", "\\b"), "C:\\a\\b");
+  EXPECT_EQ(path_join("a", "b"), "a\\b");
+  EXPECT_EQ(path_join("a\\\\", "\\\\b"), "a\\\\\\b");
+  EXPECT_FALSE(path_join("", "b"));
+  EXPECT_FALSE(path_join(nullptr, "b"));
+}
+
+TEST(Osdep, NormalisingDropsDotsAndDoubledSeparators) {
+  const struct {
+    const char *path, *normal;
+  } cases[] = {
+      {"C:\\a\\.\\b\\..\\c\\", "C:\\a\\c"},
+      {"C:\\", "C:\\"},
+      {"C:\\a\\..", "C:\\"},
+      {"C:\\..\\a", "C:\\a"},
+      {"a\\/b//c", "a/b/c"},
+      {"./a/./b/.", "./a/b"},
+      {"\\\\srv\\x", "\\srv\\x"},
+      {"/a/../../b", "/b"},
+      {"a/b/../../c", "a/c"},
+      {"..\\a", "..\\a"},
+      {"/a/.../b.", "/a/.../b."},
+      {"/", "/"},
+      {"a/", "a/"},
+      {"ab/", "ab"},
+      {"", ""},
+  };
+  for (const auto& [path, normal] : cases) EXPECT_EQ(normalize_path(path), normal) << path;
+
+  EXPECT_EQ(absolute_path("C:\\a\\..\\b"), "C:\\b");
+  EXPECT_EQ(absolute_path("a\\..\\b"), normalize_path((current_dir() + "\\b").c_str()));
+  EXPECT_TRUE(is_abs_path("\\\\s"));
+  EXPECT_TRUE(is_abs_path("c:x"));
+  EXPECT_FALSE(is_abs_path("\\x"));
+  EXPECT_FALSE(is_abs_path("c"));
+}
+
+TEST(Osdep, DirectoriesAreMadeWithTheirParentsAndRemovedWithoutFollowingLinks) {
+  const std::string root = fs::temp_directory_path().string() + "/kvosdep-" + host::fresh_name();
+  EXPECT_EQ(make_dirs((root + "\\tree\\deep").c_str()), 0);
+  EXPECT_EQ(make_dirs((root + "\\outside\\").c_str()), 0);
+  EXPECT_NE(make_dirs((root + "\\outside").c_str()), 0);
+  const fs::path outside = fs::path(root) / "outside";
+  std::ofstream(outside / "Kept.txt") << "text";
+  EXPECT_NE(make_dirs((root + "\\outside\\Kept.txt\\x").c_str()), 0);
+
+  EXPECT_TRUE(name_case_matches((root + "\\outside\\Kept.txt").c_str()));
+  EXPECT_FALSE(name_case_matches((root + "\\outside\\kept.txt").c_str()));
+  EXPECT_FALSE(name_case_matches((root + "\\outside\\gone.txt").c_str()));
+
+  std::error_code no_links;
+  fs::create_directory_symlink(outside, fs::path(root) / "tree/deep/link", no_links);
+  EXPECT_EQ(remove_tree((root + "\\outside\\Kept.txt").c_str()), -1);
+  if (!no_links) {
+    EXPECT_EQ(remove_tree((root + "\\tree\\deep\\link").c_str()), -1);
+  }
+  EXPECT_EQ(remove_tree((root + "\\tree").c_str()), 0);
+  EXPECT_FALSE(file_exists((root + "\\tree").c_str()));
+  EXPECT_TRUE(fs::exists(outside / "Kept.txt"));
+  EXPECT_EQ(remove_tree(root.c_str()), 0);
+}
+
+#ifndef _WIN32
+// Uses the temporary directory as a run would; the exit status says what was wrong.
+[[noreturn]] void use_temporary_files() {
+  const std::string first = temp_file_name().value_or("");
+  const std::string second = temp_file_name().value_or("");
+  const std::string dir = path_dir(first.c_str()).value_or("");
+  const fs::path host_dir = host::native_path(dir.c_str());
+  if (first != dir + "\\preprocessor_tmp_0" || second != dir + "\\preprocessor_tmp_1") std::exit(1);
+  if (fs::exists(host::native_path(first.c_str()))) std::exit(2);
+  if (fs::status(host_dir).permissions() != fs::perms::owner_all) std::exit(3);
+  if (!std::string(path_tail(dir.c_str())).starts_with("kvA")) std::exit(4);
+  std::ofstream(host_dir / "left") << "text";
+  std::exit(0);
+}
+
+TEST(Osdep, TemporaryFilesArePrivateAndGoneAfterExit) {
+  const fs::path root = fs::temp_directory_path() / ("kvtemp-" + host::fresh_name());
+  const fs::path start = fs::current_path();
+  fs::create_directories(root);
+  const struct {
+    const char *temp, *tmp;
+    bool in_root;
+  } cases[] = {
+      {root.c_str(), "/nonexistent", true}, {"", root.c_str(), true}, {nullptr, "", false}};
+  for (const auto& [temp, tmp, in_root] : cases) {
+    if (temp == nullptr) unsetenv("TEMP");
+    if (temp != nullptr) setenv("TEMP", temp, 1);
+    setenv("TMP", tmp, 1);
+    // Unset or empty variables leave the working directory, and only there can a file get in the
+    // way.
+    if (!in_root) fs::current_path(root);
+    EXPECT_EXIT(use_temporary_files(), testing::ExitedWithCode(0), "");
+    EXPECT_TRUE(fs::is_empty(root));
+  }
+  setenv("TEMP", "/dev/null", 1);
+  EXPECT_FALSE(temp_file_name());
+  unsetenv("TEMP");
+  unsetenv("TMP");
+  fs::current_path(start);
+  fs::remove(root);
+}
+#endif
+
+TEST(Osdep, SixteenBitTextIsComparedAndConvertedByUnits) {
+  EXPECT_EQ(str16_cmp(u"ab", u"ab"), 0);
+  EXPECT_EQ(str16_cmp(u"b", u"ab"), 1);
+  EXPECT_EQ(str16_cmp(u"a", u"a\u7f1c"), -1);
+  EXPECT_EQ(str16_cmp8(u"ab", "ab"), 0);
+  EXPECT_EQ(str16_cmp8(u"ab", "a"), 'b');
+  EXPECT_EQ(str16_cmp8(u"\u00e9", "\xe9"), 256);  // bytes are signed here
+  EXPECT_EQ(str16_atoi(u"0120x"), 120);
+  EXPECT_EQ(str16_atoi(u"-1"), 0);
+  EXPECT_EQ(str16_rchr(u"abca", u'd'), nullptr);
+
+  char16_t* copy = str16_dup(u"A/Z[\u00c9/\u7f1c");
+  EXPECT_EQ(str16_rchr(copy, u'/'), copy + 5);
+  str16_lower(copy);
+  EXPECT_EQ(str16_cmp(copy, u"a/z[\u00c9/\u7f1c"), 0);
+  char narrow[8];
+  str16to8(narrow, copy);
+  EXPECT_STREQ(narrow, "a/z[\xc9/\x1c");
+  std::free(copy);
+
+  char16_t wide[5] = {1, 1, 1, 1, 1};
+  str8to16n(wide, "\xff", 4);
+  EXPECT_EQ(std::u16string(wide, 5), std::u16string(u"\u00ff\0\0\0\u0001", 5));
+  str8to16n(wide, "abcdef", 2);
+  EXPECT_EQ(std::u16string(wide, 3), std::u16string(u"ab\0", 3));
+}
+
+}  // namespace
