@@ -36,23 +36,26 @@ _FEATURES = (
 
 
 @functools.lru_cache(maxsize=None)
-def _facts(path):
-    """What one file uses: features, macros with the names they use, wide macros, conditions."""
+def _text(path):
     with open(path, encoding="latin-1") as source:
-        text = source.read().replace("\r", "").replace("\\\n", "")
+        return source.read()
+
+
+@functools.lru_cache(maxsize=None)
+def _facts(path):
+    """What one file uses: its features, definitions, wide macros and conditions."""
+    text = _text(path).replace("\r", "").replace("\\\n", "")
     code = _LITERALS_AND_COMMENTS.sub(lambda m: "0" if m[0][0] in "\"'" else " ", text)
     features = {name for name, pattern in _FEATURES if pattern.search(code)}
     if _WIDE_CHARACTER.search(text):
         features.add(WIDE_CHARACTER)
-    bodies = {}
-    for name, _, body in _DEFINE.findall(code):
-        bodies.setdefault(name, set()).update(_NAME.findall(body))
-    wide = frozenset(name for name, _, body in _DEFINE.findall(code) if _is_wide(body))
+    definitions = _DEFINE.findall(code)
+    wide = frozenset(name for name, _, body in definitions if _is_wide(body))
     conditions = []
     for condition in _CONDITION.findall(code):
         condition = re.sub(r"\bdefined\s*(?:\(\s*[\w$]+\s*\)|[\w$]+)", "0", condition)
         conditions.append((_is_wide(condition), frozenset(_NAME.findall(condition))))
-    return features, bodies, wide, conditions
+    return features, definitions, wide, conditions
 
 
 def _is_wide(text):
@@ -73,9 +76,12 @@ def left_out(files):
         return min(used)
     wide = set().union(*(w for _, _, w, _ in facts))
     uses = {}
-    for _, bodies, _, _ in facts:
-        for name, names in bodies.items():
-            uses.setdefault(name, set()).update(names)
+    empty = set()
+    for _, definitions, _, _ in facts:
+        for name, _, body in definitions:
+            uses.setdefault(name, set()).update(_NAME.findall(body))
+            if not body.strip():
+                empty.add(name)
     grown = True
     while grown:
         more = {name for name, names in uses.items() if name not in wide and names & wide}
@@ -84,4 +90,67 @@ def left_out(files):
     for _, _, _, conditions in facts:
         if any(is_wide or names & wide for is_wide, names in conditions):
             return "#if arithmetic beyond 32 bits"
+        if any(names & empty for _, names in conditions):
+            return "#if names a macro that can be empty"
     return None
+
+
+NO_BLANK = "no blank between an expansion and the text beside it"
+LAST_LINE = "__LINE__ in a call over several lines is the last line"
+
+
+def by_rule(theirs, ours, files):
+    """Names the rule that explains one difference, or returns None.
+
+    The difference must have the form that the rule gives it, and the files that were read must hold
+    the place that the rule is about.
+    """
+    paths = [str(path) for path in files]
+    if len(ours) < len(theirs) and "".join(ours) == "".join(theirs):
+        if all(_meet_at_an_expansion(left, right, paths) for left, right in _glued(theirs, ours)):
+            return NO_BLANK
+    if len(theirs) == len(ours) == 1 and theirs[0].isdigit() and ours[0].isdigit():
+        if any(_is_open_call(path, int(theirs[0]), int(ours[0])) for path in paths):
+            return LAST_LINE
+    return None
+
+
+def _glued(theirs, ours):
+    """The pairs of their tokens that are one token of ours, or part of one."""
+    ends = set()
+    length = 0
+    for token in ours:
+        length += len(token)
+        ends.add(length)
+    length = 0
+    for left, right in zip(theirs, theirs[1:]):
+        length += len(left)
+        if length not in ends:
+            yield left, right
+
+
+def _meet_at_an_expansion(left, right, paths):
+    """Does a macro that begins with `right` follow `left` directly, or the other way round?"""
+    for _, definitions, _, _ in map(_facts, paths):
+        for name, _, body in definitions:
+            body = body.strip()
+            before = body.startswith(right) and re.compile(
+                re.escape(left) + re.escape(name) + r"(?![\w$])")
+            after = body.endswith(left) and re.compile(
+                r"(?<![\w$])" + re.escape(name) + r"(?:\([^()\n]*\))?" + re.escape(right))
+            if any(found.search(_text(path)) for found in (before, after) if found
+                   for path in paths):
+                return True
+    return False
+
+
+def _is_open_call(path, first, last):
+    """Do these lines hold a call that begins on the first one and ends on the last one?"""
+    lines = _text(path).split("\n")[first - 1:last]
+    depth = 0
+    for number, line in enumerate(lines, first):
+        line = _LITERALS_AND_COMMENTS.sub(" ", line)
+        depth += line.count("(") - line.count(")")
+        if depth <= 0:
+            return number == last > first
+    return False

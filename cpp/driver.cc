@@ -23,7 +23,7 @@
 #include "cpp/reader.h"
 #include "cpp/report.h"
 #include "cpp/scan.h"
-#include "cpp/symtab.h"
+#include "cpp/textlane.h"
 
 namespace kv::cpp {
 
@@ -154,9 +154,10 @@ struct line_start {
   int indent;   // blanks before the line, counted inside #asm blocks
 };
 
-// Reads blank lines, control lines and skipped lines up to the next line of text.
-line_start find_text_line() {
-  line_start line = {0, 0, 0};
+// Reads blank lines, control lines and skipped lines up to the next line of text. `pending`
+// newlines have been consumed already.
+line_start find_text_line(int pending) {
+  line_start line = {0, pending, 0};
   for (;;) {
     line.c = get();
     if (char_class(line.c) == CT_SPACE) {
@@ -193,29 +194,39 @@ void write_token(int c) {
   }
 }
 
-// Copies the tokens of a line, its macros expanded, and returns what ended it: a newline or 0.
-int copy_line() {
+// How the copying of a line's tokens ended.
+enum class line_end { newline, end_of_input, lane_past_it };
+
+// Copies the tokens of a line, its macros expanded. The lane may go on with further lines; it has
+// then written this one's newline and stands at the start of another, with `pending` newlines held
+// back.
+line_end copy_line(int& pending) {
   for (;;) {
+    if (copy_plain_text(pending) == lane_stop::at_line_start) return line_end::lane_past_it;
     bool blanks = false;
     int c;
     while (char_class(c = get()) == CT_SPACE) blanks = blanks || c != MARK_PASTE;
-    if (c == 0 || c == '\n') return c;
-    if (blanks) put_char_out(' ');
+    if (blanks && c != 0 && c != '\n') put_char_out(' ');
     c = try_expand(c);
     if (is_operand_class(char_class(c)) && paste_tokens(c)) continue;
-    if (c == 0 || c == '\n') return c;
+    if (c == 0) return line_end::end_of_input;
+    if (c == '\n') return line_end::newline;
     write_token(c);
   }
 }
 
-void write_text_line(const line_start& line) {
+// Writes a line of text and returns the number of newlines consumed behind it but not written.
+int write_text_line(const line_start& line) {
   sync_lines(line.pending);
   unget();
   if (settings.cmode_asm) asm_ifdef_rewrite();
   for (int i = 0; i < line.indent; ++i) put_char_out(' ');
-  if (copy_line() == 0) return;
-  put_char_out('\n');
-  if (cur_frame != nullptr && cur_frame->fp == nullptr) need_linemark = true;
+  int pending = 0;
+  if (copy_line(pending) == line_end::newline) {
+    put_char_out('\n');
+    if (cur_frame != nullptr && cur_frame->fp == nullptr) need_linemark = true;
+  }
+  return pending;
 }
 
 // ---- The end.
@@ -266,10 +277,11 @@ void write_dump() {
 
 void run(int argc, char** argv) {
   start(argc, argv);
+  int pending = 0;
   for (;;) {
-    const line_start line = find_text_line();
+    const line_start line = find_text_line(pending);
     if (line.c == 0) finish(line.pending);
-    write_text_line(line);
+    pending = write_text_line(line);
   }
 }
 

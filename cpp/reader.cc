@@ -538,6 +538,10 @@ void unget() {
   if (*--f->rdptr == '\n') --cur_line;
 }
 
+bool load_next_line() {
+  return load_line(cur_frame);
+}
+
 input_frame* push_file(source_file* file, const char* name) {
   const std::size_t len = std::strlen(name);
   input_frame* f = push_frame(static_cast<int>(len) + 1, nullptr);

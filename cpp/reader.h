@@ -111,6 +111,10 @@ inline bool next_is_plain() {
 /// frame's text (for a file: of the current line).
 void unget();
 
+/// Lane: with the line of the file on top used up, moves on to its next line. Returns false, and
+/// changes nothing, when the next unit comes from elsewhere.
+bool load_next_line();
+
 /// Pushes a file frame that reads from `file` (owned by the frame from now on) under `name`, which
 /// is copied. Sets cur_line to 1 and need_linemark.
 input_frame* push_file(source_file* file, const char* name);

@@ -33,9 +33,10 @@ std::uint64_t mix(std::uint64_t h, std::uint64_t v) {
   return h ^ (h >> 32);
 }
 
-std::uint64_t load(const unsigned char* p, std::size_t n) {
-  std::uint64_t v = 0;
-  std::memcpy(&v, p, n);
+template <class Word>
+std::uint64_t load(const unsigned char* p) {
+  Word v;
+  std::memcpy(&v, p, sizeof v);
   return v;
 }
 
@@ -130,14 +131,19 @@ void free_record(symbol* sym) {
 
 }  // namespace
 
+// The bytes are taken a word at a time, the words overlapping where the length is no multiple.
 std::uint64_t name_key(const unsigned char* name, std::size_t len) {
-  if (len < 8) {
-    if (len < 4) return mix(len, load(name, len));
-    return mix(load(name, 4) << 8 | len, load(name + len - 4, 4));
+  if (len >= 8) {
+    std::uint64_t h = len;
+    for (std::size_t i = 0; i + 8 < len; i += 8) h = mix(h, load<std::uint64_t>(name + i));
+    return mix(h, load<std::uint64_t>(name + len - 8));
   }
-  std::uint64_t h = len;
-  for (std::size_t i = 0; i + 8 < len; i += 8) h = mix(h, load(name + i, 8));
-  return mix(h, load(name + len - 8, 8));
+  if (len >= 4) {
+    return mix(load<std::uint32_t>(name) << 8 | len, load<std::uint32_t>(name + len - 4));
+  }
+  if (len == 0) return 0;
+  return mix(len, static_cast<std::uint64_t>(name[0]) << 16 |
+                      static_cast<std::uint64_t>(name[len / 2]) << 8 | name[len - 1]);
 }
 
 std::uint64_t name_key(const unit* name, std::size_t len) {

@@ -17,9 +17,9 @@
 #define CTRL(unit) (*(volatile unsigned *)unit##_CTRL)
 #define BIT(n) (1u << (n))
 
-#define SET(unit, flag) (CTRL(unit) |= BIT(unit##_##flag))
-#define CLEAR(unit, flag) (CTRL(unit) &= ~BIT(unit##_##flag))
-#define TEST(unit, flag) (CTRL(unit) & BIT(unit##_##flag))
+#define SET(unit, flag) (CTRL(unit) |= 1u << unit##_##flag)
+#define CLEAR(unit, flag) (CTRL(unit) &= ~(1u << unit##_##flag))
+#define TEST(unit, flag) (CTRL(unit) & 1u << unit##_##flag)
 #define TOGGLE(port, pin) (*(volatile unsigned *)port##_OUT ^= BIT(pin))
 
 #define BAUD_DIVISOR(rate) ((F_CPU + 8u * (rate)) / (16u * (rate)))
