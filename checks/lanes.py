@@ -31,7 +31,7 @@ MODES = {
     "plain": ["-W-9", "--emax=1000"],
     "comments": ["-W-9", "--emax=1000", "-C"],
     "assembler": ["-W-9", "--emax=1000", "--cmode=tsasm"],
-    "definitions": ["-W-9", "--emax=1000", "-dM"],
+    "definitions": ["-W-9", "--emax=1000", "-dM", "-U__TIME__", "-U__DATE__"],
     "listing": ["-W-9", "-E1", "-H"],
     "linker": ["-W-9", "--emax=1000", "--cmode=tslink", "-N255"],
 }

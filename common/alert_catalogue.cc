@@ -78,7 +78,7 @@ int compare_msg_files(const void* a, const void* b) {
 std::string dat_beside_program() {
   auto dir = path_dir(program_path().c_str());
   if (!dir) return "";
-  dir->erase(dir->find_last_not_of(".\\/") + 1);
+  dir->erase(dir->find_last_not_of(".\\") + 1);
   dir = path_dir(dir->c_str());
   return dir ? str_path_join(dir->c_str(), "dat") : "";
 }
@@ -248,7 +248,7 @@ msg_entry* entry_at(const vector* table, std::uint32_t number) {
 
 // The table of a file's entries alone, or null when the file cannot be opened.
 vector* read_file_table(const char* path) {
-  const int fd = host::open_read(path);
+  const int fd = host::open_read_uncounted(path);
   if (fd < 0) return nullptr;
   vector* const table = vec_create(__FILE__, __LINE__);
   file_lines lines(fd);

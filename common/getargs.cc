@@ -1,8 +1,8 @@
 // Reading and splitting of argument lines.
 //
 // Choices where the format leaves room: an empty word is never an argument, so runs of separators
-// and blank lines do no harm; a carriage return before a newline belongs to the newline, so command
-// files of either kind of host work; a zero byte, which no argument can hold, separates words.
+// and blank lines do no harm; a carriage return at the end of a line belongs to the newline, so
+// command files of either kind of host work.
 
 #include "common/getargs.h"
 
@@ -15,6 +15,7 @@
 #include "common/alert.h"
 #include "common/alloc.h"
 #include "common/host.h"
+#include "common/stringcache.h"
 
 namespace kv {
 
@@ -46,47 +47,13 @@ void make_room() {
   arg_capacity += capacity_step;
 }
 
-// Hands out the lines of standard input with their newlines, however long.
-class line_source {
- public:
-  // Stores the next line, the last one perhaps without newline; false at the end of the input.
-  bool next(std::string& line) {
-    line.clear();
-    while (at_ != end_ || fill()) {
-      const std::string_view rest(block_.data() + at_, end_ - at_);
-      const std::size_t newline = rest.find('\n');
-      const std::size_t taken = newline == std::string_view::npos ? rest.size() : newline + 1;
-      line += rest.substr(0, taken);
-      at_ += taken;
-      if (newline != std::string_view::npos) return true;
-    }
-    return !line.empty();
-  }
-
- private:
-  // After the end of a terminal's input further reads would wait for more.
-  bool fill() {
-    if (at_end_) return false;
-    const long got = host::read_block(standard_input, block_.data(), block_.size());
-    at_end_ = got <= 0;
-    at_ = 0;
-    end_ = at_end_ ? 0 : static_cast<std::size_t>(got);
-    return !at_end_;
-  }
-
-  // The bytes at_ to end_ of the block are still to be handed out.
-  std::array<char, 4096> block_;
-  std::size_t at_ = 0;
-  std::size_t end_ = 0;
-  bool at_end_ = false;
-};
-
 // The word under construction and the two pieces of state that outlive it.
 class word_splitter {
  public:
   // Appends the words of a line to the vector. False when one was too long.
   bool split(std::string_view line) {
-    if (line.ends_with("\r\n")) line.remove_suffix(2);
+    if (line.ends_with('\n')) line.remove_suffix(1);
+    if (line.ends_with('\r')) line.remove_suffix(1);
     for (const char c : line) {
       if (!take(c)) return false;
     }
@@ -96,7 +63,7 @@ class word_splitter {
 
  private:
   bool take(char c) {
-    if (c == '\t' || c == '\n' || c == '\0') {
+    if (c == '\t') {
       end_word();
       return true;
     }
@@ -159,12 +126,13 @@ char** getargs(const char* progname) {
   add_arg(progname);
   const std::string prompt =
       host::is_terminal(standard_input) ? std::string(progname) + "> " : std::string();
-  line_source lines;
+  line_reader lines(standard_input);
   word_splitter words;
-  std::string line;
+  const char* line;
   do {
     host::write_all(standard_output, prompt.data(), prompt.size());
-  } while (lines.next(line) && words.split(line));
+    line = read_long_line(lines);
+  } while (line != nullptr && words.split(line));
   return arg_vec;
 }
 

@@ -35,6 +35,10 @@ inline constexpr unsigned max_open_files = 512;
 /// or -1; a directory fails with EISDIR, the 510th file (three are the standard ones) with EMFILE.
 int open_read(const char* path);
 
+/// As open_read, but the file is not counted as open: for what has to be readable when the limit is
+/// met, such as the text of the message that says so.
+int open_read_uncounted(const char* path);
+
 /// As open_read, but a name that is known to be missing fails with ENOENT without a system call:
 /// the first miss in a directory reads its listing, and later ones are looked up there without
 /// regard to case. A directory that cannot be listed is asked each time. Files that this program

@@ -207,6 +207,10 @@ int open_read(const char* path) {
   return open_counted(native_path(path), O_RDONLY);
 }
 
+int open_read_uncounted(const char* path) {
+  return open_uncounted(native_path(path), O_RDONLY);
+}
+
 int open_probe(const char* path) {
   const std::string host_path = native_path(path);
   const split_path parts = split(host_path);

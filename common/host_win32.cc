@@ -88,6 +88,10 @@ int open_read(const char* path) {
   return open_counted(path, read_flags);
 }
 
+int open_read_uncounted(const char* path) {
+  return open_uncounted(path, read_flags);
+}
+
 int open_probe(const char* path) {
   return open_read(path);
 }

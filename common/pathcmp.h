@@ -12,16 +12,11 @@
 
 namespace kv {
 
-/// Whether `path` is the directory `dir` or begins with it and a separator, letters compared with
-/// case; false when either is null or empty.
+/// Whether `path` begins with the characters of `dir`, letters compared with case; false when either
+/// is null or `dir` is empty. A directory whose name goes on behind `dir` counts as well.
 inline bool path_begins_with_dir(const char* path, const char* dir) {
   if (!path || !dir || *dir == 0) return false;
-  const std::string whole = host::native_path(path);
-  const std::string head = host::native_path(dir);
-  if (!whole.starts_with(head)) return false;
-  const auto is_separator = [](char c) { return c == '\\' || c == '/'; };
-  return whole.size() == head.size() || is_separator(head.back()) ||
-         is_separator(whole[head.size()]);
+  return host::native_path(path).starts_with(host::native_path(dir));
 }
 
 }  // namespace kv

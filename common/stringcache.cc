@@ -75,10 +75,12 @@ bool is_empty(const char* s) {
 
 // Refills an exhausted reader; false at the end of the file.
 bool fill(line_reader& in) {
-  const long got = host::read_block(in.fd, in.buffer, in.shared ? 1 : sizeof in.buffer);
+  if (in.at_end) return false;
+  const long got = host::read_block(in.fd, in.buffer, sizeof in.buffer);
+  in.at_end = got <= 0;
   in.next = 0;
-  in.end = got > 0 ? static_cast<std::size_t>(got) : 0;
-  return in.end != 0;
+  in.end = in.at_end ? 0 : static_cast<std::size_t>(got);
+  return !in.at_end;
 }
 
 // Appends the next piece of a line to the scratch buffer, which holds `length` characters; returns

@@ -67,15 +67,12 @@ void str_cache_set_size(std::uint32_t buckets);
 /// When not 0, results are fresh copies once more than this many strings have been entered.
 void str_cache_set_limit(std::uint32_t limit);
 
-/// Reads lines from a descriptor that it does not own. A `shared` reader takes no byte beyond the
-/// line it was asked for, so that others may go on reading the descriptor; a private one reads in
-/// large blocks.
+/// Reads lines from a descriptor that it does not own, in large blocks.
 struct line_reader {
-  explicit line_reader(int descriptor, bool shared_descriptor = false)
-      : fd(descriptor), shared(shared_descriptor) {}
+  explicit line_reader(int descriptor) : fd(descriptor) {}
 
   int fd;
-  bool shared;
+  bool at_end = false;   ///< a read met the end; at a terminal another one would wait for more
   std::size_t next = 0;  ///< bytes next..end of the buffer are read but not yet taken
   std::size_t end = 0;
   char buffer[4096];

@@ -20,7 +20,7 @@ std::array<unit, line_capacity + 2> msg_line;
 const unit* msg_line_start = nullptr;
 const unit* msg_cursor = nullptr;
 
-constinit std::u16string last_echo_name;
+std::u16string last_echo_name;
 
 void widen_current_line(const input_frame* f) {
   std::size_t n = 0;

@@ -24,8 +24,16 @@ namespace {
 
 constexpr int expand_depth_limit = 1000;
 
-// The macro whose expansion began the current chain, named in message 115.
-const symbol* first_macro = nullptr;
+// The macro whose expansion began the current chain, named in message 115. Counted as a reference, since
+// its frame may be gone by then.
+symbol* first_macro = nullptr;
+
+void begin_chain(symbol* sym) {
+  if (sym == first_macro) return;
+  if (first_macro != nullptr) sym_release(first_macro);
+  first_macro = sym;
+  ++sym->frame_refs;
+}
 
 // A call whose arguments are being collected, one after the other in the macro area.
 struct macro_call {
@@ -40,7 +48,7 @@ struct macro_call {
 };
 
 // The calls being collected, the innermost last.
-constinit std::vector<macro_call> open_calls;
+std::vector<macro_call> open_calls;
 
 // Where the treatment of a unit has got to: `c` is the unit to go on with, or a call was opened
 // whose arguments must be read first.
@@ -354,7 +362,7 @@ enum class expansion { none, done, call_opened };
 
 expansion expand(symbol* sym) {
   if (settings.macro_report) report_macro(sym);
-  if (expand_depth++ == 0) first_macro = sym;
+  if (expand_depth++ == 0) begin_chain(sym);
   if (expand_depth >= expand_depth_limit) {
     give_up_expansion(sym);
     return expansion::none;

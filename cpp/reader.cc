@@ -33,7 +33,7 @@ bool need_linemark = false;
 bool raw_read = false;
 bool line_shown = false;
 int expand_depth = 0;
-constinit std::string forced_includes;
+std::string forced_includes;
 bool keep_comments_now = false;
 
 namespace {
@@ -464,7 +464,7 @@ bool is_joining_blank(int c) {
 // what it delivers is what the one before it has read ahead.
 int join_lines() {
   enum : unsigned char { waiting, seen_blank };
-  static constinit std::vector<unsigned char> pending;
+  static std::vector<unsigned char> pending;
   const std::size_t outermost = pending.size();
   pending.push_back(waiting);
   while (pending.size() > outermost) {

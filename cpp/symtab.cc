@@ -129,6 +129,13 @@ void free_record(symbol* sym) {
   std::free(sym);
 }
 
+void take_out(symbol* sym) {
+  chain_remove(sym);
+  index_remove(sym);
+  sym->removed = true;
+  if (sym->frame_refs == 0) free_record(sym);
+}
+
 }  // namespace
 
 // The bytes are taken a word at a time, the words overlapping where the length is no multiple.
@@ -165,15 +172,11 @@ symbol* sym_find(const unsigned char* name, std::size_t len) {
 }
 
 symbol* sym_enter(const unit* name, bool remove) {
-  const auto len = static_cast<std::size_t>(str16_len(name));
+  static symbol removed;  // stands for a record that is gone
+  const std::size_t len = str16_len(name);
   symbol* old = sym_find(name, len);
-  if (old != nullptr) {
-    chain_remove(old);
-    index_remove(old);
-    old->removed = true;
-    if (old->frame_refs == 0) free_record(old);
-  }
-  if (remove) return old;
+  if (old != nullptr) take_out(old);
+  if (remove) return old != nullptr ? &removed : nullptr;
 
   auto* sym = static_cast<symbol*>(checked_alloc(sizeof(symbol)));
   sym->name = str16_dup(name);

@@ -30,7 +30,7 @@ struct symbol {
   std::uint32_t hash;        ///< sum of the name's units plus their number
   std::int32_t nargs;        ///< parameters of a function-like macro, or a NARGS_ value
   std::int32_t disable;      ///< expansion frames being read, less those re-enabled for an argument
-  std::uint32_t frame_refs;  ///< input frames that refer to this record
+  std::uint32_t frame_refs;  ///< input frames, and the chain of expansions, that refer to it
   bool removed;              ///< out of the table, waiting for frame_refs to reach 0
   char* def_file;          ///< file of the first #define, null for start-up and command-line macros
   std::int32_t def_line;   ///< line of that #define

