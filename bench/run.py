@@ -125,8 +125,8 @@ HEADER = ("| workload | program | median ms | minimum ms | MB/s | peak MiB | tim
           "| --- | --- | ---: | ---: | ---: | ---: | ---: |")
 
 
-def machine():
-    """Processor, memory, kernel and the versions of everything that was run."""
+def machine(load):
+    """Processor, memory, kernel, how busy the machine was, and the versions of everything that was run."""
     info = pathlib.Path("/proc/cpuinfo").read_text()
     model = re.search(r"model name\s*:\s*(.*)", info)
     memory = int(re.search(r"MemTotal:\s*(\d+)", pathlib.Path("/proc/meminfo").read_text())[1])
@@ -134,7 +134,7 @@ def machine():
     return [
         f"- processor: {model[1] if model else platform.machine()}, {os.cpu_count()} cores; "
         f"memory: {memory / 2**20:.0f} GiB",
-        f"- kernel: {platform.system()} {platform.release()}",
+        f"- kernel: {platform.system()} {platform.release()}; load when the run began: {load:.1f}",
         f"- GCC: {first(_output('gcc', '--version'))}",
         f"- Clang: {first(_output('clang', '--version'))}",
         f"- TCC: {first(_output('tcc', '-v'))}",
@@ -201,6 +201,7 @@ def main():
     parser.add_argument("--quick", action="store_true", help="few runs, nothing written to docs")
     parser.add_argument("--claims", action="store_true")
     options = parser.parse_args()
+    load = os.getloadavg()[0]
     program = os.path.abspath(options.program)
     runs = options.runs or (QUICK_RUNS if options.quick else RUNS)
     _install_missing()
@@ -229,7 +230,7 @@ def main():
     if not (options.only or options.size or options.quick):
         figures = claims(program, runs)
         DOCUMENT.write_text(DOCUMENT_HEAD.format(runs=runs) + "\n" + "\n".join(
-            machine() + ["", "## Two figures", ""] + figures + ["", "## Workloads", ""] + lines +
+            machine(load) + ["", "## Two figures", ""] + figures + ["", "## Workloads", ""] + lines +
             ["", "## Milliseconds per MB at each size", ""] + scaling) + "\n")
 
 

@@ -62,8 +62,7 @@ class Writer:
         self.headers = [f"h{n}.h" for n in range(rng.randint(0, 3))]
 
     def program(self):
-        files = {name: self.file(rng_lines, included=True) for name, rng_lines in
-                 ((h, self.rng.randint(1, 8)) for h in self.headers)}
+        files = {name: self.file(self.rng.randint(1, 8), included=True) for name in self.headers}
         files["main.c"] = self.file(self.rng.randint(3, 30), included=False)
         return files
 

@@ -43,9 +43,7 @@ def tokenize(text):
 
 
 def differences(theirs, ours, limit=50, lookahead=400):
-    """Yields (their tokens, our tokens, index in theirs) for every place where the lists part."""
-    if theirs == ours:
-        return []
+    """Returns (their tokens, our tokens, index in theirs) for every place where the lists part."""
     found = []
     i = j = 0
     while len(found) < limit:

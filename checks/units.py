@@ -76,31 +76,29 @@ def all_units(packages):
     for config, defines in _MUSL.items():
         units += _headers("musl-dev", config, musl, [musl], defines)
 
-    for package, subdirs, skip in (("zlib", ("", "test", "examples", "contrib/minizip"), ()),
-                                   ("lua5.1", ("src", "etc"), ()), ("bzip2", ("",), ())):
+    for package, subdirs in (("zlib", ("", "test", "examples", "contrib/minizip")),
+                             ("lua5.1", ("src", "etc")), ("bzip2", ("",))):
         root = next(p for p in sorted((packages / package).iterdir()) if p.is_dir())
         dirs = [root, root / "src", root / "contrib/minizip", musl]
         dirs = [d for d in dirs if d.is_dir()]
-        paths = [p for sub in subdirs for p in (root / sub).glob("*.c") if p.name not in skip]
+        paths = [p for sub in subdirs for p in (root / sub).glob("*.c")]
         units += _sources(package, "linux", root, paths, dirs, _MUSL["gnu"])
     return units
 
 
 _DEFINE_NAME = re.compile(r"^[ \t]*#[ \t]*define[ \t]+([A-Za-z_$][\w$]*)", re.M)
 _DUMPED = re.compile(r"^#define ([A-Za-z_$][\w$]*)(\([^)]*\))?(.*)$", re.M)
-_ARGUMENTS = ("arg{n}", "(p{n} + {n})", "\"s{n}\"", "{n}", "q{n} [ 'c' ] , ", "-x{n}")
+_ARGUMENTS = ("arg{n}", "(p{n} + {n})", "\"s{n}\"", "{n}", "(q{n} [ 'c' ] , z{n})", "-x{n}")
 
 
 def _call(name, parameters, body):
     """A call with one made-up argument per parameter; an operand of ## is a plain name."""
     arguments = []
     for index, parameter in enumerate(parameters):
-        shape = _ARGUMENTS[(len(name) + index) % (len(_ARGUMENTS))]
+        shape = _ARGUMENTS[(len(name) + index) % len(_ARGUMENTS)]
         operand = re.compile(rf"##\s*{re.escape(parameter)}\b|\b{re.escape(parameter)}\s*##")
         if operand.search(body):
             shape = "arg{n}"
-        elif shape.endswith(", "):
-            shape = "(" + shape + "z{n})"
         arguments.append(shape.format(n=index + 1))
     return f"{name}({', '.join(arguments)})"
 

@@ -80,7 +80,8 @@ std::string dat_beside_program() {
   if (!dir) return "";
   dir->erase(dir->find_last_not_of(".\\") + 1);
   dir = path_dir(dir->c_str());
-  return dir ? str_path_join(dir->c_str(), "dat") : "";
+  if (!dir) return "";
+  return str_path_join(dir->empty() ? "\\" : dir->c_str(), "dat");  // empty: `bin` is at the root
 }
 
 // Fills `list` from the first of the three places that holds message files.

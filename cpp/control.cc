@@ -373,8 +373,10 @@ int control_line(int pending) {
   return d->carry_out(pending);
 }
 
-int outermost_group_line() {
-  return no_group_open() ? 0 : cond_stack[1].line;
+bool outermost_open_group(int& line) {
+  if (no_group_open()) return false;
+  line = cond_stack[1].line;
+  return true;
 }
 
 // ---- The assembler's conditionals.

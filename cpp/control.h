@@ -17,7 +17,7 @@ int control_line(int pending);
 /// of the assembler by its own `if 1` or `if 0`, decided by the macro table.
 void asm_ifdef_rewrite();
 
-/// The line of the outermost open conditional group, or 0 when none is open.
-int outermost_group_line();
+/// Whether a conditional group is open; `line` becomes that of the outermost one.
+bool outermost_open_group(int& line);
 
 }  // namespace kv::cpp

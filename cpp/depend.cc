@@ -47,7 +47,8 @@ struct split_name {
 split_name split_at_point(std::string_view name) {
   const auto point = name.rfind('.');
   const auto separator = name.find_last_of("\\/:");
-  if (point == name.npos || (separator != name.npos && separator > point)) return {name, {}};
+  if (point == name.npos || (separator != name.npos && separator > point))
+    return {name, name.substr(name.size())};
   return {name.substr(0, point), name.substr(point)};
 }
 

@@ -232,8 +232,8 @@ int write_text_line(const line_start& line) {
 // ---- The end.
 
 void report_open_group() {
-  const int line = outermost_group_line();
-  if (line == 0) return;
+  int line;
+  if (!outermost_open_group(line)) return;
   if (cur_frame != nullptr) {
     alert_msg(100, line);
     return;

@@ -24,8 +24,8 @@ namespace {
 
 constexpr int expand_depth_limit = 1000;
 
-// The macro whose expansion began the current chain, named in message 115. Counted as a reference, since
-// its frame may be gone by then.
+// The macro whose expansion began the current chain, named in message 115. Counted as a reference,
+// since its frame may be gone by then.
 symbol* first_macro = nullptr;
 
 void begin_chain(symbol* sym) {
@@ -138,7 +138,15 @@ const unit* paste(frame_text& text, const unit* whole_body, const unit* body) {
   return body + 1;
 }
 
-void convert_body(frame_text& text, const unit* whole_body) {
+// Makes the body the frame's text. Without `#` and `##` it is copied as it stands.
+void convert_body(frame_text& text, const symbol* sym) {
+  const unit* whole_body = sym->body;
+  if (!sym->has_operators && sym->body_len < frame_capacity) {
+    std::memcpy(text.frame->buf, whole_body, (sym->body_len + 1) * sizeof(unit));
+    text.len = sym->body_len;
+    text.references = sym->has_references ? 1 : 0;
+    return;
+  }
   for (const unit* body = whole_body; *body != 0;) {
     const int c = *body++;
     if (c == MARK_STRINGIZE) {
@@ -170,7 +178,7 @@ void keep_arguments(const macro_call& call, input_frame* frame) {
 void push_replacement(const macro_call& call) {
   symbol* sym = call.macro;
   frame_text text{call, push_expansion(sym)};
-  if (sym->body != nullptr) convert_body(text, sym->body);
+  if (sym->body != nullptr) convert_body(text, sym);
   trim_expansion(text.len);
   ++sym->disable;
   if (text.references > 0 && call.count > 0 && sym->nargs > 0) keep_arguments(call, text.frame);
@@ -227,6 +235,40 @@ int begin_argument(macro_call& call) {
   return c;
 }
 
+// Lane: appends the run of units ahead that are nothing but argument text. Units of an argument or
+// of generated text do not qualify, since they would have to be expanded first.
+constexpr std::array<bool, 256> make_argument_units() {
+  std::array<bool, 256> t{};
+  for (std::size_t c = 1; c < 256; ++c) t[c] = true;
+  for (const char c :
+       {'\t', '\x1F', ' ', '\n', '(', ')', ',', '"', '\'', '\\', '/', '?', '\v', '\f', '\r', ';'}) {
+    t[static_cast<std::size_t>(c)] = false;
+  }
+  return t;
+}
+constexpr std::array<bool, 256> argument_units = make_argument_units();
+
+template <class Unit>
+void append_run(Unit*& from) {
+  Unit* p = from;
+  const std::size_t room = macro_area_room();
+  unit* to = macro_area_ptr;
+  const unit* const full = to + room;
+  while (to != full && *p < 256 && argument_units[*p]) *to++ = *p++;
+  macro_area_ptr = to;
+  from = p;
+}
+
+void append_plain_run() {
+  input_frame* f = cur_frame;
+  if (!lanes || f == nullptr) return;
+  if (f->rdptr < f->lane_end) {
+    append_run(f->rdptr);
+  } else if (f->lane_open && f->macro != nullptr) {
+    append_run(f->txptr);
+  }
+}
+
 // Treats one unit of the argument. Returns whether the argument goes on.
 bool collect_unit(macro_call& call, int c) {
   if (char_class(c) == CT_BACKSLASH) {
@@ -248,6 +290,7 @@ bool collect_unit(macro_call& call, int c) {
   if (c == '(') ++call.paren_depth;
   if (c == ')') --call.paren_depth;
   append(call, c);
+  append_plain_run();
   return true;
 }
 

@@ -2,10 +2,13 @@
 // gives. A build with CPP_NO_LANES leaves them out, so that both can be compared on any input.
 #pragma once
 
+#include <bit>
 #include <cstddef>
 #include <cstring>
 
-#if defined(__SSE2__)
+// Some compilers have no macro of their own for what every 64-bit x86 processor can do.
+#if defined(__SSE2__) || defined(_M_X64)
+#define CPP_SSE2
 #include <emmintrin.h>
 #endif
 
@@ -20,7 +23,7 @@ inline constexpr bool lanes = true;
 /// The first byte in [p, end) that is one of the four given, or `end`.
 inline unsigned char* find_any(unsigned char* p, unsigned char* end, unsigned char a,
                                unsigned char b, unsigned char c, unsigned char d) {
-#if defined(__SSE2__)
+#if defined(CPP_SSE2)
   const __m128i va = _mm_set1_epi8(static_cast<char>(a));
   const __m128i vb = _mm_set1_epi8(static_cast<char>(b));
   const __m128i vc = _mm_set1_epi8(static_cast<char>(c));
@@ -30,7 +33,7 @@ inline unsigned char* find_any(unsigned char* p, unsigned char* end, unsigned ch
     const __m128i hit = _mm_or_si128(_mm_or_si128(_mm_cmpeq_epi8(v, va), _mm_cmpeq_epi8(v, vb)),
                                      _mm_or_si128(_mm_cmpeq_epi8(v, vc), _mm_cmpeq_epi8(v, vd)));
     const int mask = _mm_movemask_epi8(hit);
-    if (mask != 0) return p + __builtin_ctz(static_cast<unsigned>(mask));
+    if (mask != 0) return p + std::countr_zero(static_cast<unsigned>(mask));
   }
 #endif
   while (p != end && *p != a && *p != b && *p != c && *p != d) ++p;

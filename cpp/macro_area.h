@@ -13,6 +13,11 @@ extern unit macro_area[macro_area_size];
 /// Where the next unit goes.
 extern unit* macro_area_ptr;
 
+/// The units that can still be appended.
+inline std::size_t macro_area_room() {
+  return static_cast<std::size_t>(macro_area + macro_area_size - macro_area_ptr);
+}
+
 /// Appends one unit. Fatal message 149 when the area is full.
 void macro_area_save(int c);
 

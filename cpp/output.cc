@@ -36,7 +36,7 @@ void put_text16(const unit* text) {
 void write_line_marker() {
   if (in_asm) {
     out_text("\n#endasm");
-    --cur_line;
+    count_line(-1);
   }
   char line[32];
   const std::size_t n = format_text(line, sizeof line, "\n# %d", cur_line);
@@ -53,7 +53,7 @@ void write_line_marker() {
   }
   if (in_asm) {
     out_text("\n#asm");
-    ++cur_line;
+    count_line();
   }
   out_byte('\n');
   need_linemark = false;

@@ -187,7 +187,7 @@ bool load_line(input_frame* f) {
   if (!source_next_line(f->fp, line)) return false;
   if (f->parent == nullptr) ++outer_lines;
   f->rdptr = f->line_start = line.start;
-  f->line_end = line.end;
+  f->line_end = f->lane_end = line.end;
   f->settled_backslashes = nullptr;
   line_shown = false;
   return true;
@@ -196,7 +196,7 @@ bool load_line(input_frame* f) {
 // A zero byte ends the stored line; the rest of the physical line is lost.
 int cut_line_at_zero(input_frame* f) {
   f->rdptr[-1] = '\n';
-  f->line_end = f->rdptr;
+  f->line_end = f->lane_end = f->rdptr;
   return '\n';
 }
 
@@ -287,7 +287,7 @@ struct comment_text {
   // Lane: passes over file text that is neither special to comments nor translated in raw mode.
   void skip_plain(unsigned char a, unsigned char b) const {
     input_frame* f = cur_frame;
-    if (!lanes || copied || f == nullptr || f->rdptr == f->line_end) return;
+    if (!lanes || copied || f == nullptr || f->rdptr >= f->lane_end) return;
     unsigned char* p = f->rdptr;
     for (;; ++p) {
       p = find_any(p, f->line_end - 1, a, b, '?', 0);
@@ -366,7 +366,7 @@ int comment(int opener) {
 int translate(const input_frame* f, int c) {
   switch (c) {
     case '\n':
-      if (f->fp != nullptr) ++cur_line;
+      if (f->fp != nullptr) count_line();
       return c;
     case ';':
       return semicolon_comments && !raw_read ? comment(c) : c;
@@ -394,6 +394,8 @@ int take_from_file(input_frame* f, int pops) {
   }
   int c = *f->rdptr++;
   account(f, pops);
+  // What this read removed is settled by the next one, which must therefore not take a lane.
+  f->lane_end = pops == 0 || f->parent == nullptr ? f->line_end : f->line_start;
   if (c == 0) {
     c = cut_line_at_zero(f);
   } else if (c == '?') {
@@ -535,7 +537,7 @@ void unget() {
     return;
   }
   if (f->rdptr == f->line_start) alert_msg(159);
-  if (*--f->rdptr == '\n') --cur_line;
+  if (*--f->rdptr == '\n') count_line(-1);
 }
 
 bool load_next_line() {

@@ -31,10 +31,11 @@ inline constexpr int frame_capacity = 10240;
 /// One active input source. `fp` alone tells the kinds apart: set in a file frame, null in a text
 /// frame. Frames live on a stack of their own and are recycled by the reader.
 struct input_frame {
-  unsigned char* rdptr;       ///< file frames: the next byte of the current line
-  unsigned char* line_end;    ///< file frames: just after the current line's newline
-  unit* txptr;                ///< text frames: the next unit of `buf`
-  bool lane_open;             ///< text frames: plain units can be taken without any accounting
+  unsigned char* rdptr;     ///< file frames: the next byte of the current line
+  unsigned char* line_end;  ///< file frames: just after the current line's newline
+  unsigned char* lane_end;  ///< file frames: units before this can be taken without any accounting
+  unit* txptr;              ///< text frames: the next unit of `buf`
+  bool lane_open;           ///< text frames: plain units can be taken without any accounting
   unsigned char* line_start;  ///< file frames: the start of the current line
   int saved_line;             ///< cur_line of this frame while another lies on top of it
   source_file* fp;            ///< the file of a file frame
@@ -58,6 +59,10 @@ extern input_frame* cur_frame;
 extern input_frame* base_frame;
 /// The line number of the current file position.
 extern int cur_line;
+/// Moves cur_line by one line. #line can set it to any value, so it wraps like unsigned numbers do.
+inline void count_line(int by = 1) {
+  cur_line = static_cast<int>(static_cast<unsigned>(cur_line) + static_cast<unsigned>(by));
+}
 /// Set whenever the output's line numbering must be resynchronised.
 extern bool need_linemark;
 /// While set, get() translates nothing but trigraphs.
@@ -89,7 +94,7 @@ int get_slow();
 inline int get() {
   input_frame* f = cur_frame;
   if (lanes && f != nullptr) {
-    if (f->rdptr != f->line_end) {
+    if (f->rdptr < f->lane_end) {
       if (plain.in_file[*f->rdptr]) return *f->rdptr++;
     } else if (f->lane_open && *f->txptr < 256 && plain.in_text[*f->txptr]) {
       return *f->txptr++;
@@ -103,7 +108,7 @@ inline int get() {
 inline bool next_is_plain() {
   const input_frame* f = cur_frame;
   if (!lanes || f == nullptr) return false;
-  if (f->rdptr != f->line_end) return plain.in_file[*f->rdptr];
+  if (f->rdptr < f->lane_end) return plain.in_file[*f->rdptr];
   return f->lane_open && *f->txptr < 256 && plain.in_text[*f->txptr];
 }
 

@@ -83,7 +83,7 @@ void take_id_run(Unit*& from, const Unit* end) {
 void take_id_lane() {
   input_frame* f = cur_frame;
   if (!lanes || f == nullptr) return;
-  if (f->fp != nullptr) {
+  if (f->rdptr < f->lane_end) {
     take_id_run(f->rdptr, f->line_end);
   } else if (f->lane_open) {
     take_id_run(f->txptr, static_cast<const unit*>(nullptr));  // the text's zero ends the run
@@ -126,7 +126,7 @@ void skip_line() {
   int c;
   do {
     input_frame* f = cur_frame;
-    if (lanes && f != nullptr && f->rdptr != f->line_end && plain.in_file[';']) {
+    if (lanes && f != nullptr && f->rdptr < f->lane_end && plain.in_file[';']) {
       // Lane: only a comment, a joined line, a trigraph or a zero byte can matter in skipped text.
       unsigned char* p = f->rdptr;
       for (;; ++p) {

@@ -11,6 +11,7 @@
 #include "common/alloc.h"
 #include "common/host.h"
 #include "cpp/reader.h"
+#include "cpp/symtab.h"
 
 namespace kv::cpp {
 
@@ -27,7 +28,7 @@ struct source_file {
   unsigned char* next;   // the first byte not yet handed out
   unsigned char* limit;  // the end of the bytes read
   source_file* free_link;
-  unsigned char block[block_size + 1];  // one more for a supplied newline
+  unsigned char block[block_size + 1 + name_slack];  // room for a supplied newline
 };
 
 namespace {

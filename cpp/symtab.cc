@@ -1,5 +1,6 @@
 #include "cpp/symtab.h"
 
+#include <bit>
 #include <cstdlib>
 #include <cstring>
 
@@ -33,9 +34,10 @@ std::uint64_t mix(std::uint64_t h, std::uint64_t v) {
   return h ^ (h >> 32);
 }
 
-template <class Word>
-std::uint64_t load(const unsigned char* p) {
-  Word v;
+static_assert(std::endian::native == std::endian::little, "name_key masks the bytes of a word");
+
+std::uint64_t load_word(const unsigned char* p) {
+  std::uint64_t v;
   std::memcpy(&v, p, sizeof v);
   return v;
 }
@@ -138,29 +140,24 @@ void take_out(symbol* sym) {
 
 }  // namespace
 
-// The bytes are taken a word at a time, the words overlapping where the length is no multiple.
+// The bytes are taken eight at a time, the last eight overlapping what came before; reading past a
+// short name is what name_slack allows for.
 std::uint64_t name_key(const unsigned char* name, std::size_t len) {
-  if (len >= 8) {
-    std::uint64_t h = len;
-    for (std::size_t i = 0; i + 8 < len; i += 8) h = mix(h, load<std::uint64_t>(name + i));
-    return mix(h, load<std::uint64_t>(name + len - 8));
-  }
-  if (len >= 4) {
-    return mix(load<std::uint32_t>(name) << 8 | len, load<std::uint32_t>(name + len - 4));
-  }
-  if (len == 0) return 0;
-  return mix(len, static_cast<std::uint64_t>(name[0]) << 16 |
-                      static_cast<std::uint64_t>(name[len / 2]) << 8 | name[len - 1]);
+  if (len < 8) return mix(len, load_word(name) & ~(~std::uint64_t{0} << (8 * len)));
+  std::uint64_t h = len;
+  for (std::size_t i = 0; i + 8 < len; i += 8) h = mix(h, load_word(name + i));
+  return mix(h, load_word(name + len - 8));
 }
 
 std::uint64_t name_key(const unit* name, std::size_t len) {
-  unsigned char narrow[256];
-  if (len > sizeof narrow) {
+  unsigned char narrow[256 + name_slack];
+  if (len > 256) {
     std::uint64_t h = len;
     for (std::size_t i = 0; i < len; ++i) h = mix(h, name[i]);
     return h;
   }
   for (std::size_t i = 0; i < len; ++i) narrow[i] = static_cast<unsigned char>(name[i]);
+  std::memset(narrow + len, 0, name_slack);
   return name_key(narrow, len);
 }
 
@@ -186,6 +183,16 @@ symbol* sym_enter(const unit* name, bool remove) {
   chain_insert(sym);
   index_insert(sym);
   return sym;
+}
+
+void sym_set_body(symbol* sym, const unit* text) {
+  sym->body = str16_dup(text);
+  sym->body_len = static_cast<std::uint32_t>(str16_len(text));
+  sym->has_operators = sym->has_references = false;
+  for (; *text != 0; ++text) {
+    sym->has_operators |= *text == MARK_STRINGIZE || *text == MARK_PASTE;
+    sym->has_references |= is_param_ref(*text);
+  }
 }
 
 bool sym_eligible(const symbol* sym) {

@@ -27,6 +27,9 @@ inline constexpr int max_macro_args = 31;
 struct symbol {
   symbol* link;              ///< next record of the chain
   unit* body;                ///< encoded replacement text; null for dynamic and abandoned macros
+  std::uint32_t body_len;    ///< units in `body`
+  bool has_operators;        ///< `body` holds a `#` or `##`
+  bool has_references;       ///< `body` refers to parameters
   std::uint32_t hash;        ///< sum of the name's units plus their number
   std::int32_t nargs;        ///< parameters of a function-like macro, or a NARGS_ value
   std::int32_t disable;      ///< expansion frames being read, less those re-enabled for an argument
@@ -42,9 +45,13 @@ struct symbol {
 /// The chain heads, for walks over all macros in their documented order.
 extern symbol* symtab[symtab_chains];
 
+/// The bytes that must be readable behind a name that lies in bytes.
+inline constexpr std::size_t name_slack = 8;
+
 /// The index key of a name of `len` units.
 std::uint64_t name_key(const unit* name, std::size_t len);
-/// The same key for a name that lies in bytes, as in a source line.
+/// The same key for a name that lies in bytes, as in a source line, with name_slack bytes behind
+/// it.
 std::uint64_t name_key(const unsigned char* name, std::size_t len);
 
 /// The record of the name, or null. The index search behind is_macro.
@@ -55,6 +62,9 @@ symbol* sym_find(const unsigned char* name, std::size_t len);
 /// value exactly when there was one; that value must not be followed. Otherwise enters a fresh
 /// record (all fields but the name's zero) and returns it.
 symbol* sym_enter(const unit* name, bool remove);
+
+/// Makes a copy of `text` (encoded, zero-ended) the body of `sym`; what it had before is not freed.
+void sym_set_body(symbol* sym, const unit* text);
 
 /// Whether `sym` may be expanded where reading stands: it is not disabled, or the text being read
 /// is an argument or generated text directly above an expansion of this very macro.

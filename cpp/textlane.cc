@@ -48,22 +48,54 @@ constexpr std::array<kind, 256> make_kinds() {
 }
 constexpr std::array<kind, 256> kinds = make_kinds();
 
-bool continues_word(unsigned char c) {
-  return kinds[c] == letter || kinds[c] == digit;
+constexpr std::array<bool, 256> make_word_units() {
+  std::array<bool, 256> t{};
+  for (std::size_t c = 0; c < 256; ++c) t[c] = kinds[c] == letter || kinds[c] == digit;
+  return t;
 }
-bool is_letter(unsigned char c, char lower) {
+constexpr std::array<bool, 256> word_units = make_word_units();
+
+bool is_letter(int c, char lower) {
   return c == lower || c == lower - 'a' + 'A';
 }
-bool is_hex_digit(unsigned char c) {
-  return kinds[c] == digit || (c >= 'a' && c <= 'f') || (c >= 'A' && c <= 'F');
+bool is_hex_digit(int c) {
+  return (c >= '0' && c <= '9') || (c >= 'a' && c <= 'f') || (c >= 'A' && c <= 'F');
 }
 
-// Whether the unit at `p`, which may be the line's newline, has no effect when it is read.
-bool is_calm(const unsigned char* p) {
-  if (plain.in_file[*p] || *p == '\n') return true;
+// The units that have no effect whatever follows them.
+constexpr std::array<bool, 256> make_calm_units() {
+  std::array<bool, 256> t{};
+  for (std::size_t c = 0; c < 256; ++c) t[c] = kinds[c] != stop && c != '/' && c != '?';
+  return t;
+}
+constexpr std::array<bool, 256> calm_units = make_calm_units();
+
+// What the two kinds of text have in common is written once, for bytes of a line and for units of a
+// text frame; these are the differences. Only file text has trigraphs, and its lines may end with
+// CR LF.
+
+inline kind kind_at(const unsigned char* p) {
+  return kinds[*p];
+}
+inline kind kind_at(const unit* p) {
+  return *p < 256 ? kinds[*p] : stop;
+}
+
+inline bool is_word_unit(const unsigned char* p) {
+  return word_units[*p];
+}
+inline bool is_word_unit(const unit* p) {
+  return *p < 256 && word_units[*p];
+}
+
+// Whether the unit at `p` has no effect when it is read ahead.
+inline bool is_calm(const unsigned char* p) {
+  if (calm_units[*p]) [[likely]] {
+    return true;
+  }
   switch (*p) {
     case '/':
-      return p[1] != '*' && plain.in_file[p[1]];
+      return p[1] != '*' && p[1] != '\n' && calm_units[p[1]];
     case '?':
       return p[1] != '?';
     case '\r':
@@ -72,23 +104,28 @@ bool is_calm(const unsigned char* p) {
       return false;
   }
 }
+inline bool is_calm(const unit* p) {
+  return *p < 256 && (calm_units[*p] || *p == '?');
+}
 
 // Each of these returns the end of the token at `p`, or null where the plain path must take it.
 
-const unsigned char* end_of_word(const unsigned char* p) {
-  const unsigned char* end = p + 1;
-  while (continues_word(*end)) ++end;
+template <class Unit>
+inline const Unit* end_of_word(const Unit* p) {
+  const Unit* end = p + 1;
+  while (is_word_unit(end)) ++end;
   const auto len = static_cast<std::size_t>(end - p);
   if (len > settings.ident_max || !is_calm(end) || sym_find(p, len) != nullptr) return nullptr;
   return end;
 }
 
-const unsigned char* end_of_number(const unsigned char* p) {
+template <class Unit>
+inline const Unit* end_of_number(const Unit* p) {
   if (*p == '0' && is_letter(p[1], 'x')) {
     p += 2;
     while (is_hex_digit(*p)) ++p;
   } else {
-    while (kinds[*p] == digit) ++p;
+    while (kind_at(p) == digit) ++p;
   }
   if (is_letter(*p, 'u')) {
     ++p;
@@ -97,20 +134,22 @@ const unsigned char* end_of_number(const unsigned char* p) {
     ++p;
     if (is_letter(*p, 'u')) ++p;
   }
-  return continues_word(*p) || *p == '.' || !is_calm(p) ? nullptr : p;
+  return is_word_unit(p) || *p == '.' || !is_calm(p) ? nullptr : p;
 }
 
-const unsigned char* end_of_quoted(const unsigned char* p) {
-  const unsigned char q = *p++;
+template <class Unit>
+inline const Unit* end_of_quoted(const Unit* p) {
+  const Unit q = *p++;
   for (; *p != q; ++p) {
     if (*p == '\\') ++p;
-    if (*p == '\n' || *p == 0 || (*p == '?' && p[1] == '?')) return nullptr;
+    if (*p == '\n' || *p == 0 || *p > 255 || (*p == '?' && p[1] == '?')) return nullptr;
   }
   return p + 1;
 }
 
-const unsigned char* end_of_token(const unsigned char* p) {
-  switch (kinds[*p]) {
+template <class Unit>
+inline const Unit* end_of_token(const Unit* p) {
+  switch (kind_at(p)) {
     case letter:
       return end_of_word(p);
     case digit:
@@ -118,7 +157,7 @@ const unsigned char* end_of_token(const unsigned char* p) {
     case quote:
       return end_of_quoted(p);
     case point:
-      return kinds[p[1]] != digit && is_calm(p + 1) ? p + 1 : nullptr;
+      return kind_at(p + 1) != digit && is_calm(p + 1) ? p + 1 : nullptr;
     case operand:
       return is_calm(p) && is_calm(p + 1) ? p + 1 : nullptr;
     case single:
@@ -131,7 +170,7 @@ const unsigned char* end_of_token(const unsigned char* p) {
 // Copies tokens from `p`. Returns where it stopped: at the line's newline, or before the blanks in
 // front of the first token that it leaves alone.
 unsigned char* copy_tokens(unsigned char* p) {
-  const unsigned char* run = p;  // copied up to here; what follows is to be copied as it stands
+  const unsigned char* run = p;  // what follows is to be copied as it stands, up to p
   for (;;) {
     unsigned char* token = p;
     while (kinds[*token] == blank) ++token;
@@ -150,12 +189,29 @@ unsigned char* copy_tokens(unsigned char* p) {
   }
 }
 
+// The same for the text frame on top, whose units must be narrowed. A frame's end is left to the
+// reader.
+void copy_units(input_frame* f) {
+  for (;;) {
+    const unit* token = f->txptr;
+    while (kind_at(token) == blank) ++token;
+    const unit* end = end_of_token(token);
+    if (end == nullptr) return;
+    if (token != f->txptr) out_byte(' ');
+    for (const unit* p = token; p != end; ++p) out_byte(static_cast<unsigned char>(*p));
+    f->txptr = const_cast<unit*>(end);
+  }
+}
+
 }  // namespace
 
 lane_stop copy_plain_text(int& pending) {
   input_frame* f = cur_frame;
-  if (!lanes || f == nullptr || f->fp == nullptr || f->rdptr == f->line_end || in_asm ||
-      settings.cmode_asm || !text_output()) {
+  if (!lanes || f == nullptr || in_asm || settings.cmode_asm || !text_output()) {
+    return lane_stop::in_line;
+  }
+  if (f->rdptr >= f->lane_end) {
+    if (f->lane_open) copy_units(f);
     return lane_stop::in_line;
   }
   for (;;) {
@@ -166,13 +222,14 @@ lane_stop copy_plain_text(int& pending) {
     // The next line of text, past empty ones.
     for (;;) {
       ++f->rdptr;
-      ++cur_line;
+      count_line();
       if (!load_next_line()) return lane_stop::at_line_start;
       while (kinds[*f->rdptr] == blank) ++f->rdptr;
       if (*f->rdptr != '\n') break;
       ++pending;
     }
-    if (*f->rdptr == '#' || end_of_token(f->rdptr) == nullptr) return lane_stop::at_line_start;
+    // A line that surely is one of text goes on here, even if its first token has to be left alone.
+    if (*f->rdptr == '#' || !plain.in_file[*f->rdptr]) return lane_stop::at_line_start;
     if (pending != 0 || need_linemark) pending = sync_lines(pending);
   }
 }

@@ -22,6 +22,7 @@ Beneath the title stand these lines, each of them optional:
     env: NAME=VALUE       an environment variable
     only: posix|windows   the case is skipped on the other system
     layout: installed     the program runs from an installation tree: inst/bin, inst/vex/dat, ...
+    layout: installed DIR the program runs from inst/DIR, and the case makes the rest of the tree
 
 and then sections, each a header line and the lines up to the next header:
 
@@ -34,6 +35,7 @@ and then sections, each a header line and the lines up to the next header:
     --- stderr windows    the same, where the Windows program differs
     --- output NAME       the content of a file the run must leave behind
     --- absent NAME       a file that must not be there after the run
+    --- zip NAME MEMBER   the content of a file in a zip archive that the run must leave behind
 
 A case has a stdout or a text section, or prints nothing. One blank line before the next title
 separates the cases and belongs to no section. Lines that begin with '##' before the first title of
@@ -44,7 +46,8 @@ to write:
     {{cr}} {{nul}} {{tab}} {{sp}} {{0x80}}    one byte; {{sp}} also for a blank at a line's end
     {{rep:TEXT:N}}        TEXT N times (TEXT may hold \\n and the bytes above as \\xNN)
     {{seq:N:TEXT}}        TEXT N times with %d counting from 1
-    {{cwd}} {{tmp}} {{bin}}                   the case's directory, its TEMP, the program's directory
+    {{cwd}} {{tmp}} {{bin}}                   the case's directory, its TEMP, the program's directory,
+                          as the program's system spells them
 and, in expected text only:
     {{date}} {{time}}     as __DATE__ and __TIME__ give them, with their quotes
     {{re:PATTERN}}        a regular expression
@@ -52,6 +55,9 @@ and, in expected text only:
 Every case runs in a fresh directory that holds its files alone, with TEMP and TMP set to its
 sub-directory tmp, which must be empty again after the run. On Windows line ends are compared as
 plain newlines. The last line is 'N passed, N failed', with ', N skipped' where it applies.
+
+A PROGRAM that ends in .exe is run by LAUNCHER on another system. Wine's drive Z: is that system's
+root, and it takes TEMP and TMP from WINETEMP and WINETMP, if its registry sets neither.
 """
 
 import argparse
@@ -65,6 +71,7 @@ import shutil
 import subprocess
 import sys
 import tempfile
+import zipfile
 
 TIMEOUT = 60
 PLACEHOLDER = re.compile(rb"\{\{(.+?)\}\}")
@@ -87,14 +94,15 @@ class Case:
         self.status = 0
         self.env = []
         self.only = None
-        self.installed = False
+        self.installed = None
         self.sections = []
 
     def find(self, kind):
         return [(name, body) for k, name, body in self.sections if k == kind]
 
 
-KINDS = {"file", "dir", "stdin", "stdout", "text", "stderr", "output", "absent"}
+KINDS = {"file", "dir", "stdin", "stdout", "text", "stderr", "output", "absent", "zip"}
+NAMED = {"file", "dir", "output", "absent", "zip"}
 
 
 def parse(path):
@@ -118,9 +126,7 @@ def parse(path):
                 raise BadCase(f"{where}: text before the first title")
         elif line.startswith(b"--- "):
             kind, _, name = line[4:].decode().partition(" ")
-            if kind not in KINDS or (kind in ("file", "dir", "output", "absent")) != bool(
-                name and name != "windows"
-            ):
+            if kind not in KINDS or (kind in NAMED) != bool(name and name != "windows"):
                 raise BadCase(f"{where}: unknown section {line.decode()!r}")
             section = []
             case.sections.append((kind, name, section))
@@ -135,7 +141,10 @@ def parse(path):
         elif line in (b"only: posix", b"only: windows"):
             case.only = line[6:].decode()
         elif line == b"layout: installed":
-            case.installed = True
+            case.installed = "bin"
+            case.sections += [("dir", f"inst/vex/{name}", []) for name in ("dat", "include")]
+        elif line.startswith(b"layout: installed "):
+            case.installed = line[18:].decode()
         elif line:
             raise BadCase(f"{where}: unknown line {line.decode()!r}")
     return cases
@@ -207,6 +216,11 @@ class Runner:
         self.program = pathlib.Path(program).resolve()
         self.launcher = shlex.split(launcher) if launcher else []
         self.windows = self.program.suffix.lower() == ".exe"
+        self.emulated = self.windows and os.name != "nt"
+
+    def spelled(self, path):
+        """A path as the program knows it."""
+        return "Z:" + str(path).replace("/", "\\") if self.emulated else str(path)
 
     def run(self, case):
         """None when the case is skipped, else the list of its faults."""
@@ -224,15 +238,14 @@ class Runner:
         temp.mkdir()
         program = self.program
         if case.installed:
-            for name in ("bin", "vex/dat", "vex/include"):
-                (work / "inst" / name).mkdir(parents=True)
-            program = work / "inst" / "bin" / self.program.name
+            program = work / "inst" / case.installed / self.program.name
+            program.parent.mkdir(parents=True)
             shutil.copy2(self.program, program)
         expander = Expander(
             {
-                b"cwd": os.fsencode(work),
-                b"tmp": os.fsencode(temp),
-                b"bin": os.fsencode(program.parent),
+                b"cwd": os.fsencode(self.spelled(work)),
+                b"tmp": os.fsencode(self.spelled(temp)),
+                b"bin": os.fsencode(self.spelled(program.parent)),
             }
         )
         for name, _ in case.find("dir"):
@@ -247,10 +260,12 @@ class Runner:
             for name, value in os.environ.items()
             if not name.startswith("LVX_") and name not in ("TEMP", "TMP", "TMPDIR")
         }
-        env.update(TEMP=str(temp), TMP=str(temp), LC_ALL="C")
+        env.update(TEMP=self.spelled(temp), TMP=self.spelled(temp), LC_ALL="C")
         for setting in case.env:
             name, _, value = expander.text(setting).partition(b"=")
             env[os.fsdecode(name)] = os.fsdecode(value)
+        if self.emulated:
+            env.update(WINETEMP=env.pop("TEMP"), WINETMP=env.pop("TMP"))
 
         words = [
             os.fsdecode(word.encode("latin-1"))
@@ -294,6 +309,13 @@ class Runner:
                 self.compare(faults, name, expander, body_bytes(body), path.read_bytes())
             else:
                 faults.append(f"{name} was not written")
+        for name, body in case.find("zip"):
+            archive, _, member = name.partition(" ")
+            try:
+                with zipfile.ZipFile(work / archive) as package:
+                    self.compare(faults, name, expander, body_bytes(body), package.read(member))
+            except (OSError, KeyError, zipfile.BadZipFile) as error:
+                faults.append(f"{name} cannot be read: {error}")
         for name, _ in case.find("absent"):
             if (work / name).exists():
                 faults.append(f"{name} is there")
