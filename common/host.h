@@ -9,6 +9,11 @@
 // buffer are the callers' business, and nothing hides behind a descriptor that would have to be
 // flushed before it is duplicated.
 //
+// Text is kept in the manner of the host. Inside the program a line ends with a newline; on Windows
+// a text file's CR LF becomes that newline when it is read, a Ctrl-Z ends the file, and CR LF is
+// what a newline becomes when it is written. The standard descriptors hold text always, other files
+// where their opening says so.
+//
 // A program of this kind opens many names that do not exist, one for each directory of a search
 // path. open_probe answers the second and later misses in a directory from memory.
 //
@@ -25,6 +30,9 @@ namespace kv::host {
 /// What `redirect` opens the file for; `write` empties an existing file.
 enum class open_mode { read, write, append };
 
+/// Whether a file's line ends are translated (see above).
+enum class content { bytes, text };
+
 /// The files that may be open at once, the three standard ones included; a header that includes
 /// itself for ever meets this limit long before memory runs out.
 inline constexpr unsigned max_open_files = 512;
@@ -39,15 +47,15 @@ int open_read(const char* path);
 /// met, such as the text of the message that says so.
 int open_read_uncounted(const char* path);
 
-/// As open_read, but a name that is known to be missing fails with ENOENT without a system call:
+/// As open_read, for text; but a name that is known to be missing fails with ENOENT without a system call:
 /// the first miss in a directory reads its listing, and later ones are looked up there without
 /// regard to case. A directory that cannot be listed is asked each time. Files that this program
 /// creates are seen; those that others create meanwhile may not be.
 int open_probe(const char* path);
 
-/// Opens a file for writing, bytes unchanged, and creates it if need be. It is emptied first, or
-/// with `append` every write goes to its end. Returns the descriptor or -1.
-int open_write(const char* path, bool append);
+/// Opens a file for writing and creates it if need be. It is emptied first, or with `append` every
+/// write goes to its end. Returns the descriptor or -1.
+int open_write(const char* path, bool append, content kind = content::bytes);
 
 /// Closes a descriptor from one of the above or from `duplicate`.
 void close_file(int fd);
@@ -75,7 +83,7 @@ bool is_terminal(int fd);
 
 /// To be called once, before anything is opened. Opens the null device on each standard descriptor
 /// that is closed, so that no file lands there and receives messages or text; makes a write to a
-/// closed pipe fail instead of killing the process; switches off text translation on 0 and 1.
+/// closed pipe fail instead of killing the process; makes the standard descriptors hold text.
 void prepare_standard_handles();
 
 // ---- The file system ----

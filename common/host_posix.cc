@@ -227,7 +227,7 @@ int open_probe(const char* path) {
   return fd;
 }
 
-int open_write(const char* path, bool append) {
+int open_write(const char* path, bool append, content /*kind*/) {
   forget_listings();
   return open_counted(native_path(path), write_flags(append));
 }

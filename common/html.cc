@@ -54,7 +54,7 @@ void write(std::FILE* stream, std::string_view text, const A&... args) {
 }
 
 std::FILE* create(const std::string& path, const char* failure_type) {
-  std::FILE* const stream = std::fopen(host::native_path(path.c_str()).c_str(), "wb");
+  std::FILE* const stream = std::fopen(host::native_path(path.c_str()).c_str(), "w");
   if (stream == nullptr) alert_typed(failure_type, "Could not open file %s", path);
   return stream;
 }

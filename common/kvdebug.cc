@@ -54,7 +54,7 @@ const char* default_file_name() {
 // Opens the trace file `path` in place of the one before. Raises 141 (fatal) on failure.
 void open_trace(const char* path, bool append) {
   gFilePath = path;
-  const int fd = host::open_write(path, append);
+  const int fd = host::open_write(path, append, host::content::text);
   if (fd < 0) return alert_msg(141, "debug-out", path);
   if (gFile >= 0) host::close_file(gFile);
   gFile = fd;

@@ -12,8 +12,8 @@
 
 namespace kv {
 
-/// Whether `path` begins with the characters of `dir`, letters compared with case; false when either
-/// is null or `dir` is empty. A directory whose name goes on behind `dir` counts as well.
+/// Whether `path` begins with the characters of `dir`, letters compared with case; false when
+/// either is null or `dir` is empty. A directory whose name goes on behind `dir` counts as well.
 inline bool path_begins_with_dir(const char* path, const char* dir) {
   if (!path || !dir || *dir == 0) return false;
   return host::native_path(path).starts_with(host::native_path(dir));
