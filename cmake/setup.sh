@@ -59,6 +59,13 @@ need_test_tools() {
   need /usr/include/gtest/gtest.h libgtest-dev
 }
 
+need_windows_tools() {
+  need x86_64-w64-mingw32-g++-posix g++-mingw-w64-x86-64-posix
+  need x86_64-w64-mingw32-gcc-posix gcc-mingw-w64-x86-64-posix
+  need /usr/x86_64-w64-mingw32/include/zlib.h libz-mingw-w64-dev
+  command -v wine64 >/dev/null 2>&1 || command -v wine >/dev/null 2>&1 || need /usr/lib/wine/wine64 wine64
+}
+
 # build PRESET [TARGET...]: configures once, builds; says a word on standard error only when there
 # is something to do.
 build() {

@@ -1,12 +1,18 @@
 // The host layer on Windows.
 //
-// Paths need no translation, and the file system itself ignores case, so there is no table of
+// Separators need no translation, and the file system itself ignores case, so there is no table of
 // listings here: a failing open costs little beside what the system caches. What would surprise a
-// reader is how much is done to keep the runtime out of the way: descriptors are switched to binary
-// (lines are cut and ended by the callers), a standard handle that is missing looks like an open
-// descriptor, and the null device passes for a terminal unless the console itself is asked.
+// reader are the system's old limits and the runtime's habits. A path of 260 characters or more is
+// refused unless it is given in full behind a prefix, so every path passes system_path. The mode of
+// a descriptor, text or binary, is set wherever one is made, because the default may be changed
+// from outside. A standard handle that is missing looks like an open descriptor, and the null
+// device passes for a terminal unless the console itself is asked.
 
 #define _CRT_RAND_S  // rand_s
+#define WIN32_LEAN_AND_MEAN
+#ifndef NOMINMAX
+#define NOMINMAX
+#endif
 
 #include <fcntl.h>
 #include <io.h>
@@ -19,6 +25,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <string_view>
+#include <utility>
 
 #include "common/host.h"
 #include "common/host_limit.h"
@@ -30,14 +37,55 @@ namespace {
 
 constinit open_file_count open_files;
 
-constexpr int read_flags = _O_RDONLY | _O_BINARY | _O_NOINHERIT;
+// ---- Names ----
 
-constexpr int write_flags(bool append) {
-  return _O_WRONLY | _O_CREAT | _O_BINARY | _O_NOINHERIT | (append ? _O_APPEND : _O_TRUNC);
+std::wstring widen(std::string_view text) {
+  const int size = static_cast<int>(text.size());
+  std::wstring wide(text.size(), L'\0');
+  const int length = ::MultiByteToWideChar(CP_ACP, 0, text.data(), size, wide.data(), size);
+  wide.resize(static_cast<std::size_t>(length));
+  return wide;
+}
+
+std::string narrow(const wchar_t* wide) {
+  const int size = ::WideCharToMultiByte(CP_ACP, 0, wide, -1, nullptr, 0, nullptr, nullptr);
+  std::string text(static_cast<std::size_t>(size), '\0');
+  ::WideCharToMultiByte(CP_ACP, 0, wide, -1, text.data(), size, nullptr, nullptr);
+  text.resize(text.size() - 1);
+  return text;
+}
+
+// Returns the path as the system's own calls want it: itself, or where the old limit would be
+// exceeded, its full form with the prefix that lifts the limit.
+std::wstring system_path(std::string_view path) {
+  // A directory must leave room for a short name in it.
+  constexpr std::size_t longest_plain = MAX_PATH - 13;
+  const std::wstring plain = widen(path);
+  const DWORD size = ::GetFullPathNameW(plain.c_str(), 0, nullptr, nullptr);
+  if (size <= longest_plain) return plain;
+  std::wstring full(size, L'\0');
+  full.resize(::GetFullPathNameW(plain.c_str(), size, full.data(), nullptr));
+  if (full.starts_with(L"\\\\?\\") || full.starts_with(L"\\\\.\\")) return full;
+  if (full.starts_with(L"\\\\")) return L"\\\\?\\UNC" + full.substr(1);
+  return L"\\\\?\\" + full;
+}
+
+// ---- Files ----
+
+constexpr int translation(content kind) {
+  return kind == content::text ? _O_TEXT : _O_BINARY;
+}
+
+constexpr int read_flags(content kind) {
+  return _O_RDONLY | _O_NOINHERIT | translation(kind);
+}
+
+constexpr int write_flags(bool append, content kind) {
+  return _O_WRONLY | _O_CREAT | _O_NOINHERIT | (append ? _O_APPEND : _O_TRUNC) | translation(kind);
 }
 
 int open_uncounted(const char* path, int flags) {
-  const int fd = ::_open(path, flags, _S_IREAD | _S_IWRITE);
+  const int fd = ::_wopen(system_path(path).c_str(), flags, _S_IREAD | _S_IWRITE);
   if (fd < 0 && errno == EACCES && is_directory(path)) errno = EISDIR;
   return fd;
 }
@@ -76,7 +124,7 @@ bool succeeded(BOOL result) {
 
 // INVALID_FILE_ATTRIBUTES has all bits set, so existence is tested first.
 bool has_attributes(const char* path, DWORD wanted) {
-  const DWORD attributes = ::GetFileAttributesA(path);
+  const DWORD attributes = ::GetFileAttributesW(system_path(path).c_str());
   return attributes != INVALID_FILE_ATTRIBUTES && (attributes & wanted) == wanted;
 }
 
@@ -85,19 +133,19 @@ bool has_attributes(const char* path, DWORD wanted) {
 // ---- Files ----
 
 int open_read(const char* path) {
-  return open_counted(path, read_flags);
+  return open_counted(path, read_flags(content::bytes));
 }
 
 int open_read_uncounted(const char* path) {
-  return open_uncounted(path, read_flags);
+  return open_uncounted(path, read_flags(content::bytes));
 }
 
 int open_probe(const char* path) {
-  return open_read(path);
+  return open_counted(path, read_flags(content::text));
 }
 
-int open_write(const char* path, bool append) {
-  return open_counted(path, write_flags(append));
+int open_write(const char* path, bool append, content kind) {
+  return open_counted(path, write_flags(append, kind));
 }
 
 void close_file(int fd) {
@@ -124,7 +172,8 @@ bool write_all(int fd, const void* p, std::size_t n) {
 }
 
 bool redirect(int fd, const char* path, open_mode mode) {
-  const int flags = mode == open_mode::read ? read_flags : write_flags(mode == open_mode::append);
+  const int flags = mode == open_mode::read ? read_flags(content::text)
+                                            : write_flags(mode == open_mode::append, content::text);
   const int opened = open_uncounted(path, flags);
   if (opened < 0 || opened == fd) return opened >= 0;
   const bool done = duplicate_onto(opened, fd);
@@ -148,15 +197,16 @@ bool is_terminal(int fd) {
 
 void prepare_standard_handles() {
   for (int fd = 0; fd <= 2; ++fd) {
-    if (::_get_osfhandle(fd) >= 0) continue;
-    const int null_device = ::_open("NUL", _O_RDWR | _O_BINARY);
-    if (null_device < 0) return;
-    if (null_device == fd) continue;
-    ::_dup2(null_device, fd);
-    ::_close(null_device);
+    if (::_get_osfhandle(fd) < 0) {
+      const int null_device = ::_open("NUL", _O_RDWR);
+      if (null_device < 0) return;
+      if (null_device != fd) {
+        ::_dup2(null_device, fd);
+        ::_close(null_device);
+      }
+    }
+    ::_setmode(fd, _O_TEXT);
   }
-  ::_setmode(0, _O_BINARY);
-  ::_setmode(1, _O_BINARY);
 }
 
 // ---- The file system ----
@@ -174,44 +224,46 @@ bool is_real_directory(const char* path) {
 }
 
 bool list_directory(const char* path, std::vector<std::string>& names) {
-  WIN32_FIND_DATAA entry;
-  const HANDLE find = ::FindFirstFileA((std::string(path) + "\\*").c_str(), &entry);
+  WIN32_FIND_DATAW entry;
+  const HANDLE find = ::FindFirstFileW(system_path(std::string(path) + "\\*").c_str(), &entry);
   if (find == INVALID_HANDLE_VALUE) return succeeded(FALSE);
   do {
-    const std::string_view name = entry.cFileName;
-    if (name != "." && name != "..") names.emplace_back(name);
-  } while (::FindNextFileA(find, &entry) != 0);
+    std::string name = narrow(entry.cFileName);
+    if (name != "." && name != "..") names.push_back(std::move(name));
+  } while (::FindNextFileW(find, &entry) != 0);
   ::FindClose(find);
   return true;
 }
 
 bool make_directory(const char* path, bool /*owner_only*/) {
-  return succeeded(::CreateDirectoryA(path, nullptr));
+  return succeeded(::CreateDirectoryW(system_path(path).c_str(), nullptr));
 }
 
 bool remove_file(const char* path) {
   // A link to a directory is a directory to the system; removing it leaves its target alone.
-  return succeeded(is_directory(path) ? ::RemoveDirectoryA(path) : ::DeleteFileA(path));
+  if (is_directory(path)) return remove_directory(path);
+  return succeeded(::DeleteFileW(system_path(path).c_str()));
 }
 
 bool remove_directory(const char* path) {
-  return succeeded(::RemoveDirectoryA(path));
+  return succeeded(::RemoveDirectoryW(system_path(path).c_str()));
 }
 
 bool replace_file(const char* from, const char* to) {
-  return succeeded(::MoveFileExA(from, to, MOVEFILE_REPLACE_EXISTING));
+  return succeeded(
+      ::MoveFileExW(system_path(from).c_str(), system_path(to).c_str(), MOVEFILE_REPLACE_EXISTING));
 }
 
 bool stored_spelling(const char* path, std::string& actual) {
   const std::string_view given = path;
   if (given.find_first_of("*?") != std::string_view::npos) return false;
-  WIN32_FIND_DATAA entry;
-  const HANDLE find = ::FindFirstFileA(path, &entry);
+  WIN32_FIND_DATAW entry;
+  const HANDLE find = ::FindFirstFileW(system_path(path).c_str(), &entry);
   if (find == INVALID_HANDLE_VALUE) return false;
   ::FindClose(find);
   const std::size_t separator = given.find_last_of("\\/:");
   actual = given.substr(0, separator == std::string_view::npos ? 0 : separator + 1);
-  actual += entry.cFileName;
+  actual += narrow(entry.cFileName);
   return true;
 }
 

@@ -171,6 +171,7 @@ line_start find_text_line(int pending) {
     } else if (line.c == 0 || compiling) {
       return line;
     } else {
+      if (skip_plain_lines(line.pending)) continue;
       skip_line();
       ++line.pending;
     }

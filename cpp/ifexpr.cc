@@ -606,7 +606,7 @@ bool evaluator::read_type(unsigned& type, std::string& last_word) {
   }
   if (c == '*') {
     type |= type_pointer;
-    c = next_expanded();
+    c = skip_ws();
   }
   if (c == ')') return true;
   fail_at(c, 134);

@@ -109,6 +109,9 @@ void arena_release(void* p) {
 
 // ---- Frames.
 
+// Frames pushed in the run; addresses are used again, these numbers are not.
+unsigned frames_pushed = 0;
+
 input_frame* push_frame(int size, const unit* name) {
   constexpr std::size_t record = aligned(sizeof(input_frame));
   std::byte* room = arena_alloc(record + static_cast<std::size_t>(size) * sizeof(unit));
@@ -117,6 +120,7 @@ input_frame* push_frame(int size, const unit* name) {
   f->txptr = f->buf;
   f->bufsize = size;
   f->name = name;
+  f->serial = ++frames_pushed;
   f->parent = cur_frame;
   if (cur_frame != nullptr) cur_frame->saved_line = cur_line;
   cur_frame = f;
@@ -269,15 +273,21 @@ void overwrite_last_unit_with_space() {
   }
 }
 
-// Comment text is read raw, unit by unit; `frame` is where the last unit came from.
+// The number of the frame on top, 0 without one.
+unsigned top_serial() {
+  return cur_frame != nullptr ? cur_frame->serial : 0;
+}
+
+// Comment text is read raw, unit by unit; `frame` is the number of the frame that the last unit
+// came from.
 struct comment_text {
-  input_frame* frame = cur_frame;
+  unsigned frame = top_serial();
   bool copied = keep_comments_now;
 
   int next(bool copy_this) {
     const int c = get();
-    if (cur_frame != frame && cur_frame != nullptr) {
-      frame = cur_frame;
+    if (cur_frame != nullptr && cur_frame->serial != frame) {
+      frame = cur_frame->serial;
       alert_msg(180);
     }
     if (copied && copy_this && c != 0) put_char_out(c);
@@ -294,6 +304,19 @@ struct comment_text {
       if (*p != '?' || p[1] == '?') break;
     }
     f->rdptr = p;
+  }
+
+  // The same across the lines of a block comment.
+  void skip_plain_lines(unsigned char a, unsigned char b) const {
+    for (;;) {
+      skip_plain(a, b);
+      input_frame* f = cur_frame;
+      if (!lanes || copied || f == nullptr || f->rdptr >= f->lane_end || *f->rdptr != '\n') return;
+      ++f->rdptr;
+      count_line();
+      need_linemark = true;
+      if (!load_next_line()) return;
+    }
   }
 };
 
@@ -316,7 +339,7 @@ int block_comment(comment_text text) {
       continue;
     }
     if (c == '\n' && !text.copied) need_linemark = true;
-    text.skip_plain('*', '/');
+    text.skip_plain_lines('*', '/');
     c = text.next(true);
   }
   raw_read = false;

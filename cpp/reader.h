@@ -39,6 +39,7 @@ struct input_frame {
   unsigned char* line_start;  ///< file frames: the start of the current line
   int saved_line;             ///< cur_line of this frame while another lies on top of it
   source_file* fp;            ///< the file of a file frame
+  unsigned serial;            ///< the number of the frame in the order of pushing, from 1
   input_frame* parent;        ///< the frame below, null for the outermost
   const unit* name;           ///< file name as opened, macro name, or empty; diagnostics show it
   symbol* macro;              ///< expansion frames: the macro whose replacement this is

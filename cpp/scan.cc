@@ -122,21 +122,48 @@ int get_nomark() {
   return c;
 }
 
+namespace {
+
+// Lane: passes over skipped text up to the newline or something that can matter: a comment, a
+// joined line, a trigraph or a zero byte.
+void skip_plain_text(input_frame* f) {
+  unsigned char* p = f->rdptr;
+  for (;; ++p) {
+    p = find_any(p, f->line_end - 1, '/', '\\', '?', 0);
+    if (*p == '\n' || *p == '\\' || *p == 0) break;
+    if (*p == '?' ? p[1] == '?' : p[1] == '*' || !plain.in_file[p[1]]) break;
+  }
+  f->rdptr = p;
+}
+
+bool skips_in_bulk(const input_frame* f) {
+  return lanes && f != nullptr && f->rdptr < f->lane_end && !settings.cmode_asm;
+}
+
+}  // namespace
+
 void skip_line() {
   int c;
   do {
-    input_frame* f = cur_frame;
-    if (lanes && f != nullptr && f->rdptr < f->lane_end && plain.in_file[';']) {
-      // Lane: only a comment, a joined line, a trigraph or a zero byte can matter in skipped text.
-      unsigned char* p = f->rdptr;
-      for (;; ++p) {
-        p = find_any(p, f->line_end - 1, '/', '\\', '?', 0);
-        if (*p != '/' || p[1] == '*' || !plain.in_file[p[1]]) break;
-      }
-      f->rdptr = p;
-    }
+    if (skips_in_bulk(cur_frame)) skip_plain_text(cur_frame);
     c = get();
   } while (c != '\n' && c != 0);
+}
+
+bool skip_plain_lines(int& lines) {
+  input_frame* f = cur_frame;
+  if (!skips_in_bulk(f) || in_asm) return false;
+  for (;;) {
+    skip_plain_text(f);
+    if (*f->rdptr != '\n') return false;
+    ++f->rdptr;
+    ++lines;
+    count_line();
+    if (!load_next_line()) return true;
+    while (char_class(*f->rdptr) == CT_SPACE) ++f->rdptr;
+    // Whether it is a control line shows at sight only where the first unit is plain.
+    if (*f->rdptr != '\n' && (*f->rdptr == '#' || !plain.in_file[*f->rdptr])) return true;
+  }
 }
 
 void scan_id(int c) {

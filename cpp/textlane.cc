@@ -167,17 +167,51 @@ inline const Unit* end_of_token(const Unit* p) {
   }
 }
 
+// A comment between tokens, `p` at its `/`. Returns what stands behind it, or null where the plain
+// path must take it: a comment that does not end on the line, that is copied, or that raises a
+// message. What the reader would leave in the line is left there too: a space in place of the
+// closing `/`.
+unsigned char* skip_comment(unsigned char* p, unsigned char* newline_at) {
+  if (keep_comments_now) return nullptr;
+  const bool block = p[1] == '*';
+  if (!block && p[1] != '/') return nullptr;
+  const unsigned char a = block ? '*' : '\\';
+  const unsigned char b = block ? '/' : '\n';
+  for (p += 2;; ++p) {
+    p = find_any(p, newline_at, a, b, '?', 0);
+    if (p == newline_at) return block ? nullptr : p;
+    if (*p == 0 || *p == '\\' || (*p == '?' && p[1] == '?')) return nullptr;
+    if (*p == '/' && p[1] == '*') return nullptr;
+    if (*p == '*' && p[1] == '/') break;
+  }
+  p += 2;
+  if (*p == 0) return nullptr;
+  if (kinds[*p] != blank && *p != '\n') p[-1] = ' ';
+  return p;
+}
+
+inline unsigned char* skip_blanks(unsigned char* p) {
+  while (kinds[*p] == blank) ++p;
+  return p;
+}
+
 // Copies tokens from `p`. Returns where it stopped: at the line's newline, or before the blanks in
 // front of the first token that it leaves alone.
-unsigned char* copy_tokens(unsigned char* p) {
+unsigned char* copy_tokens(unsigned char* p, unsigned char* newline_at) {
   const unsigned char* run = p;  // what follows is to be copied as it stands, up to p
   for (;;) {
-    unsigned char* token = p;
-    while (kinds[*token] == blank) ++token;
+    unsigned char* resume = p;  // where the plain path goes on if it must
+    unsigned char* token = skip_blanks(p);
+    while (*token == '/') {
+      unsigned char* behind = skip_comment(token, newline_at);
+      if (behind == nullptr) break;
+      token = skip_blanks(behind);
+      resume = token != behind ? behind : behind - 1;  // a blank, for the comment
+    }
     const unsigned char* end = end_of_token(token);
     if (end == nullptr) {
       out_bytes(run, static_cast<std::size_t>(p - run));
-      return *token == '\n' ? token : p;
+      return *token == '\n' ? token : resume;
     }
     const std::ptrdiff_t blanks = token - p;
     if (blanks > 1 || (blanks == 1 && *p != ' ')) {
@@ -215,7 +249,7 @@ lane_stop copy_plain_text(int& pending) {
     return lane_stop::in_line;
   }
   for (;;) {
-    f->rdptr = copy_tokens(f->rdptr);
+    f->rdptr = copy_tokens(f->rdptr, f->line_end - 1);
     if (*f->rdptr != '\n') return lane_stop::in_line;
     out_byte('\n');
     pending = 0;
