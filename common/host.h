@@ -23,6 +23,7 @@
 
 #include <cstddef>
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace kv::host {
@@ -47,11 +48,22 @@ int open_read(const char* path);
 /// met, such as the text of the message that says so.
 int open_read_uncounted(const char* path);
 
-/// As open_read, for text; but a name that is known to be missing fails with ENOENT without a system call:
-/// the first miss in a directory reads its listing, and later ones are looked up there without
-/// regard to case. A directory that cannot be listed is asked each time. Files that this program
-/// creates are seen; those that others create meanwhile may not be.
+/// As open_read, for text; but a name that is known to be missing fails with ENOENT without a
+/// system call: the first miss in a directory reads its listing, and later ones are looked up there
+/// without regard to case. A directory that cannot be listed is asked each time. Files that this
+/// program creates are seen; those that others create meanwhile may not be.
 int open_probe(const char* path);
+
+/// What is known of the names in one directory.
+class directory_names;
+
+/// Reads the listing of a directory, once in the run. The result lives until the process ends; null
+/// where the host does not need it.
+const directory_names* names_in_directory(const char* path);
+
+/// True when no file `name`, under any spelling, can be in the directory; a probe for it would
+/// fail.
+bool lacks_name(const directory_names* names, std::string_view name);
 
 /// Opens a file for writing and creates it if need be. It is emptied first, or with `append` every
 /// write goes to its end. Returns the descriptor or -1.

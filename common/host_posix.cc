@@ -24,6 +24,7 @@
 #include <ctime>
 #include <string_view>
 #include <unordered_map>
+#include <unordered_set>
 
 #include "common/host.h"
 #include "common/host_limit.h"
@@ -39,11 +40,6 @@ constinit open_file_count open_files;
 
 char fold(char c) {
   return c >= 'A' && c <= 'Z' ? static_cast<char>(c + ('a' - 'A')) : c;
-}
-
-bool less_nocase(std::string_view a, std::string_view b) {
-  return std::lexicographical_compare(a.begin(), a.end(), b.begin(), b.end(),
-                                      [](char x, char y) { return fold(x) < fold(y); });
 }
 
 bool case_is_known(std::string_view name) {
@@ -69,35 +65,60 @@ split_path split(std::string_view path) {
 
 // ---- Listings ----
 
-class listing {
+// Hash and equality of names without regard to case, for names of any string type.
+struct nocase_hash {
+  using is_transparent = void;
+  std::size_t operator()(std::string_view name) const {
+    std::size_t h = 5381;
+    for (const char c : name) h = h * 33 + static_cast<unsigned char>(fold(c));
+    return h;
+  }
+};
+struct nocase_equal {
+  using is_transparent = void;
+  bool operator()(std::string_view a, std::string_view b) const {
+    return std::equal(a.begin(), a.end(), b.begin(), b.end(),
+                      [](char x, char y) { return fold(x) == fold(y); });
+  }
+};
+
+}  // namespace
+
+class directory_names {
  public:
   /// Reads the directory at a host path.
-  explicit listing(const std::string& directory) {
+  explicit directory_names(const std::string& directory) {
     DIR* dir = ::opendir(directory.c_str());
     if (dir == nullptr) {
       state_ = errno == ENOENT || errno == ENOTDIR ? state::no_directory : state::unreadable;
       return;
     }
-    while (const dirent* entry = ::readdir(dir)) names_.emplace_back(entry->d_name);
+    while (const dirent* entry = ::readdir(dir)) names_.emplace(entry->d_name);
     ::closedir(dir);
-    std::sort(names_.begin(), names_.end(), [](const std::string& a, const std::string& b) {
-      if (less_nocase(a, b)) return true;
-      return !less_nocase(b, a) && a < b;
-    });
   }
 
   /// True when no spelling of `name` can exist in the directory.
   bool lacks(std::string_view name) const {
     if (state_ == state::no_directory) return true;
-    return state_ == state::listed && case_is_known(name) && spelling(name) == nullptr;
+    return state_ == state::listed && case_is_known(name) && !names_.contains(name);
   }
 
-  /// The stored spelling of a name, the exact one by preference; null without one.
+  /// The stored spelling of a name, the exact one by preference, else the first in byte order; null
+  /// without one.
   const std::string* spelling(std::string_view name) const {
-    auto [first, last] = std::equal_range(names_.begin(), names_.end(), name, less_nocase);
-    if (first == last) return nullptr;
-    auto exact = std::find(first, last, name);
-    return exact != last ? &*exact : &*first;
+    const std::string* best = nullptr;
+    auto [first, last] = names_.equal_range(name);
+    for (; first != last; ++first) {
+      if (*first == name) return &*first;
+      if (best == nullptr || *first < *best) best = &*first;
+    }
+    return best;
+  }
+
+  /// A new name may have appeared in the directory: nothing is known of it any more.
+  void forget() {
+    state_ = state::unreadable;
+    names_.clear();
   }
 
  private:
@@ -105,37 +126,39 @@ class listing {
 
   // names_ is empty unless the state is `listed`; it includes "." and "..".
   state state_ = state::listed;
-  std::vector<std::string> names_;
+  std::unordered_multiset<std::string, nocase_hash, nocase_equal> names_;
 };
 
+namespace {
+
 // Keyed by split_path::directory. Lives until the process ends, so it is never destroyed.
-using listing_table = std::unordered_map<std::string, listing>;
+using listing_table = std::unordered_map<std::string, directory_names>;
 listing_table& listings() {
   static auto* const table = new listing_table;
   return *table;
 }
 
-const listing* known_listing(const std::string& directory) {
+const directory_names* known_listing(const std::string& directory) {
   auto found = listings().find(directory);
   return found == listings().end() ? nullptr : &found->second;
 }
 
-const listing& listing_of(const std::string& directory) {
+const directory_names& listing_of(const std::string& directory) {
   return listings().try_emplace(directory, directory).first->second;
 }
 
 // True when memory alone tells that the file is missing: its directory is known to lack it, or the
 // directory above is known to lack the directory.
 bool known_missing(const split_path& path) {
-  if (const listing* here = known_listing(path.directory)) return here->lacks(path.name);
+  if (const directory_names* here = known_listing(path.directory)) return here->lacks(path.name);
   const split_path up = split(path.directory);
-  const listing* above = known_listing(up.directory);
+  const directory_names* above = known_listing(up.directory);
   return above != nullptr && !up.name.empty() && above->lacks(up.name);
 }
 
 // A new name may have appeared in some directory.
 void forget_listings() {
-  listings().clear();
+  for (auto& known : listings()) known.second.forget();
 }
 
 // ---- Files ----
@@ -225,6 +248,15 @@ int open_probe(const char* path) {
     errno = reason;
   }
   return fd;
+}
+
+const directory_names* names_in_directory(const char* path) {
+  const split_path parts = split(native_path(path) + "/");
+  return &listing_of(parts.directory);
+}
+
+bool lacks_name(const directory_names* names, std::string_view name) {
+  return names != nullptr && names->lacks(name);
 }
 
 int open_write(const char* path, bool append, content /*kind*/) {

@@ -144,6 +144,15 @@ int open_probe(const char* path) {
   return open_counted(path, read_flags(content::text));
 }
 
+// The system keeps its own memory of names and ignores their case.
+const directory_names* names_in_directory(const char*) {
+  return nullptr;
+}
+
+bool lacks_name(const directory_names*, std::string_view) {
+  return false;
+}
+
 int open_write(const char* path, bool append, content kind) {
   return open_counted(path, write_flags(append, kind));
 }

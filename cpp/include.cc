@@ -3,6 +3,8 @@
 #include <cerrno>
 #include <cstring>
 #include <string>
+#include <string_view>
+#include <unordered_map>
 
 #include "common/alert.h"
 #include "common/alloc.h"
@@ -51,15 +53,69 @@ std::string current_directory_prefix() {
   return end == name.npos ? std::string() : name.substr(0, end + 1);
 }
 
+// ---- What the run knows of files it has opened.
+
+struct header {
+  bool lowered = false;       // only the lower-case spelling opened
+  bool case_differs = false;  // the stored name has other letters
+  source_copy content;
+};
+using header_table = std::unordered_map<std::string, header>;
+
+// By the path as it was opened first. Lives for the run.
+header_table& headers() {
+  static auto* const table = new header_table;
+  return *table;
+}
+
+// For a name found below the include directories, the path found: they do not change while the
+// input is read.
+std::unordered_map<std::string, std::string>& found_paths() {
+  static auto* const table = new std::unordered_map<std::string, std::string>;
+  return *table;
+}
+
+void record_include(const char* path) {
+  const word copy = to_word(str_concat(path, ""));
+  hash_insert(included_files, copy, copy, __FILE__, __LINE__);
+}
+
 bool try_candidate(const char* path) {
-  const word key = to_word(path);
-  if (!text_output() && hash_contains(included_files, key) != 0) return true;
+  const bool known = headers().contains(path);
+  if (known && !text_output()) return true;
   if (!open_include(path)) return false;
-  if (hash_contains(included_files, key) == 0) {
-    const word copy = to_word(str_concat(path, ""));
-    hash_insert(included_files, copy, copy, __FILE__, __LINE__);
-  }
+  if (!known) record_include(path);
   return true;
+}
+
+// ---- The search.
+
+// What is known of an include directory, from the first miss in it on.
+struct searched_dir {
+  bool missed = false;
+  const host::directory_names* names = nullptr;
+};
+std::array<searched_dir, include_dir_limit> searched;
+
+// The first component of a name below a directory, or nothing where the name does not simply go
+// down.
+std::string_view first_component(std::string_view name) {
+  const auto end = name.find_first_of("\\/");
+  const std::string_view first = name.substr(0, end);
+  return first == "." || first == ".." ? std::string_view() : first;
+}
+
+// Whether a name that begins with `component` surely is not below include directory `i`.
+bool surely_absent(std::size_t i, std::string_view component) {
+  return searched[i].missed && !component.empty() && !db_tracing(db_general) &&
+         host::lacks_name(searched[i].names, component);
+}
+
+void note_miss(std::size_t i) {
+  if (searched[i].missed) return;
+  const int error = errno;
+  searched[i] = {true, host::names_in_directory(include_dirs[i])};
+  errno = error;
 }
 
 // Opens `path` under the spelling that the host accepts: as written, in lower case, or with the
@@ -138,37 +194,74 @@ bool find_include(const char* name, bool quoted) {
     const std::string first = absolute ? name : current_directory_prefix() + name;
     if (try_candidate(first.c_str())) return true;
   }
+  if (const auto known = found_paths().find(name); known != found_paths().end()) {
+    return try_candidate(known->second.c_str());
+  }
   const std::size_t name_len = std::strlen(name);
+  const std::string_view component = first_component(name);
   std::string candidate;
   for (std::size_t i = 0; i < include_dir_count; ++i) {
     const char* dir = include_dirs[i];
     const std::size_t dir_len = std::strlen(dir);
     if (dir_len + name_len >= candidate_limit) alert_msg(146);
+    if (surely_absent(i, component)) {
+      errno = ENOENT;
+      continue;
+    }
     candidate.clear();
     if (!rooted) {
       candidate = dir;
       if (dir_len == 0 || !is_separator(dir[dir_len - 1])) candidate += '\\';
     }
     candidate += name;
-    if (try_candidate(candidate.c_str())) return true;
+    if (try_candidate(candidate.c_str())) {
+      found_paths().emplace(name, candidate);
+      return true;
+    }
+    note_miss(i);
   }
   return false;
 }
 
-bool open_include(const char* path) {
+namespace {
+
+// Opens a file not opened before in this run, or one whose content was not kept. Null when it
+// cannot be opened.
+source_file* open_file(const char* path, header& h) {
   bool as_written;
-  bool lowered;
-  const int fd = open_any_case(path, as_written, lowered);
+  const int fd = open_any_case(path, as_written, h.lowered);
   if (db_tracing(db_general)) {
     db_tracef(__FILE__, __LINE__, "include \"%s\": %s", path, fd < 0 ? "not there" : "opened");
   }
-  if (fd < 0) return false;
-  if (lowered) alert_msg(164, path);
-  if (settings.show_includes) note_include(path);
-  if (!(as_written && host::names_are_case_sensitive) && !name_case_matches(path)) {
-    alert_msg(165, path);
+  if (fd < 0) return nullptr;
+  h.case_differs = !(as_written && host::names_are_case_sensitive) && !name_case_matches(path);
+  return source_open(fd, &h.content);
+}
+
+// At most so many files are open at once, copies counted, lest a header that includes itself goes
+// on until memory is used up. The standard streams are three of them, and the primary input is one
+// of those.
+bool too_many_open() {
+  return source_count() > host::max_open_files - 3;
+}
+
+}  // namespace
+
+bool open_include(const char* path) {
+  if (too_many_open()) {
+    errno = EMFILE;
+    return false;
   }
-  push_file(source_open(fd), path);
+  const auto known = headers().find(path);
+  header fresh;
+  const bool copied = known != headers().end() && known->second.content.bytes != nullptr;
+  source_file* file = copied ? source_open_copy(known->second.content) : open_file(path, fresh);
+  if (file == nullptr) return false;
+  const header& h = copied ? known->second : (headers()[path] = fresh);
+  if (h.lowered) alert_msg(164, path);
+  if (settings.show_includes) note_include(path);
+  if (h.case_differs) alert_msg(165, path);
+  push_file(file, path);
   return true;
 }
 
@@ -181,7 +274,7 @@ void note_include(const char* path) {
 }
 
 void push_main_file(int fd, const char* name) {
-  push_file(source_open(fd), name);
+  push_file(source_open(fd, nullptr), name);
 }
 
 }  // namespace kv::cpp

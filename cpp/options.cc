@@ -134,7 +134,7 @@ void opt_names(const option_call& o) {
 // -S: the sizes of the types for sizeof(), or with `*` or `P` the sizes of pointers to them.
 void opt_sizes(const option_call& o) {
   const char* text = o.rest;
-  const bool pointers = *text == '*' || *text == 'P' || *text == 'p';
+  const bool pointers = *text == '*' || *text == 'P';
   if (pointers) ++text;
   std::size_t values = pointers ? 0 : 1;
   for (const char* p = text; *p != 0; ++p) values += *p == ',' ? 1 : 0;

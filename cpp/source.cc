@@ -17,11 +17,19 @@ namespace kv::cpp {
 
 namespace {
 constexpr std::size_t block_size = 65536;
+
+// What all copies of a run may take together.
+constexpr std::size_t copies_limit = 64 * 1024 * 1024;
+std::size_t copies_size = 0;
+
+unsigned sources_in_use = 0;
+
 static_assert(block_size > 2 * line_capacity, "a block must hold a whole line beside a cut one");
 }  // namespace
 
 struct source_file {
-  int fd;
+  int fd;              // -1 when a copy is read
+  source_copy copy;    // what is left of it
   bool at_end;         // nothing more can be read
   bool displaced_set;  // `displaced` belongs at `next`
   unsigned char displaced;
@@ -35,16 +43,21 @@ namespace {
 
 source_file* free_sources = nullptr;
 
-// Moves what is left to the front of the block and reads until the block is full, so that a whole
-// line lies in it unless the file ends.
-void fill(source_file* f) {
-  const auto left = static_cast<std::size_t>(f->limit - f->next);
-  if (f->next != f->block) std::memmove(f->block, f->next, left);
-  f->next = f->block;
-  f->limit = f->block + left;
-  while (!f->at_end && f->limit - f->next < line_capacity) {
-    const auto room = static_cast<std::size_t>(f->block + block_size - f->limit);
-    const long n = host::read_block(f->fd, f->limit, room);
+// Reads up to `room` bytes to `to`; 0 or less at the end.
+long read_some(source_file* f, unsigned char* to, std::size_t room) {
+  if (f->fd >= 0) return host::read_block(f->fd, to, room);
+  const std::size_t n = f->copy.size < room ? f->copy.size : room;
+  std::memcpy(to, f->copy.bytes, n);
+  f->copy.bytes += n;
+  f->copy.size -= n;
+  return static_cast<long>(n);
+}
+
+// Reads until `wanted` bytes lie in the block or the file ends.
+void read_until(source_file* f, std::ptrdiff_t wanted) {
+  while (!f->at_end && f->limit - f->next < wanted) {
+    const long n =
+        read_some(f, f->limit, static_cast<std::size_t>(f->block + block_size - f->limit));
     if (n <= 0) {
       f->at_end = true;
     } else {
@@ -53,24 +66,64 @@ void fill(source_file* f) {
   }
 }
 
-unsigned char* find_newline(unsigned char* from, std::size_t n) {
-  return static_cast<unsigned char*>(std::memchr(from, '\n', n));
+// Moves what is left to the front of the block and fills it up, so that a whole line lies in it
+// unless the file ends.
+void fill(source_file* f) {
+  const auto left = static_cast<std::size_t>(f->limit - f->next);
+  if (f->next != f->block) std::memmove(f->block, f->next, left);
+  f->next = f->block;
+  f->limit = f->block + left;
+  read_until(f, line_capacity);
 }
 
-}  // namespace
+// Keeps the content, before anything is changed in the block, if the file fits into it.
+void keep_content(source_file* f, source_copy& keep) {
+  read_until(f, static_cast<std::ptrdiff_t>(block_size));
+  const auto size = static_cast<std::size_t>(f->limit - f->block);
+  if (!f->at_end || size == 0 || copies_size + size > copies_limit) return;
+  keep.bytes = static_cast<unsigned char*>(checked_alloc(size));
+  keep.size = size;
+  std::memcpy(keep.bytes, f->block, size);
+  copies_size += size;
+}
 
-source_file* source_open(int fd) {
+source_file* new_source() {
   source_file* f = free_sources;
   if (f != nullptr) {
     free_sources = f->free_link;
   } else {
     f = static_cast<source_file*>(checked_alloc(sizeof(source_file)));
   }
-  f->fd = fd;
+  f->fd = -1;
+  f->copy = {};
   f->at_end = false;
   f->displaced_set = false;
   f->next = f->limit = f->block;
+  ++sources_in_use;
   return f;
+}
+
+unsigned char* find_newline(unsigned char* from, std::size_t n) {
+  return static_cast<unsigned char*>(std::memchr(from, '\n', n));
+}
+
+}  // namespace
+
+source_file* source_open(int fd, source_copy* keep) {
+  source_file* f = new_source();
+  f->fd = fd;
+  if (keep != nullptr) keep_content(f, *keep);
+  return f;
+}
+
+source_file* source_open_copy(const source_copy& copy) {
+  source_file* f = new_source();
+  f->copy = copy;
+  return f;
+}
+
+unsigned source_count() {
+  return sources_in_use;
 }
 
 bool source_next_line(source_file* f, source_line& line) {
@@ -105,7 +158,8 @@ bool source_next_line(source_file* f, source_line& line) {
 }
 
 void source_close(source_file* f) {
-  host::close_file(f->fd);
+  if (f->fd >= 0) host::close_file(f->fd);
+  --sources_in_use;
   f->free_link = free_sources;
   free_sources = f;
 }

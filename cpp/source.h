@@ -1,6 +1,8 @@
 // The bytes behind a file frame: a file read in large blocks and cut into lines where they lie.
 #pragma once
 
+#include <cstddef>
+
 namespace kv::cpp {
 
 struct source_file;
@@ -12,15 +14,29 @@ struct source_line {
   unsigned char* end;
 };
 
-/// Takes over the open descriptor `fd` and gives a source_file to read it through.
-source_file* source_open(int fd);
+/// The content of a small file, kept for the next time it is read in the run; null when it is not
+/// kept.
+struct source_copy {
+  unsigned char* bytes = nullptr;
+  std::size_t size = 0;
+};
+
+/// Takes over the open descriptor `fd` and gives a source_file to read it through. With `keep` the
+/// content is kept there if it fits into one block and into what the run spends on such copies.
+source_file* source_open(int fd, source_copy* keep);
+
+/// Gives a source_file that reads a copy kept earlier.
+source_file* source_open_copy(const source_copy& copy);
+
+/// The number of source_files in use.
+unsigned source_count();
 
 /// Moves to the next line of at most line_capacity bytes; a longer physical line is cut and a
 /// newline supplied at the cut, a last line without a newline gets one. Returns false at the end of
 /// the file (a read error counts as the end).
 bool source_next_line(source_file* file, source_line& line);
 
-/// Closes the descriptor and keeps the record and its block for the next source_open.
+/// Closes the descriptor, if any, and keeps the record and its block for the next source_open.
 void source_close(source_file* file);
 
 }  // namespace kv::cpp
