@@ -265,13 +265,15 @@ bool replace_file(const char* from, const char* to) {
 
 bool stored_spelling(const char* path, std::string& actual) {
   const std::string_view given = path;
-  if (given.find_first_of("*?") != std::string_view::npos) return false;
+  const std::size_t separator = given.find_last_of("\\/:");
+  const std::size_t name = separator == std::string_view::npos ? 0 : separator + 1;
+  // The call takes patterns, which are no names.
+  if (given.find_first_of("*?", name) != std::string_view::npos) return false;
   WIN32_FIND_DATAW entry;
   const HANDLE find = ::FindFirstFileW(system_path(path).c_str(), &entry);
   if (find == INVALID_HANDLE_VALUE) return false;
   ::FindClose(find);
-  const std::size_t separator = given.find_last_of("\\/:");
-  actual = given.substr(0, separator == std::string_view::npos ? 0 : separator + 1);
+  actual = given.substr(0, name);
   actual += narrow(entry.cFileName);
   return true;
 }

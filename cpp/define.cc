@@ -279,8 +279,8 @@ void dump_body(const unit* body) {
 }  // namespace
 
 void dump_defines() {
-  for (const symbol* sym : symtab) {
-    for (; sym != nullptr; sym = sym->link) {
+  for (std::size_t n = 0; n < symtab_chains; ++n) {
+    for (const symbol* sym = symtab(n); sym != nullptr; sym = sym->link) {
       if (sym->body == nullptr) continue;
       out_text("#define ");
       put_text16(sym->name);

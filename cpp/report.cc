@@ -53,8 +53,8 @@ void report_table() {
   html_cell("<b>Macro name</b>");
   html_cell("<b>Arguments</b>");
   html_cell("<b>Value</b>");
-  for (const symbol* sym : symtab) {
-    for (; sym != nullptr; sym = sym->link) report_macro(sym);
+  for (std::size_t n = 0; n < symtab_chains; ++n) {
+    for (const symbol* sym = symtab(n); sym != nullptr; sym = sym->link) report_macro(sym);
   }
 }
 

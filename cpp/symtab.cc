@@ -1,8 +1,11 @@
 #include "cpp/symtab.h"
 
+#include <algorithm>
+#include <array>
 #include <bit>
 #include <cstdlib>
 #include <cstring>
+#include <vector>
 
 #include "common/alloc.h"
 #include "common/osdep.h"
@@ -10,8 +13,6 @@
 #include "cpp/scan.h"
 
 namespace kv::cpp {
-
-symbol* symtab[symtab_chains];
 
 namespace {
 
@@ -29,8 +30,12 @@ struct {
 
 constexpr std::size_t first_index_size = 1024;
 
+// A multiplication carries what differs upwards only; the shift brings it back down to the bits
+// that choose the slot, and names that differ in their last digits need it twice.
 std::uint64_t mix(std::uint64_t h, std::uint64_t v) {
   h = (h ^ v) * 0x9E3779B97F4A7C15U;
+  h ^= h >> 32;
+  h *= 0xD6E8FEB86659FD93U;
   return h ^ (h >> 32);
 }
 
@@ -108,20 +113,60 @@ std::uint32_t chain_hash(const unit* name, std::size_t len) {
   return h;
 }
 
-// A record goes before the first of its chain that has the same hash and a greater name, or last.
-void chain_insert(symbol* sym) {
-  symbol** at = &symtab[sym->hash & (symtab_chains - 1)];
-  while (*at != nullptr && ((*at)->hash != sym->hash || str16_cmp((*at)->name, sym->name) <= 0)) {
-    at = &(*at)->link;
-  }
+// ---- The chains. By their rule a record goes before the first of its chain that has the same hash
+// and a greater name, or last. As long as all records of a chain have the same hash, and nearly
+// always they do, that means: sorted by name. Such a chain is sorted only when somebody walks it;
+// the rule is carried out record by record from the moment another hash turns up.
+
+struct chain {
+  symbol* first;
+  bool mixed;  // holds records of several hashes, or has held them since it was last empty
+};
+std::array<chain, symtab_chains> chains;
+
+void link_at(symbol** at, symbol* sym) {
   sym->link = *at;
+  sym->linked_from = at;
+  if (sym->link != nullptr) sym->link->linked_from = &sym->link;
   *at = sym;
 }
 
-void chain_remove(symbol* sym) {
-  symbol** at = &symtab[sym->hash & (symtab_chains - 1)];
-  while (*at != sym) at = &(*at)->link;
-  *at = sym->link;
+void unlink(symbol* sym) {
+  *sym->linked_from = sym->link;
+  if (sym->link != nullptr) sym->link->linked_from = sym->linked_from;
+}
+
+void link_by_rule(chain& c, symbol* sym) {
+  symbol** at = &c.first;
+  while (*at != nullptr && ((*at)->hash != sym->hash || str16_cmp((*at)->name, sym->name) <= 0)) {
+    at = &(*at)->link;
+  }
+  link_at(at, sym);
+}
+
+void sort_chain(chain& c) {
+  std::vector<symbol*> records;
+  for (symbol* sym = c.first; sym != nullptr; sym = sym->link) records.push_back(sym);
+  std::sort(records.begin(), records.end(),
+            [](const symbol* a, const symbol* b) { return str16_cmp(a->name, b->name) > 0; });
+  c.first = nullptr;
+  for (symbol* sym : records) link_at(&c.first, sym);
+}
+
+chain& chain_of(const symbol* sym) {
+  return chains[sym->hash & (symtab_chains - 1)];
+}
+
+void chain_insert(symbol* sym) {
+  chain& c = chain_of(sym);
+  if (c.first == nullptr) c.mixed = false;
+  if (!c.mixed && (c.first == nullptr || c.first->hash == sym->hash)) {
+    link_at(&c.first, sym);
+    return;
+  }
+  if (!c.mixed) sort_chain(c);
+  c.mixed = true;
+  link_by_rule(c, sym);
 }
 
 void free_record(symbol* sym) {
@@ -132,7 +177,7 @@ void free_record(symbol* sym) {
 }
 
 void take_out(symbol* sym) {
-  chain_remove(sym);
+  unlink(sym);
   index_remove(sym);
   sym->removed = true;
   if (sym->frame_refs == 0) free_record(sym);
@@ -183,6 +228,12 @@ symbol* sym_enter(const unit* name, bool remove) {
   chain_insert(sym);
   index_insert(sym);
   return sym;
+}
+
+const symbol* symtab(std::size_t n) {
+  chain& c = chains[n];
+  if (!c.mixed) sort_chain(c);
+  return c.first;
 }
 
 void sym_set_body(symbol* sym, const unit* text) {

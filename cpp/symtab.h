@@ -26,6 +26,7 @@ inline constexpr int max_macro_args = 31;
 /// One macro. Strings are heap blocks owned by the record.
 struct symbol {
   symbol* link;              ///< next record of the chain
+  symbol** linked_from;      ///< what points at this record in the chain
   unit* body;                ///< encoded replacement text; null for dynamic and abandoned macros
   std::uint32_t body_len;    ///< units in `body`
   bool has_operators;        ///< `body` holds a `#` or `##`
@@ -42,8 +43,8 @@ struct symbol {
   unit* name;
 };
 
-/// The chain heads, for walks over all macros in their documented order.
-extern symbol* symtab[symtab_chains];
+/// The first record of chain `n`, for walks over all macros in their documented order.
+const symbol* symtab(std::size_t n);
 
 /// The bytes that must be readable behind a name that lies in bytes.
 inline constexpr std::size_t name_slack = 8;

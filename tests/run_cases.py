@@ -39,8 +39,8 @@ and then sections, each a header line and the lines up to the next header:
 
 A case has a stdout or a text section, or prints nothing. One blank line before the next title
 separates the cases and belongs to no section. Lines that begin with '##' before the first title of
-a file are comments. In a section, and in commands and variables, {{...}} stands for what is awkward
-to write:
+a file are comments. In a section, its name, commands and variables {{...}} stands for what is
+awkward to write:
 
     {{noeol}}             (at a section's end) no newline after the last line
     {{cr}} {{nul}} {{tab}} {{sp}} {{0x80}}    one byte; {{sp}} also for a blank at a line's end
@@ -54,7 +54,8 @@ and, in expected text only:
 
 Every case runs in a fresh directory that holds its files alone, with TEMP and TMP set to its
 sub-directory tmp, which must be empty again after the run. On Windows line ends are compared as
-plain newlines, in a section with {{cr}} as they are. The last line is 'N passed, N failed', with ', N skipped' where it applies.
+plain newlines, in a section with {{cr}} as they are. The last line is 'N passed, N failed', with
+', N skipped' where it applies.
 
 A PROGRAM that ends in .exe is run by LAUNCHER on another system. Wine's drive Z: is that system's
 root, and it takes TEMP and TMP from WINETEMP and WINETMP, if its registry sets neither.
@@ -248,6 +249,10 @@ class Runner:
                 b"bin": os.fsencode(self.spelled(program.parent)),
             }
         )
+        case.sections = [
+            (kind, os.fsdecode(expander.text(os.fsencode(name))), body)
+            for kind, name, body in case.sections
+        ]
         for name, _ in case.find("dir"):
             (work / name).mkdir(parents=True, exist_ok=True)
         for name, body in case.find("file"):
