@@ -219,8 +219,6 @@ bool expands_arguments_now() {
   return f != nullptr && f->macro == nullptr && f->fp == nullptr;
 }
 
-enum class collected { list_complete, needs_expansion };
-
 // Reads to the first unit of the next argument and begins it. Returns the unit, or ')' when the
 // list ends there.
 int begin_argument(macro_call& call) {
@@ -292,36 +290,6 @@ bool collect_unit(macro_call& call, int c) {
   append(call, c);
   append_plain_run();
   return true;
-}
-
-// Collects arguments until the list is complete or a unit `c` must be expanded first. With
-// `expanded` set, `c` is such a unit come back.
-collected collect(macro_call& call, int& c, bool expanded) {
-  for (;;) {
-    if (!call.in_argument) {
-      c = begin_argument(call);
-      if (c == ')') return collected::list_complete;
-    }
-    if (c == 0) {
-      alert_msg(116, call.line);
-      call.count = 0;
-      return collected::list_complete;
-    }
-    if (c == '\n') need_linemark = true;
-    if (c == '\n' || char_class(c) == CT_SPACE) {
-      call.space_due = true;
-    } else if (c != MARK_EXP_END) {
-      if (!expanded && expands_arguments_now()) return collected::needs_expansion;
-      if (expanded && begins_identifier(c)) {
-        append_identifier(call);
-      } else if (!collect_unit(call, c)) {
-        expanded = false;
-        continue;
-      }
-    }
-    expanded = false;
-    c = get_nomark();
-  }
 }
 
 void check_argument_count(const macro_call& call) {
@@ -469,14 +437,61 @@ step complete_innermost_call() {
   return begins_identifier(c) ? consider(c) : resolved(c);
 }
 
-// Goes on with the innermost call: `s` says whether it has just been opened or a unit that it
-// wanted expanded has come back.
+// As try_expand() and paste_tokens() in turn, until neither has anything left to do.
+step expand_fully(int c) {
+  for (;;) {
+    const step s = start(c);
+    if (s.call_opened || !is_operand_class(char_class(s.c)) || !paste_tokens(s.c)) return s;
+    c = get_nomark();
+  }
+}
+
+// Collects arguments of the innermost call until the list is complete, or until a call is opened
+// whose result belongs to the argument. With `expanded` set, `c` is such a result. Returns whether
+// the list is complete.
+bool collect(int c, bool expanded) {
+  macro_call& call = open_calls.back();
+  for (;;) {
+    if (!call.in_argument) {
+      c = begin_argument(call);
+      if (c == ')') return true;
+    }
+    if (c == 0) {
+      alert_msg(116, call.line);
+      call.count = 0;
+      return true;
+    }
+    if (c == '\n') need_linemark = true;
+    if (c == '\n' || char_class(c) == CT_SPACE) {
+      call.space_due = true;
+    } else if (c != MARK_EXP_END) {
+      if (!expanded && expands_arguments_now()) {
+        const step s = expand_fully(c);
+        if (s.call_opened) return false;
+        c = s.c;
+        expanded = true;
+        continue;
+      }
+      if (expanded && begins_identifier(c)) {
+        append_identifier(call);
+      } else if (!collect_unit(call, c)) {
+        expanded = false;
+        continue;
+      }
+    }
+    expanded = false;
+    c = get_nomark();
+  }
+}
+
+// Goes on with the innermost call: `s` says whether it has just been opened, or what a call inside
+// its arguments has come to.
 step advance_innermost_call(step s) {
-  int c = s.c;
-  if (!s.call_opened && is_operand_class(char_class(c)) && paste_tokens(c))
-    return start(get_nomark());
-  if (collect(open_calls.back(), c, !s.call_opened) == collected::needs_expansion) return start(c);
-  return complete_innermost_call();
+  if (!s.call_opened && is_operand_class(char_class(s.c)) && paste_tokens(s.c)) {
+    s = expand_fully(get_nomark());
+    if (s.call_opened) return s;
+  }
+  return collect(s.c, !s.call_opened) ? complete_innermost_call() : opened;
 }
 
 }  // namespace

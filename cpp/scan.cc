@@ -45,10 +45,6 @@ constexpr std::array<signed char, 256> make_class_table() {
   return t;
 }
 
-bool is_white_or_end(int c) {
-  return char_class(c) == CT_SPACE || c == MARK_EXP_END;
-}
-
 bool is_digit(int c) {
   return char_class(c) == CT_DIGIT;
 }
@@ -104,22 +100,6 @@ void set_ident_max(unsigned significant) {
   std::free(token_buf);
   token_buf = static_cast<unit*>(checked_alloc((significant + 1) * sizeof(unit)));
   token_len = 0;
-}
-
-int skip_ws() {
-  int c;
-  do {
-    c = get();
-  } while (is_white_or_end(c));
-  return c;
-}
-
-int get_nomark() {
-  int c;
-  do {
-    c = get();
-  } while (c == MARK_PASTE || c == MARK_EXP_END);
-  return c;
 }
 
 namespace {

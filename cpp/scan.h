@@ -9,6 +9,7 @@
 #include <array>
 #include <cstddef>
 
+#include "cpp/reader.h"
 #include "cpp/text16.h"
 
 namespace kv::cpp {
@@ -52,7 +53,13 @@ using output_routine = void (*)(int c);
 
 /// Reads past white space (MARK_PASTE and MARK_EXP_END included) and returns the first other unit,
 /// which is consumed. Stops at a newline and at MARK_NOEXPAND.
-int skip_ws();
+inline int skip_ws() {
+  int c;
+  do {
+    c = get();
+  } while (char_class(c) == CT_SPACE || c == MARK_EXP_END);
+  return c;
+}
 
 /// Reads up to and including the next newline, or to the end of input.
 void skip_line();
@@ -63,7 +70,13 @@ void skip_line();
 bool skip_plain_lines(int& lines);
 
 /// Reads one unit, passing over MARK_PASTE and MARK_EXP_END.
-int get_nomark();
+inline int get_nomark() {
+  int c;
+  do {
+    c = get();
+  } while (c == MARK_PASTE || c == MARK_EXP_END);
+  return c;
+}
 
 /// Gathers the identifier that begins with the unit `c` (already read) into token_buf; only the
 /// first ident_max units are kept.

@@ -100,10 +100,10 @@ symbol* find(const Unit* name, std::size_t len) {
   for (std::size_t i = key & sym_index.mask;; i = (i + 1) & sym_index.mask) {
     const index_slot& slot = sym_index.slots[i];
     if (slot.sym == nullptr) return nullptr;
-    if (slot.key != key || slot.sym->name_len != len) continue;
-    std::size_t k = 0;
-    while (k < len && slot.sym->name[k] == name[k]) ++k;
-    if (k == len) return slot.sym;
+    if (slot.key == key && slot.sym->name_len == len &&
+        std::equal(name, name + len, slot.sym->name)) {
+      return slot.sym;
+    }
   }
 }
 

@@ -64,6 +64,7 @@ root, and it takes TEMP and TMP from WINETEMP and WINETMP, if its registry sets 
 import argparse
 import concurrent.futures
 import difflib
+import errno
 import os
 import pathlib
 import re
@@ -72,6 +73,7 @@ import shutil
 import subprocess
 import sys
 import tempfile
+import time
 import zipfile
 
 TIMEOUT = 60
@@ -212,6 +214,19 @@ def body_bytes(lines):
     return raw[:-1] if raw.endswith(b"{{noeol}}\n") else raw
 
 
+def run_program(command, **settings):
+    while True:
+        try:
+            return subprocess.run(
+                command, capture_output=True, timeout=TIMEOUT, check=False, **settings
+            )
+        except OSError as error:
+            # A process that another thread is about to start still holds the copy we have written.
+            if error.errno != errno.ETXTBSY:
+                raise
+            time.sleep(0.01)
+
+
 class Runner:
     def __init__(self, program, launcher):
         self.program = pathlib.Path(program).resolve()
@@ -279,14 +294,8 @@ class Runner:
         if not words or words[0] != "cpp":
             raise BadCase("the command does not begin with cpp")
         try:
-            done = subprocess.run(
-                self.launcher + [str(program)] + words[1:],
-                cwd=work,
-                env=env,
-                input=stdin,
-                capture_output=True,
-                timeout=TIMEOUT,
-                check=False,
+            done = run_program(
+                self.launcher + [str(program)] + words[1:], cwd=work, env=env, input=stdin
             )
         except subprocess.TimeoutExpired:
             return [f"did not end within {TIMEOUT} s"]
