@@ -15,10 +15,13 @@ namespace {
 
 class IfExpr : public testing::Test {
  protected:
+  // Warnings are not what is tested here.
   static void SetUpTestSuite() {
     set_ident_max(31);
-    alert_msgdisable("0");  // warnings are not what is tested here
+    alert_set_action(0, ALERT_ACTION_PUSH);
+    alert_msgdisable("0");
   }
+  static void TearDownTestSuite() { alert_set_action(0, ALERT_ACTION_POP); }
 
   // The value of `expression` as the rest of a control line; the newline must be left unread.
   static std::int32_t value(const std::string& expression) {
