@@ -341,7 +341,7 @@ std::string msg_filename(int language) {
   vec_push(list, to_word(builtin_catalogue_name()));
   if (db_tracing(db_general)) db_tracef(__FILE__, __LINE__, "cnt = %u", vec_count(list));
   vec_sort(list, compare_msg_files);
-  const std::string best = vec_get_ptr<const char>(list, 0);
+  std::string best = vec_get_ptr<const char>(list, 0);
   vec_destroy(list);
   return best;
 }

@@ -286,33 +286,33 @@ enum directive_flag : unsigned {
 
 struct directive {
   int code;
-  const char16_t* keyword;
   unsigned flags;
+  const char16_t* keyword;
   int (*carry_out)(int pending);
 };
 
 constexpr directive directives[] = {
-    {105, u"if", opens_group, do_if},
-    {102, u"fi", while_skipping | linker_only, do_endif},
-    {295, u"endasm", writes_newline, do_endasm},
-    {301, u"endif", while_skipping, do_endif},
-    {303, u"include", 0, do_include_line},
-    {304, u"define", 0, do_define_line},
-    {305, u"ifdef", opens_group, do_ifdef},
-    {306, u"pragma", writes_newline, do_pragma},
-    {307, u"ident", 0, do_ident},
-    {309, u"info", 0, do_info},
-    {311, u"elif", while_skipping, do_elif},
-    {315, u"asm", writes_newline, do_asm},
-    {317, u"undef", 0, do_undef_line},
-    {317, u"undefine", asm_only, do_undef_line},
-    {325, u"ifndef", opens_group, do_ifndef},
-    {327, u"assert", 0, do_assert},
-    {328, u"line", writes_newline, do_line},
-    {329, u"error", 0, do_error},
-    {331, u"else", while_skipping, do_else},
-    {333, u"advisory", 0, do_advisory},
-    {347, u"warning", 0, do_warning},
+    {105, opens_group, u"if", do_if},
+    {102, while_skipping | linker_only, u"fi", do_endif},
+    {295, writes_newline, u"endasm", do_endasm},
+    {301, while_skipping, u"endif", do_endif},
+    {303, 0, u"include", do_include_line},
+    {304, 0, u"define", do_define_line},
+    {305, opens_group, u"ifdef", do_ifdef},
+    {306, writes_newline, u"pragma", do_pragma},
+    {307, 0, u"ident", do_ident},
+    {309, 0, u"info", do_info},
+    {311, while_skipping, u"elif", do_elif},
+    {315, writes_newline, u"asm", do_asm},
+    {317, 0, u"undef", do_undef_line},
+    {317, asm_only, u"undefine", do_undef_line},
+    {325, opens_group, u"ifndef", do_ifndef},
+    {327, 0, u"assert", do_assert},
+    {328, writes_newline, u"line", do_line},
+    {329, 0, u"error", do_error},
+    {331, while_skipping, u"else", do_else},
+    {333, 0, u"advisory", do_advisory},
+    {347, 0, u"warning", do_warning},
 };
 
 // The key of a directive word: its first unit plus twice its third. "endasm" shares that of "endif"

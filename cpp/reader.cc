@@ -176,7 +176,10 @@ void end_file_frame() {
 void push_argument(int n) {
   input_frame* expansion = cur_frame;
   symbol* macro = expansion->macro;
-  if (macro == nullptr || n >= macro->nargs) alert_msg(152, n);
+  if (macro == nullptr || n >= macro->nargs) {
+    alert_msg(152, n);
+    return;
+  }
   if (n >= expansion->arg_count || expansion->args[n] == nullptr) return;
   push_text(expansion->args[n]);
   cur_frame->arg_of = macro;

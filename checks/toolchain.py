@@ -1,0 +1,454 @@
+"""The program where its users meet it: installed, on a terminal, and its report in a browser.
+
+The cases of ./test run the program from its build directory, with pipes for a terminal and bytes for
+a page. Here the other half is looked at. The installation is made as a packager makes it, and the
+program must find its messages and its device family in every layout of the tree, and do without one.
+A person types the arguments on a (pseudo) terminal. The macro report is loaded by a headless
+Chromium, which is asked through WebDriver what it made of it.
+
+No browser of today shows the frames: the frame page opens a body before its frameset, and HTML has
+since learnt to pass over such a frameset. So the pages are looked at three ways: the frame page as
+it is (the style sheet must then say where the report stands), the frame page as browsers used to
+read it, with that body tag taken out, and the contents page by itself.
+
+    python3 checks/toolchain.py [--build build/release] [--require-browser]
+
+A missing Chromium is installed where that is possible; without one its checks are skipped, unless
+--require-browser is given or CI=true is set. build/toolchain/ keeps the pictures of the pages.
+"""
+
+import argparse
+import base64
+import contextlib
+import json
+import os
+import pathlib
+import pty
+import re
+import select
+import shutil
+import stat
+import subprocess
+import sys
+import tempfile
+import termios
+import time
+import urllib.error
+import urllib.request
+
+ROOT = pathlib.Path(__file__).resolve().parent.parent
+PICTURES = ROOT / "build" / "toolchain"
+TIMEOUT = 20
+
+
+class Failure(Exception):
+    pass
+
+
+def same(what, actual, expected):
+    if actual != expected:
+        raise Failure(f"{what}:\n    expected {expected!r}\n    actual   {actual!r}")
+
+
+def run(command, cwd, env=None, text=None):
+    done = subprocess.run([str(word) for word in command], cwd=cwd, env=env, input=text or "",
+                          capture_output=True, text=True, timeout=TIMEOUT, check=False)
+    return done.returncode, done.stdout, done.stderr
+
+
+# ---- The installation ----
+
+INSTALLED = ["bin/", "bin/cpp", "docs/", "docs/ARCHITECTURE.md", "docs/README.md",
+             "docs/messages.md", "docs/udf_styles.css", "vex/", "vex/dat/", "vex/include/"]
+MESSAGE_FILE = "20990101000000_en.msgs"
+FOUND = ("in.c: 3: of the tree: i\n", ["own.h"])
+NOT_FOUND = ("in.c: 3: #info: i\n", ["device.h", "own.h"])
+
+
+def check_tree(prefix, _):
+    entries = sorted(f"{path.relative_to(prefix)}{'/' if path.is_dir() else ''}"
+                     for path in prefix.rglob("*"))
+    same("the installed files", entries, INSTALLED)
+    program = prefix / "bin/cpp"
+    same("the program's permissions", oct(stat.S_IMODE(program.stat().st_mode)), oct(0o755))
+    for text in (prefix / "docs").iterdir():
+        if text.stat().st_size < 100:
+            raise Failure(f"{text.name} is empty")
+
+
+def furnish(vex, dat="dat", include="include"):
+    """Puts a message file and a header into the device family's directory."""
+    (vex / dat).mkdir(parents=True, exist_ok=True)
+    (vex / dat / MESSAGE_FILE).write_text("1446\tM\tof the tree: %s\n")
+    (vex / include).mkdir(exist_ok=True)
+    (vex / include / "device.h").write_text("#define DEVICE 1\n")
+    return vex / include
+
+
+def located(work, include, program, cwd=None, env=None):
+    """What a program makes known of its tree: (its message, the headers that it lists)."""
+    cwd = cwd or work
+    source = os.path.relpath(work / "in.c", cwd)
+    command = [program, f"-I{include}", source]
+    # A list of headers comes without such messages, so that it takes two runs.
+    status, _, message = run(command, cwd, env)
+    same("status", status, 0)
+    status, headers, err = run(command + ["-", "-Llist", "--dep_nosys"], cwd, env)
+    same("status and messages of -Llist", (status, err), (0, ""))
+    return message.replace(source, "in.c"), sorted(map(os.path.basename, headers.split()))
+
+
+def check_places(prefix, work):
+    (work / "own.h").write_text("")
+    (work / "in.c").write_text('#include <device.h>\n#include "own.h"\n#info i\n')
+    include = furnish(prefix / "vex")
+    installed = prefix / "bin/cpp"
+    same("without --dep_nosys", run([installed, "-Llist", f"-I{include}", "in.c"], work)[1].split(),
+         [str(include / "device.h"), "own.h"])
+    by_name = dict(os.environ, PATH=f"{prefix / 'bin'}:{os.environ['PATH']}")
+    same("started by its name", located(work, include, "cpp", env=by_name), FOUND)
+    same("started as ./cpp", located(work, include, "./cpp", cwd=prefix / "bin"), FOUND)
+
+    mixed = work / "mixed"
+    mixed_include = furnish(mixed / "VEX", "Dat", "INCLUDE")
+    bare = work / "bare"
+    for place, tree_include, expected in (
+            (prefix / "bin", include, FOUND),
+            (prefix / "vex/bin", include, FOUND),
+            (prefix / "vex-as/bin", include, FOUND),
+            (prefix / "tools", include, NOT_FOUND),
+            (mixed / "BIN", mixed_include, FOUND),
+            (mixed / "VEX/Bin", mixed_include, FOUND),
+            (mixed / "Vex-AS/bin", mixed_include, FOUND),
+            (bare / "bin", include, NOT_FOUND),
+            (bare, include, NOT_FOUND)):
+        place.mkdir(parents=True, exist_ok=True)
+        program = place / "cpp"
+        if program != installed:
+            shutil.copy2(installed, program)
+        same(f"the program in {place.relative_to(work.parent)}",
+             located(work, tree_include, program), expected)
+
+
+# ---- Arguments from a terminal ----
+
+PROMPT = "cpp> "
+
+
+def on_terminal(command, cwd, typed):
+    """Types each text when the prompt stands there; returns all that the program showed."""
+    ours, its = pty.openpty()
+    settings = termios.tcgetattr(its)
+    settings[1] &= ~termios.OPOST  # line ends as they were written
+    settings[3] &= ~termios.ECHO   # what is typed is not shown
+    termios.tcsetattr(its, termios.TCSANOW, settings)
+    process = subprocess.Popen(command, cwd=cwd, stdin=its, stdout=its, stderr=its,
+                               start_new_session=True)
+    os.close(its)
+    shown = ""
+    end = time.monotonic() + TIMEOUT
+    try:
+        while True:
+            if typed and shown.endswith(PROMPT):
+                os.write(ours, typed[0].encode())
+                typed = typed[1:]
+                shown += "|"
+            if not select.select([ours], [], [], max(0, end - time.monotonic()))[0]:
+                raise Failure(f"still waiting after {shown!r}")
+            try:
+                part = os.read(ours, 4096)
+            except OSError:  # the last one to hold the terminal is gone
+                part = b""
+            if not part:
+                break
+            shown += part.decode()
+        return process.wait(TIMEOUT), shown
+    finally:
+        process.kill()
+        process.wait()
+        os.close(ours)
+
+
+def check_terminal(prefix, work):
+    program = str(prefix / "bin/cpp")
+    (work / "typed.c").write_text("X Y\n")
+    (work / "args").write_text("-DX=1 typed.c\n")
+    text = '\n# 1 "typed.c"\n%s\n'
+    end_of_input = "\x04"
+    same("one line typed", on_terminal([program], work, ["-DX=1 typed.c\n", end_of_input]),
+         (0, f"{PROMPT}|{PROMPT}|" + text % "1 Y"))
+    same("three lines typed", on_terminal([program], work,
+                                          ["-DX='a b'\n", "\n", "-DY typed.c\n", end_of_input]),
+         (0, f"{PROMPT}|" * 4 + text % "a b 1"))
+    same("a command file", on_terminal([program, "@args"], work, []), (0, text % "1 Y"))
+    same("a pipe", run([program], work, text="-DX=1 typed.c\n"), (0, text % "1 Y", ""))
+
+
+# ---- The report in a browser ----
+
+class Browser:
+    """A headless Chromium behind chromedriver, which speaks WebDriver: JSON over HTTP."""
+
+    FLAGS = ["--headless", "--no-sandbox", "--disable-gpu", "--disable-quic", "--no-first-run",
+             "--disable-background-networking", "--disable-component-update", "--disable-sync",
+             "--disable-dev-shm-usage", "--hide-scrollbars", "--window-size=1100,800"]
+
+    def __init__(self, home):
+        self._http = urllib.request.build_opener(urllib.request.ProxyHandler({}))
+        self._log = open(home / "chromedriver.log", "w+", encoding="utf-8")
+        self._driver = subprocess.Popen(["chromedriver", "--port=0"], stdout=self._log,
+                                        stderr=subprocess.STDOUT,
+                                        env=dict(os.environ, HOME=str(home)))
+        self._session = None
+        try:
+            base = f"http://127.0.0.1:{self._port()}/session"
+            self._session = base
+            options = {"args": self.FLAGS + [f"--user-data-dir={home / 'profile'}"]}
+            options["binary"] = shutil.which("chromium")
+            made = self._call("POST", "", {"capabilities": {"alwaysMatch": {
+                "browserName": "chrome", "goog:chromeOptions": options}}})
+            self._session = f"{base}/{made['sessionId']}"
+        except BaseException:
+            self._end_driver()
+            raise
+
+    def _port(self):
+        end = time.monotonic() + TIMEOUT
+        while time.monotonic() < end and self._driver.poll() is None:
+            self._log.seek(0)
+            found = re.search(r"successfully on port (\d+)", self._log.read())
+            if found:
+                return int(found[1])
+            time.sleep(0.05)
+        raise Failure("chromedriver does not start")
+
+    def _call(self, method, path, body=None):
+        data = None if body is None else json.dumps(body).encode()
+        request = urllib.request.Request(self._session + path, data, method=method,
+                                         headers={"Content-Type": "application/json"})
+        try:
+            with self._http.open(request, timeout=60) as answer:
+                return json.load(answer)["value"]
+        except urllib.error.HTTPError as error:
+            raise Failure(json.load(error)["value"]["message"].split("\n")[0]) from error
+
+    def _end_driver(self):
+        self._driver.terminate()
+        self._driver.wait(TIMEOUT)
+        self._log.close()
+
+    def close(self):
+        try:
+            self._call("DELETE", "")
+        finally:
+            self._end_driver()
+
+    def load(self, path):
+        self._call("POST", "/url", {"url": path.as_uri()})
+
+    def script(self, text, *arguments):
+        return self._call("POST", "/execute/sync", {"script": text, "args": arguments})
+
+    def _find(self, selector, value):
+        return self._call("POST", "/element", {"using": selector, "value": value})
+
+    def click_link(self, text):
+        element = self._find("link text", text)
+        self._call("POST", f"/element/{next(iter(element.values()))}/click", {})
+
+    def to_frame(self, name):
+        self._call("POST", "/frame", {"id": None})
+        if name:
+            self._call("POST", "/frame", {"id": self._find("css selector", f"[name={name}]")})
+
+    def to_other_window(self):
+        """Turns to the window that was opened last; returns the one that it came from."""
+        here = self._call("GET", "/window")
+        others = [handle for handle in self._call("GET", "/window/handles") if handle != here]
+        same("windows opened", len(others), 1)
+        self._call("POST", "/window", {"handle": others[0]})
+        return here
+
+    def close_window(self, back_to):
+        self._call("DELETE", "/window")
+        self._call("POST", "/window", {"handle": back_to})
+
+    def picture(self, name):
+        PICTURES.mkdir(parents=True, exist_ok=True)
+        (PICTURES / name).write_bytes(base64.b64decode(self._call("GET", "/screenshot")))
+
+
+SYMBOL_TABLE = "CPP symbol table"
+COMMAND_LINE = "Command Line Arguments for CPP"
+
+
+def expect_at_anchor(browser, number, heading):
+    """The content page must be the one shown, scrolled to the heading that the anchor is for."""
+    state = """const h = [...document.querySelectorAll('h2')].find(e => e.innerText == arguments[0]);
+               const top = h ? h.getBoundingClientRect().top : -1000;
+               return [location.pathname.split('/').pop() + location.hash, top > -1 && top < 60,
+                       document.readyState]"""
+    expected = [f"main_rep.html#{number}", True, "complete"]
+    end = time.monotonic() + TIMEOUT
+    while (found := browser.script(state, heading)) != expected:
+        if time.monotonic() > end:
+            same(f"the page shown for {heading!r}", found, expected)
+        time.sleep(0.05)
+
+
+def check_frame_page(browser, work):
+    browser.load(work / "rep.html")
+    browser.picture("frame-page.png")
+    same("the title", browser.script("return document.title"), "CPP information for rep.html")
+    if browser.script("return document.querySelectorAll('frame').length") == 0:
+        note = browser.script("return getComputedStyle(document.body, '::before').content")
+        if "toc_" not in note or "main_" not in note:
+            raise Failure("the page is blank and does not say where the report stands")
+
+
+def check_framed(browser, work):
+    page = (work / "rep.html").read_text()
+    same("body tags of the frame page", page.count("<BODY>\n"), 1)
+    (work / "framed.html").write_text(page.replace("<BODY>\n", ""))
+    browser.load(work / "framed.html")
+    same("frames", browser.script("return [...document.querySelectorAll('frame')].map(f => f.name)"),
+         ["toc", "main"])
+    for number, heading in ((1, SYMBOL_TABLE), (0, COMMAND_LINE)):
+        browser.to_frame("toc")
+        browser.click_link(heading)
+        browser.to_frame("main")
+        expect_at_anchor(browser, number, heading)
+        browser.to_frame(None)
+    browser.picture("framed.png")
+
+
+def check_contents_page(browser, work):
+    browser.load(work / "toc_rep.html")
+    same("the contents", browser.script("return document.body.innerText").split(),
+         f"Table of Contents {COMMAND_LINE} {SYMBOL_TABLE}".split())
+    browser.click_link(SYMBOL_TABLE)
+    contents = browser.to_other_window()
+    expect_at_anchor(browser, 1, SYMBOL_TABLE)
+    browser.picture("content-page.png")
+    browser.close_window(contents)
+
+
+def check_rows(browser, work):
+    browser.load(work / "main_rep.html")
+    rows = browser.script("return [...document.querySelectorAll('table tr')]"
+                          ".map(r => [...r.cells].map(c => c.innerText))")
+    same("the titles", rows[0], ["Macro name", "Arguments", "Value"])
+    same("rows that have not three cells", [row for row in rows if len(row) != 3], [])
+    # A macro's rows: its definition, then each expansion.
+    for count, row in (
+            (2, ["__FILE__", "none", "dynamic replacement"]),
+            (2, ["BOARD_REV", "none", "2"]),
+            (1, ["CONFIG_H", "none", ""]),
+            (3, ["F_CPU", "none", "16000000u"]),
+            (3, ["TICKS", "1", "((<0>) * (TICK_HZ / 1000u))"]),
+            (2, ["ASSERT", "1", "((<0>) ? NOTHING : fail(<0>, __FILE__, __LINE__))"]),
+            (2, ["SET", "2", "(CTRL(<0>) |= 1u << <0><\\077436>_<\\077436><1>)"])):
+        same(f"rows {row}", rows.count(row), count)
+    commands = browser.script("return [...document.querySelectorAll('code')]"
+                              ".filter(c => !c.closest('table')).map(c => c.innerText)")
+    same("the command line", commands[1:], REPORT_COMMAND[1:])
+    same("the program's own name", os.path.basename(commands[0]), "cpp")
+
+
+def check_style(browser, work):
+    borders = "return getComputedStyle(document.querySelector('table')).borderCollapse"
+    for style, expected in ((True, "collapse"), (False, "separate")):
+        page = work / "main_rep.html"
+        if not style:
+            (work / "bare").mkdir(exist_ok=True)
+            page = shutil.copy(page, work / "bare")
+        browser.load(pathlib.Path(page))
+        same(f"the table's borders, style sheet {style}", browser.script(borders), expected)
+
+
+REPORT_COMMAND = ["cpp", "-Iinclude", "-DBOARD_REV=2", "--udf=rep.html", "blink.c", "blink.i"]
+BROWSER_CHECKS = [check_frame_page, check_framed, check_contents_page, check_rows, check_style]
+
+
+def make_report(prefix, work):
+    shutil.copy(ROOT / "examples/blink.c", work)
+    shutil.copytree(ROOT / "examples/include", work / "include")
+    same("the run that makes the report",
+         run([prefix / "bin/cpp"] + REPORT_COMMAND[1:], work), (0, "", ""))
+    shutil.copy(prefix / "docs/udf_styles.css", work)
+
+
+def have_browser():
+    def is_here():
+        return all(shutil.which(name) for name in ("chromium", "chromedriver"))
+    if not is_here():
+        subprocess.run(["sh", "-c", ". cmake/setup.sh; need chromium chromium; "
+                        "need chromedriver chromium-driver; install_missing"], cwd=ROOT, check=False)
+    return is_here()
+
+
+# ---- The run ----
+
+class Tally:
+    def __init__(self):
+        self.passed = self.failed = self.skipped = 0
+
+    def check(self, function, *arguments):
+        try:
+            function(*arguments)
+        except (Failure, OSError, subprocess.SubprocessError) as error:
+            self.failed += 1
+            print(f"{function.__name__}: {error}")
+        else:
+            self.passed += 1
+
+
+def check_in_browser(tally, prefix, scratch, is_required):
+    work = scratch / "report"
+    work.mkdir()
+    if not have_browser():
+        print("no Chromium with chromedriver here: the report is not looked at in a browser")
+        if is_required:
+            tally.failed += len(BROWSER_CHECKS)
+        else:
+            tally.skipped += len(BROWSER_CHECKS)
+        return
+    try:
+        make_report(prefix, work)
+        browser = Browser(scratch)
+    except (Failure, OSError) as error:
+        print(f"browser: {error}")
+        tally.failed += len(BROWSER_CHECKS)
+        return
+    with contextlib.closing(browser):
+        for function in BROWSER_CHECKS:
+            tally.check(function, browser, work)
+
+
+def main():
+    parser = argparse.ArgumentParser(description=__doc__.split("\n", maxsplit=1)[0])
+    parser.add_argument("--build", type=pathlib.Path, default=ROOT / "build/release")
+    parser.add_argument("--require-browser", action="store_true",
+                        default=os.environ.get("CI") == "true")
+    options = parser.parse_args()
+
+    tally = Tally()
+    with tempfile.TemporaryDirectory(prefix="cpp-toolchain-") as name:
+        scratch = pathlib.Path(name).resolve()
+        prefix = scratch / "prefix"
+        work = scratch / "work"
+        work.mkdir()
+        status, _, err = run(["cmake", "--install", options.build, "--prefix", prefix], ROOT)
+        if status != 0:
+            print(err, end="")
+            print("0 passed, 1 failed, 0 skipped")
+            return 1
+        for function in (check_tree, check_places, check_terminal):
+            tally.check(function, prefix, work)
+        check_in_browser(tally, prefix, scratch, options.require_browser)
+    print(f"{tally.passed} passed, {tally.failed} failed, {tally.skipped} skipped")
+    return 1 if tally.failed else 0
+
+
+if __name__ == "__main__":
+    sys.exit(main())
