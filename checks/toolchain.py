@@ -1,15 +1,15 @@
 """The program where its users meet it: installed, on a terminal, and its report in a browser.
 
-The cases of ./test run the program from its build directory, with pipes for a terminal and bytes for
-a page. Here the other half is looked at. The installation is made as a packager makes it, and the
-program must find its messages and its device family in every layout of the tree, and do without one.
-A person types the arguments on a (pseudo) terminal. The macro report is loaded by a headless
+The cases of ./test run the program from its build directory, with pipes for a terminal and bytes
+for a page. Here the other half is looked at. The installation is made as a packager makes it, and
+the program must find its messages and its device family in every layout of the tree, and do without
+one. A person types the arguments on a (pseudo) terminal. The macro report is loaded by a headless
 Chromium, which is asked through WebDriver what it made of it.
 
-No browser of today shows the frames: the frame page opens a body before its frameset, and HTML has
-since learnt to pass over such a frameset. So the pages are looked at three ways: the frame page as
-it is (the style sheet must then say where the report stands), the frame page as browsers used to
-read it, with that body tag taken out, and the contents page by itself.
+The frame page opens a body before its frameset, and the HTML standard has browsers pass over such a
+frameset. So the report is looked at three ways: the frame page as it is (where no frames come up,
+the style sheet must say where the report stands), the frame page as older browsers read it, that is
+without the body tag, and the contents page by itself.
 
     python3 checks/toolchain.py [--build build/release] [--require-browser]
 
@@ -284,7 +284,8 @@ COMMAND_LINE = "Command Line Arguments for CPP"
 
 def expect_at_anchor(browser, number, heading):
     """The content page must be the one shown, scrolled to the heading that the anchor is for."""
-    state = """const h = [...document.querySelectorAll('h2')].find(e => e.innerText == arguments[0]);
+    state = """const headings = [...document.querySelectorAll('h2')];
+               const h = headings.find(e => e.innerText == arguments[0]);
                const top = h ? h.getBoundingClientRect().top : -1000;
                return [location.pathname.split('/').pop() + location.hash, top > -1 && top < 60,
                        document.readyState]"""
@@ -311,8 +312,8 @@ def check_framed(browser, work):
     same("body tags of the frame page", page.count("<BODY>\n"), 1)
     (work / "framed.html").write_text(page.replace("<BODY>\n", ""))
     browser.load(work / "framed.html")
-    same("frames", browser.script("return [...document.querySelectorAll('frame')].map(f => f.name)"),
-         ["toc", "main"])
+    names = browser.script("return [...document.querySelectorAll('frame')].map(f => f.name)")
+    same("frames", names, ["toc", "main"])
     for number, heading in ((1, SYMBOL_TABLE), (0, COMMAND_LINE)):
         browser.to_frame("toc")
         browser.click_link(heading)
@@ -383,7 +384,8 @@ def have_browser():
         return all(shutil.which(name) for name in ("chromium", "chromedriver"))
     if not is_here():
         subprocess.run(["sh", "-c", ". cmake/setup.sh; need chromium chromium; "
-                        "need chromedriver chromium-driver; install_missing"], cwd=ROOT, check=False)
+                        "need chromedriver chromium-driver; install_missing"],
+                       cwd=ROOT, check=False)
     return is_here()
 
 
@@ -433,7 +435,7 @@ def main():
     options = parser.parse_args()
 
     tally = Tally()
-    with tempfile.TemporaryDirectory(prefix="cpp-toolchain-") as name:
+    with tempfile.TemporaryDirectory(prefix="cpp-toolchain-", ignore_cleanup_errors=True) as name:
         scratch = pathlib.Path(name).resolve()
         prefix = scratch / "prefix"
         work = scratch / "work"

@@ -49,7 +49,7 @@ the source line is shown first, with a caret under the place that reading had re
 ```
 a.c:
     12:\t#include stdio.h
-\t         ^ (109) #include syntax error
+\t             ^ (109) #include syntax error
 ```
 
 With `-E1` each message is one line, `a.c: 12: (109) #include syntax error (error)`, which editors
