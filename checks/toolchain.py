@@ -398,9 +398,10 @@ class Tally:
     def check(self, function, *arguments):
         try:
             function(*arguments)
-        except (Failure, OSError, subprocess.SubprocessError) as error:
+        except Exception as error:  # a page that is quite another one can break a check anywhere
             self.failed += 1
-            print(f"{function.__name__}: {error}")
+            kind = "" if isinstance(error, Failure) else f"{type(error).__name__}: "
+            print(f"{function.__name__}: {kind}{error}")
         else:
             self.passed += 1
 
@@ -418,7 +419,7 @@ def check_in_browser(tally, prefix, scratch, is_required):
     try:
         make_report(prefix, work)
         browser = Browser(scratch)
-    except (Failure, OSError) as error:
+    except (Failure, OSError, subprocess.SubprocessError) as error:
         print(f"browser: {error}")
         tally.failed += len(BROWSER_CHECKS)
         return

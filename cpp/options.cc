@@ -15,7 +15,7 @@
 #include "common/osdep.h"
 #include "common/version.h"
 #include "cpp/driver.h"
-#include "cpp/ifexpr.h"
+#include "cpp/ifsizeof.h"
 #include "cpp/include.h"
 #include "cpp/reader.h"
 #include "cpp/report.h"
