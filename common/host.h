@@ -51,8 +51,9 @@ int open_read_uncounted(const char* path);
 /// As open_read, for text; but a name that is known to be missing fails with ENOENT without a
 /// system call: the first miss in a directory reads its listing, and later ones are looked up there
 /// without regard to case. A directory that cannot be listed is asked each time. Files that this
-/// program creates are seen; those that others create meanwhile may not be.
-int open_probe(const char* path);
+/// program creates are seen; those that others create meanwhile may not be. `size` becomes the
+/// number of bytes that reading will give where the host knows it, else 0.
+int open_probe(const char* path, std::size_t* size = nullptr);
 
 /// What is known of the names in one directory.
 class directory_names;

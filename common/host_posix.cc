@@ -167,7 +167,7 @@ constexpr int write_flags(bool append) {
   return O_WRONLY | O_CREAT | (append ? O_APPEND : O_TRUNC);
 }
 
-int open_uncounted(const std::string& host_path, int flags) {
+int open_uncounted(const std::string& host_path, int flags, std::size_t* size = nullptr) {
   constexpr mode_t everybody = 0666;
   int fd = 0;
   do {
@@ -176,18 +176,20 @@ int open_uncounted(const std::string& host_path, int flags) {
   if (fd < 0 || (flags & O_ACCMODE) != O_RDONLY) return fd;
 
   struct stat status;
-  if (::fstat(fd, &status) == 0 && S_ISDIR(status.st_mode)) {
+  if (::fstat(fd, &status) != 0) return fd;
+  if (S_ISDIR(status.st_mode)) {
     ::close(fd);
     errno = EISDIR;
     return -1;
   }
+  if (size != nullptr && S_ISREG(status.st_mode)) *size = static_cast<std::size_t>(status.st_size);
   return fd;
 }
 
-int open_counted(const std::string& host_path, int flags) {
+int open_counted(const std::string& host_path, int flags, std::size_t* size = nullptr) {
   int fd = -1;
   if (!open_files.full()) {
-    fd = open_uncounted(host_path, flags);
+    fd = open_uncounted(host_path, flags, size);
     if (fd < 0 || open_files.add(fd)) return fd;
     ::close(fd);
   }
@@ -234,14 +236,15 @@ int open_read_uncounted(const char* path) {
   return open_uncounted(native_path(path), O_RDONLY);
 }
 
-int open_probe(const char* path) {
+int open_probe(const char* path, std::size_t* size) {
+  if (size != nullptr) *size = 0;
   const std::string host_path = native_path(path);
   const split_path parts = split(host_path);
   if (!parts.name.empty() && known_missing(parts)) {
     errno = ENOENT;
     return -1;
   }
-  const int fd = open_counted(host_path, O_RDONLY);
+  const int fd = open_counted(host_path, O_RDONLY, size);
   if (fd < 0 && (errno == ENOENT || errno == ENOTDIR)) {
     const int reason = errno;
     listing_of(parts.directory);

@@ -140,7 +140,9 @@ int open_read_uncounted(const char* path) {
   return open_uncounted(path, read_flags(content::bytes));
 }
 
-int open_probe(const char* path) {
+// Text mode makes fewer bytes of a file than it has, so the size is not known.
+int open_probe(const char* path, std::size_t* size) {
+  if (size != nullptr) *size = 0;
   return open_counted(path, read_flags(content::text));
 }
 

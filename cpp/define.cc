@@ -5,9 +5,9 @@
 #include <string>
 
 #include "common/alert.h"
-#include "common/alloc.h"
 #include "common/format.h"
 #include "common/osdep.h"
+#include "common/stringcache.h"
 #include "cpp/macro_area.h"
 #include "cpp/options.h"
 #include "cpp/outbuf.h"
@@ -174,10 +174,9 @@ void read_body(const definition& def, int c) {
   if (work_len > 0 && work_buf[work_len - 1] == ' ') --work_len;
 }
 
-char* narrow_copy(const unit* text) {
-  auto* copy = static_cast<char*>(checked_alloc(str16_len(text) + 1));
-  str16to8(copy, text);
-  return copy;
+// The name of the frame on top as diagnostics show it; lives until the process ends.
+const char* frame_name(const input_frame* f) {
+  return f->path != nullptr ? f->path : str_intern(alert_str(f->name).c_str());
 }
 
 // The record that the name in token_buf will be defined in. A macro that is known is kept, with the
@@ -192,7 +191,7 @@ symbol* enter_definition(int c, bool& known, unit*& old_body) {
   }
   sym = sym_enter(token_buf, false);
   sym->def_line = cur_line;
-  if (cur_frame != nullptr) sym->def_file = narrow_copy(cur_frame->name);
+  if (cur_frame != nullptr) sym->def_file = frame_name(cur_frame);
   return sym;
 }
 
@@ -229,7 +228,7 @@ void do_define() {
     sym->nargs = def.nargs;
     if (settings.macro_report) report_macro(sym);
     if (known && (old_body == nullptr || str16_cmp(old_body, sym->body) != 0)) {
-      alert_msg(111, alert_str(sym->name), static_cast<const char*>(sym->def_file), sym->def_line);
+      alert_msg(111, alert_str(sym->name), sym->def_file, sym->def_line);
     }
   }
   std::free(old_body);

@@ -53,39 +53,112 @@ std::string current_directory_prefix() {
   return end == name.npos ? std::string() : name.substr(0, end + 1);
 }
 
+// Opens `path` under the spelling that the host accepts: as written, in lower case, or with the
+// letters as they are stored. `lowered` tells that only the lower-case spelling did.
+int open_any_case(const char* path, bool& as_written, bool& lowered, std::size_t& size) {
+  int fd = host::open_probe(path, &size);
+  as_written = fd >= 0;
+  lowered = false;
+  if (fd >= 0) return fd;
+
+  std::string other = path;
+  for (char& c : other) c = static_cast<char>(c >= 'A' && c <= 'Z' ? c - 'A' + 'a' : c);
+  if (other != path) {
+    fd = host::open_probe(other.c_str(), &size);
+    lowered = fd >= 0;
+    if (lowered) return fd;
+  }
+  const int error = errno;
+  if (host::stored_spelling(path, other) && other != path)
+    return host::open_probe(other.c_str(), &size);
+  errno = error;
+  return -1;
+}
+
 // ---- What the run knows of files it has opened.
 
 struct header {
-  bool lowered = false;       // only the lower-case spelling opened
-  bool case_differs = false;  // the stored name has other letters
+  const char* path = nullptr;  // as it was opened first
+  bool lowered = false;        // only the lower-case spelling opened
+  bool case_differs = false;   // the stored name has other letters
   source_copy content;
 };
-using header_table = std::unordered_map<std::string, header>;
 
-// By the path as it was opened first. Lives for the run.
-header_table& headers() {
-  static auto* const table = new header_table;
+// By path. Lives for the run, so that paths can be referred to.
+std::unordered_map<std::string, header>& headers() {
+  static auto* const table = new std::unordered_map<std::string, header>;
   return *table;
 }
 
-// For a name found below the include directories, the path found: they do not change while the
-// input is read.
-std::unordered_map<std::string, std::string>& found_paths() {
-  static auto* const table = new std::unordered_map<std::string, std::string>;
+// What was found for a name below the include directories: they do not change while the input is
+// read.
+std::unordered_map<std::string, header*>& found_headers() {
+  static auto* const table = new std::unordered_map<std::string, header*>;
   return *table;
 }
 
-void record_include(const char* path) {
-  const word copy = to_word(str_concat(path, ""));
-  hash_insert(included_files, copy, copy, __FILE__, __LINE__);
+header* known_header(const char* path) {
+  const auto known = headers().find(path);
+  return known == headers().end() ? nullptr : &known->second;
 }
 
-bool try_candidate(const char* path) {
-  const bool known = headers().contains(path);
-  if (known && !text_output()) return true;
-  if (!open_include(path)) return false;
-  if (!known) record_include(path);
-  return true;
+header* new_header(const char* path) {
+  const auto entry = headers().try_emplace(path).first;
+  entry->second.path = entry->first.c_str();
+  const word key = to_word(entry->second.path);
+  hash_insert(included_files, key, key, __FILE__, __LINE__);
+  return &entry->second;
+}
+
+// Opens a file not opened before in this run, or one whose content was not kept, and notes in `h`
+// what that tells. Null when it cannot be opened.
+source_file* open_file(const char* path, header& h) {
+  bool as_written;
+  std::size_t size = 0;
+  const int fd = open_any_case(path, as_written, h.lowered, size);
+  if (db_tracing(db_general)) {
+    db_tracef(__FILE__, __LINE__, "include \"%s\": %s", path, fd < 0 ? "not there" : "opened");
+  }
+  if (fd < 0) return nullptr;
+  h.case_differs = !(as_written && host::names_are_case_sensitive) && !name_case_matches(path);
+  return source_open(fd, &h.content, size);
+}
+
+// At most so many files are open at once, copies counted, lest a header that includes itself goes
+// on until memory is used up. The standard streams are three of them, and the primary input is one
+// of those.
+bool too_many_open() {
+  return source_count() > host::max_open_files - 3;
+}
+
+// Opens and pushes `path`, of which `h` is what is known, if anything. Returns what is known now,
+// or null.
+header* open_header(const char* path, header* h) {
+  if (too_many_open()) {
+    errno = EMFILE;
+    return nullptr;
+  }
+  source_file* file;
+  if (h != nullptr && h->content.bytes != nullptr) {
+    file = source_open_copy(h->content);
+  } else {
+    header fresh;
+    file = open_file(path, fresh);
+    if (file == nullptr) return nullptr;
+    if (h == nullptr) h = new_header(path);
+    fresh.path = h->path;
+    *h = fresh;
+  }
+  if (h->lowered) alert_msg(164, path);
+  if (settings.show_includes) note_include(path);
+  if (h->case_differs) alert_msg(165, path);
+  push_file(file, h->path);
+  return h;
+}
+
+// While dependencies are listed every file is read at most once.
+header* try_candidate(const char* path, header* h) {
+  return h != nullptr && !text_output() ? h : open_header(path, h);
 }
 
 // ---- The search.
@@ -116,27 +189,6 @@ void note_miss(std::size_t i) {
   const int error = errno;
   searched[i] = {true, host::names_in_directory(include_dirs[i])};
   errno = error;
-}
-
-// Opens `path` under the spelling that the host accepts: as written, in lower case, or with the
-// letters as they are stored. `lowered` tells that only the lower-case spelling did.
-int open_any_case(const char* path, bool& as_written, bool& lowered) {
-  int fd = host::open_probe(path);
-  as_written = fd >= 0;
-  lowered = false;
-  if (fd >= 0) return fd;
-
-  std::string other = path;
-  for (char& c : other) c = static_cast<char>(c >= 'A' && c <= 'Z' ? c - 'A' + 'a' : c);
-  if (other != path) {
-    fd = host::open_probe(other.c_str());
-    lowered = fd >= 0;
-    if (lowered) return fd;
-  }
-  const int error = errno;
-  if (host::stored_spelling(path, other) && other != path) return host::open_probe(other.c_str());
-  errno = error;
-  return -1;
 }
 
 // Reads the name up to its closing delimiter into `name`. Returns false when the line ends first.
@@ -192,10 +244,10 @@ bool find_include(const char* name, bool quoted) {
   if (quoted) {
     const bool absolute = rooted || (is_letter(name[0]) && name[1] == ':');
     const std::string first = absolute ? name : current_directory_prefix() + name;
-    if (try_candidate(first.c_str())) return true;
+    if (try_candidate(first.c_str(), known_header(first.c_str())) != nullptr) return true;
   }
-  if (const auto known = found_paths().find(name); known != found_paths().end()) {
-    return try_candidate(known->second.c_str());
+  if (const auto found = found_headers().find(name); found != found_headers().end()) {
+    return try_candidate(found->second->path, found->second) != nullptr;
   }
   const std::size_t name_len = std::strlen(name);
   const std::string_view component = first_component(name);
@@ -214,8 +266,8 @@ bool find_include(const char* name, bool quoted) {
       if (dir_len == 0 || !is_separator(dir[dir_len - 1])) candidate += '\\';
     }
     candidate += name;
-    if (try_candidate(candidate.c_str())) {
-      found_paths().emplace(name, candidate);
+    if (header* h = try_candidate(candidate.c_str(), known_header(candidate.c_str()))) {
+      found_headers().emplace(name, h);
       return true;
     }
     note_miss(i);
@@ -223,46 +275,8 @@ bool find_include(const char* name, bool quoted) {
   return false;
 }
 
-namespace {
-
-// Opens a file not opened before in this run, or one whose content was not kept. Null when it
-// cannot be opened.
-source_file* open_file(const char* path, header& h) {
-  bool as_written;
-  const int fd = open_any_case(path, as_written, h.lowered);
-  if (db_tracing(db_general)) {
-    db_tracef(__FILE__, __LINE__, "include \"%s\": %s", path, fd < 0 ? "not there" : "opened");
-  }
-  if (fd < 0) return nullptr;
-  h.case_differs = !(as_written && host::names_are_case_sensitive) && !name_case_matches(path);
-  return source_open(fd, &h.content);
-}
-
-// At most so many files are open at once, copies counted, lest a header that includes itself goes
-// on until memory is used up. The standard streams are three of them, and the primary input is one
-// of those.
-bool too_many_open() {
-  return source_count() > host::max_open_files - 3;
-}
-
-}  // namespace
-
 bool open_include(const char* path) {
-  if (too_many_open()) {
-    errno = EMFILE;
-    return false;
-  }
-  const auto known = headers().find(path);
-  header fresh;
-  const bool copied = known != headers().end() && known->second.content.bytes != nullptr;
-  source_file* file = copied ? source_open_copy(known->second.content) : open_file(path, fresh);
-  if (file == nullptr) return false;
-  const header& h = copied ? known->second : (headers()[path] = fresh);
-  if (h.lowered) alert_msg(164, path);
-  if (settings.show_includes) note_include(path);
-  if (h.case_differs) alert_msg(165, path);
-  push_file(file, path);
-  return true;
+  return open_header(path, known_header(path)) != nullptr;
 }
 
 void note_include(const char* path) {
@@ -274,7 +288,7 @@ void note_include(const char* path) {
 }
 
 void push_main_file(int fd, const char* name) {
-  push_file(source_open(fd, nullptr), name);
+  push_file(source_open(fd, nullptr, 0), name);
 }
 
 }  // namespace kv::cpp

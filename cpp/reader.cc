@@ -575,6 +575,7 @@ input_frame* push_file(source_file* file, const char* name) {
   input_frame* f = push_frame(static_cast<int>(len) + 1, nullptr);
   str8to16(f->buf, name);
   f->name = f->buf;
+  f->path = name;
   f->bufsize = frame_capacity;
   f->fp = file;
   cur_line = 1;

@@ -41,6 +41,7 @@ struct input_frame {
   source_file* fp;            ///< the file of a file frame
   unsigned serial;            ///< the number of the frame in the order of pushing, from 1
   input_frame* parent;        ///< the frame below, null for the outermost
+  const char* path;           ///< file frames: `name` in bytes, not owned, lives for the run
   const unit* name;           ///< file name as opened, macro name, or empty; diagnostics show it
   symbol* macro;              ///< expansion frames: the macro whose replacement this is
   unit** args;                ///< expansion frames: argument texts, null where none was given
@@ -122,7 +123,7 @@ void unget();
 bool load_next_line();
 
 /// Pushes a file frame that reads from `file` (owned by the frame from now on) under `name`, which
-/// is copied. Sets cur_line to 1 and need_linemark.
+/// must live for the run. Sets cur_line to 1 and need_linemark.
 input_frame* push_file(source_file* file, const char* name);
 
 /// Pushes a text frame that delivers a copy of `text` (zero-ended).

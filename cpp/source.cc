@@ -77,9 +77,11 @@ void fill(source_file* f) {
 }
 
 // Keeps the content, before anything is changed in the block, if the file fits into it.
-void keep_content(source_file* f, source_copy& keep) {
-  read_until(f, static_cast<std::ptrdiff_t>(block_size));
+void keep_content(source_file* f, source_copy& keep, std::size_t expected) {
+  read_until(f, static_cast<std::ptrdiff_t>(expected != 0 && expected < block_size ? expected
+                                                                                   : block_size));
   const auto size = static_cast<std::size_t>(f->limit - f->block);
+  if (size == expected) f->at_end = true;
   if (!f->at_end || size == 0 || copies_size + size > copies_limit) return;
   keep.bytes = static_cast<unsigned char*>(checked_alloc(size));
   keep.size = size;
@@ -109,10 +111,10 @@ unsigned char* find_newline(unsigned char* from, std::size_t n) {
 
 }  // namespace
 
-source_file* source_open(int fd, source_copy* keep) {
+source_file* source_open(int fd, source_copy* keep, std::size_t size) {
   source_file* f = new_source();
   f->fd = fd;
-  if (keep != nullptr) keep_content(f, *keep);
+  if (keep != nullptr) keep_content(f, *keep, size);
   return f;
 }
 

@@ -23,7 +23,9 @@ struct source_copy {
 
 /// Takes over the open descriptor `fd` and gives a source_file to read it through. With `keep` the
 /// content is kept there if it fits into one block and into what the run spends on such copies.
-source_file* source_open(int fd, source_copy* keep);
+/// `size` is the file's size where it is known, else 0: a file that ends there need not be asked
+/// again.
+source_file* source_open(int fd, source_copy* keep, std::size_t size);
 
 /// Gives a source_file that reads a copy kept earlier.
 source_file* source_open_copy(const source_copy& copy);

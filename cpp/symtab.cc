@@ -172,7 +172,6 @@ void chain_insert(symbol* sym) {
 void free_record(symbol* sym) {
   std::free(sym->body);
   std::free(sym->name);
-  std::free(sym->def_file);
   std::free(sym);
 }
 

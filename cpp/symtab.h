@@ -23,7 +23,7 @@ inline constexpr int NARGS_FILE = -3;
 /// The most parameters or arguments a macro can have.
 inline constexpr int max_macro_args = 31;
 
-/// One macro. Strings are heap blocks owned by the record.
+/// One macro. Texts are heap blocks owned by the record.
 struct symbol {
   symbol* link;              ///< next record of the chain
   symbol** linked_from;      ///< what points at this record in the chain
@@ -36,10 +36,11 @@ struct symbol {
   std::int32_t disable;      ///< expansion frames being read, less those re-enabled for an argument
   std::uint32_t frame_refs;  ///< input frames, and the chain of expansions, that refer to it
   bool removed;              ///< out of the table, waiting for frame_refs to reach 0
-  char* def_file;          ///< file of the first #define, null for start-up and command-line macros
-  std::int32_t def_line;   ///< line of that #define
-  std::uint32_t name_len;  ///< units in `name`
-  std::uint64_t key;       ///< name_key of `name`
+  const char* def_file;      ///< file of the first #define, null for start-up and command-line
+                             ///< macros; not owned
+  std::int32_t def_line;     ///< line of that #define
+  std::uint32_t name_len;    ///< units in `name`
+  std::uint64_t key;         ///< name_key of `name`
   unit* name;
 };
 
