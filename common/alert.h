@@ -17,8 +17,7 @@
 //
 // The module is single-threaded and its two text buffers are static, so a hook must not report.
 
-#ifndef COMMON_ALERT_H_
-#define COMMON_ALERT_H_
+#pragma once
 
 #include <cstdint>
 #include <span>
@@ -245,5 +244,3 @@ bool werr_isOption(const char* text);
 void werr_setOption(const char* text, int quiet);
 
 }  // namespace kv
-
-#endif  // COMMON_ALERT_H_

@@ -1,7 +1,6 @@
 // What the three files of the message system share and nobody else may use.
 
-#ifndef COMMON_ALERT_INTERNAL_H_
-#define COMMON_ALERT_INTERNAL_H_
+#pragma once
 
 #include <cstdint>
 #include <string_view>
@@ -36,5 +35,3 @@ void apply_message_rules(msg_entry& entry);
 std::int32_t current_warn_threshold();
 
 }  // namespace kv
-
-#endif  // COMMON_ALERT_INTERNAL_H_

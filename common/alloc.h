@@ -4,8 +4,7 @@
 // which ends the run. Blocks come from the C library's heap, are zero-filled, belong to the caller
 // and are released with std::free.
 
-#ifndef COMMON_ALLOC_H_
-#define COMMON_ALLOC_H_
+#pragma once
 
 #include <cstddef>
 #include <span>
@@ -58,5 +57,3 @@ std::size_t buf_printf(char* buf, std::string_view text, const A&... args) {
 }
 
 }  // namespace kv
-
-#endif  // COMMON_ALLOC_H_

@@ -2,8 +2,7 @@
 //
 // One mode is current at a time. Each mode is one bit, so that a caller can ask for several at
 // once.
-#ifndef COMMON_CMODE_H_
-#define COMMON_CMODE_H_
+#pragma once
 
 namespace kv {
 
@@ -29,5 +28,3 @@ unsigned cmode_get();
 unsigned cmode_is(unsigned modes);
 
 }  // namespace kv
-
-#endif  // COMMON_CMODE_H_

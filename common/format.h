@@ -11,8 +11,7 @@
 // an unknown or unfinished conversion is printed as it stands. At most `format_padding_limit`
 // characters of padding are produced in one call, so a hostile width costs bounded time and memory.
 
-#ifndef COMMON_FORMAT_H_
-#define COMMON_FORMAT_H_
+#pragma once
 
 #include <array>
 #include <concepts>
@@ -116,5 +115,3 @@ std::string format_string(std::string_view text, const A&... args) {
 }
 
 }  // namespace kv
-
-#endif  // COMMON_FORMAT_H_

@@ -5,8 +5,7 @@
 // backslash protects a quote, a blank or another backslash and stands for itself before anything
 // else. What would surprise a reader: a tab ends a word even inside quotes, and neither an open
 // quote nor a backslash at the end of a line ends with it; both carry over to the next word.
-#ifndef COMMON_GETARGS_H_
-#define COMMON_GETARGS_H_
+#pragma once
 
 namespace kv {
 
@@ -26,5 +25,3 @@ void add_arg(const char* text);
 char** getargs(const char* progname);
 
 }  // namespace kv
-
-#endif  // COMMON_GETARGS_H_

@@ -7,8 +7,7 @@
 // tables and never released. With the master list switched on, every table created from then on
 // has a statistics record that outlives it and can be reported.
 
-#ifndef COMMON_HASH_H_
-#define COMMON_HASH_H_
+#pragma once
 
 #include <cstdint>
 
@@ -92,5 +91,3 @@ int str_compare(word a, word b);
 int str_compare_nocase(word a, word b);
 
 }  // namespace kv
-
-#endif  // COMMON_HASH_H_

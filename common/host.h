@@ -18,8 +18,7 @@
 // path. open_probe answers the second and later misses in a directory from memory.
 //
 // Functions that fail set errno; none of them reports a message. Paths are never null.
-#ifndef COMMON_HOST_H_
-#define COMMON_HOST_H_
+#pragma once
 
 #include <cstddef>
 #include <string>
@@ -161,5 +160,3 @@ const char* error_text(int error);
 std::string fresh_name();
 
 }  // namespace kv::host
-
-#endif  // COMMON_HOST_H_

@@ -3,8 +3,7 @@
 // The limit is the program's own, the same on every host, and lies well below the descriptor limit
 // of most; duplicates and the standard descriptors' replacements are not files in its sense. So the
 // layer has to remember which descriptors it counted.
-#ifndef COMMON_HOST_LIMIT_H_
-#define COMMON_HOST_LIMIT_H_
+#pragma once
 
 #include <bitset>
 #include <cstddef>
@@ -45,5 +44,3 @@ class open_file_count {
 };
 
 }  // namespace kv::host
-
-#endif  // COMMON_HOST_LIMIT_H_

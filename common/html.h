@@ -7,8 +7,7 @@
 // What may surprise: nothing is escaped, and a page that could not be created is skipped without
 // ending the report.
 
-#ifndef COMMON_HTML_H_
-#define COMMON_HTML_H_
+#pragma once
 
 #include <span>
 #include <string_view>
@@ -69,5 +68,3 @@ void html_printf(std::string_view text, const A&... args) {
 }
 
 }  // namespace kv
-
-#endif  // COMMON_HTML_H_

@@ -7,8 +7,7 @@
 // A trace point reads `if (db_tracing(db_general)) db_tracef(__FILE__, __LINE__, "...", ...)`, a
 // check `if (db_asserts_on() && !(size != 0)) db_assert("size != 0", __FILE__, __LINE__)`.
 
-#ifndef COMMON_KVDEBUG_H_
-#define COMMON_KVDEBUG_H_
+#pragma once
 
 #include <cstdint>
 #include <span>
@@ -113,5 +112,3 @@ void db_warning(std::string_view text, const A&... args) {
 }
 
 }  // namespace kv
-
-#endif  // COMMON_KVDEBUG_H_

@@ -4,8 +4,7 @@
 // lies in <version>\bin, <version>\vex\bin or <version>\vex-as\bin, and <version>\vex must exist.
 // Letter case does not matter in any of these names, whatever the host thinks of it. Failures are
 // silent, apart from the trace: a tool works without an installation.
-#ifndef COMMON_KVINSTDIR_H_
-#define COMMON_KVINSTDIR_H_
+#pragma once
 
 namespace kv {
 
@@ -34,5 +33,3 @@ bool set_kvinstall_paths();
 const char* kvinstdir(unsigned which);
 
 }  // namespace kv
-
-#endif  // COMMON_KVINSTDIR_H_

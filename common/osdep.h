@@ -7,8 +7,7 @@
 //
 // The last separator of a path is its last backslash; only without one its last slash, and only
 // without that its last colon. So in "a\b/c" the tail is "b/c".
-#ifndef COMMON_OSDEP_H_
-#define COMMON_OSDEP_H_
+#pragma once
 
 #include <cstddef>
 #include <optional>
@@ -119,5 +118,3 @@ int str16_atoi(const char16_t* t);
 int str16_cmp8(const char16_t* t, const char* s);
 
 }  // namespace kv
-
-#endif  // COMMON_OSDEP_H_

@@ -3,8 +3,7 @@
 // Paths are built with backslashes but begin with what the host calls a directory, so on a host
 // with slashes the two kinds of separator meet in one path. Comparing the host's spellings makes
 // them equal exactly where they are the same to the host.
-#ifndef COMMON_PATHCMP_H_
-#define COMMON_PATHCMP_H_
+#pragma once
 
 #include <string>
 
@@ -20,5 +19,3 @@ inline bool path_begins_with_dir(const char* path, const char* dir) {
 }
 
 }  // namespace kv
-
-#endif  // COMMON_PATHCMP_H_

@@ -3,8 +3,7 @@
 // Some directories of the tree have one level more for each C standard library; that level appears
 // while a library name is set. Nothing here is a system registry: the tree is found from the
 // program's own place.
-#ifndef COMMON_REGISTRY_H_
-#define COMMON_REGISTRY_H_
+#pragma once
 
 namespace kv {
 
@@ -38,5 +37,3 @@ void reg_set_c_stdlib(const char* name);
 const char* reg_get_c_stdlib();
 
 }  // namespace kv
-
-#endif  // COMMON_REGISTRY_H_

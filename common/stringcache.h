@@ -7,8 +7,7 @@
 // What may surprise: arguments must not point into a result that is still being built, so no
 // call-back runs while one is.
 
-#ifndef COMMON_STRINGCACHE_H_
-#define COMMON_STRINGCACHE_H_
+#pragma once
 
 #include <cstddef>
 #include <cstdint>
@@ -84,5 +83,3 @@ struct line_reader {
 const char* read_long_line(line_reader& in);
 
 }  // namespace kv
-
-#endif  // COMMON_STRINGCACHE_H_

@@ -8,8 +8,7 @@
 //
 // What may surprise: reading beyond the end gives 0, and storing beyond it grows the vector.
 
-#ifndef COMMON_VECTOR_H_
-#define COMMON_VECTOR_H_
+#pragma once
 
 #include <cstdint>
 
@@ -143,5 +142,3 @@ void vec_set_debug(bool on);
 void vec_report();
 
 }  // namespace kv
-
-#endif  // COMMON_VECTOR_H_

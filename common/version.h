@@ -3,8 +3,7 @@
 // The stamp is the only date in the program: the banner's two dates, and the version by which the
 // built-in catalogue competes with message files, all come from it. No clock enters the binary, so
 // the same sources always build the same program.
-#ifndef COMMON_VERSION_H_
-#define COMMON_VERSION_H_
+#pragma once
 
 namespace kv {
 
@@ -22,5 +21,3 @@ inline constexpr const char* release_name = "";
 void show_version();
 
 }  // namespace kv
-
-#endif  // COMMON_VERSION_H_

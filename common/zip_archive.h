@@ -3,8 +3,7 @@
 // All work is done on a new file beside the archive, which takes its name only when everything
 // went well. So a failure at any step, also the death of the process, leaves the archive as it was.
 
-#ifndef COMMON_ZIP_ARCHIVE_H_
-#define COMMON_ZIP_ARCHIVE_H_
+#pragma once
 
 #include <string>
 
@@ -53,5 +52,3 @@ class zip_archive {
 };
 
 }  // namespace kv
-
-#endif  // COMMON_ZIP_ARCHIVE_H_
