@@ -1,3 +1,6 @@
+// Every directive is a row of one table: its keyword, what it does in a skipped group, and the
+// function that carries it out. The keyword is found by a code made of its first and third letter,
+// which is why an unknown word costs next to nothing.
 #include "cpp/control.h"
 
 #include <array>

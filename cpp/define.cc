@@ -1,3 +1,6 @@
+// What may surprise: reading a body can swallow the next line (a string that is not closed takes
+// the newline along), and a macro that is defined again keeps its record, with the place of its
+// first definition.
 #include "cpp/define.h"
 
 #include <array>

@@ -1,3 +1,6 @@
+// A run in order: start() binds files and settings, the main loop copies the input a line at a
+// time, finish() reports and leaves. Whatever happens, the process ends in cpp_exit(), which the
+// message system may call from any depth: it relies on nothing but the state below.
 #include "cpp/driver.h"
 
 #include <cstdlib>

@@ -37,14 +37,16 @@ void begin_chain(symbol* sym) {
 
 // A call whose arguments are being collected, one after the other in the macro area.
 struct macro_call {
-  symbol* macro = nullptr;
-  unit* area_mark = nullptr;  // what macro_area_ptr goes back to
-  int line = 0;               // where its `(` stands
-  int count = 0;              // complete arguments
+  macro_call(symbol* sym, unit* mark, int at) : macro(sym), area_mark(mark), line(at) {}
+
+  symbol* macro;
+  unit* area_mark;  // what macro_area_ptr goes back to
+  int line;         // where its `(` stands
+  int count = 0;    // complete arguments
   int paren_depth = 0;
   bool in_argument = false;
-  bool space_due = false;  // white space passed over in the argument
-  std::array<unit*, max_macro_args> args{};
+  bool space_due = false;                  // white space passed over in the argument
+  std::array<unit*, max_macro_args> args;  // the first `count`, and the one being collected
 };
 
 // The calls being collected, the innermost last.
@@ -69,13 +71,14 @@ bool begins_identifier(int c) {
 
 // The writer of an expansion frame's text. Fatal 153 when it is full.
 struct frame_text {
-  const macro_call& call;
+  const symbol* macro;
+  const macro_call* call;  // null for an object-like macro
   input_frame* frame;
   std::size_t len = 0;
   int references = 0;  // parameter references left in the text
 
   void put(int c) {
-    if (len == frame_capacity - 1) alert_msg(153, alert_str(call.macro->name));
+    if (len == frame_capacity - 1) alert_msg(153, alert_str(macro->name));
     frame->buf[len++] = static_cast<unit>(c);
   }
   void put_text(const unit* text) {
@@ -85,9 +88,9 @@ struct frame_text {
 };
 
 // The text of the argument that the reference `c` stands for, or null when none was given.
-const unit* argument(const macro_call& call, int c) {
+const unit* argument(const macro_call* call, int c) {
   const int n = c - MARK_PARAM_BASE;
-  return n < call.count ? call.args[static_cast<std::size_t>(n)] : nullptr;
+  return call != nullptr && n < call->count ? call->args[static_cast<std::size_t>(n)] : nullptr;
 }
 
 // `#`: the argument as a string. Returns the body behind it.
@@ -175,13 +178,16 @@ void keep_arguments(const macro_call& call, input_frame* frame) {
   }
 }
 
-void push_replacement(const macro_call& call) {
-  symbol* sym = call.macro;
-  frame_text text{call, push_expansion(sym)};
+// Pushes the replacement of `sym` as the frame to read next; `call` holds the arguments, if it
+// takes any.
+void push_replacement(symbol* sym, const macro_call* call) {
+  frame_text text{sym, call, push_expansion(sym)};
   if (sym->body != nullptr) convert_body(text, sym);
   trim_expansion(text.len);
   ++sym->disable;
-  if (text.references > 0 && call.count > 0 && sym->nargs > 0) keep_arguments(call, text.frame);
+  if (text.references > 0 && call != nullptr && call->count > 0 && sym->nargs > 0) {
+    keep_arguments(*call, text.frame);
+  }
 }
 
 // ---- Arguments.
@@ -378,9 +384,6 @@ expansion expand(symbol* sym) {
     give_up_expansion(sym);
     return expansion::none;
   }
-  macro_call call;
-  call.macro = sym;
-  call.area_mark = macro_area_ptr;
   switch (sym->nargs) {
     case NARGS_LINE:
       push_line_number();
@@ -389,15 +392,14 @@ expansion expand(symbol* sym) {
       push_file_name();
       return expansion::done;
     case NARGS_OBJECT:
-      push_replacement(call);
+      push_replacement(sym, nullptr);
       return expansion::done;
     default:
       break;
   }
   if (sym->nargs < 0) alert_msg(150, alert_str(sym->name));
   if (!find_open_paren()) return expansion::none;
-  call.line = cur_line;
-  open_calls.push_back(call);
+  open_calls.emplace_back(sym, macro_area_ptr, cur_line);
   return expansion::call_opened;
 }
 
@@ -428,11 +430,11 @@ step start(int c) {
 }
 
 step complete_innermost_call() {
-  const macro_call call = open_calls.back();
-  open_calls.pop_back();
+  const macro_call& call = open_calls.back();
   check_argument_count(call);
-  push_replacement(call);
+  push_replacement(call.macro, &call);
   macro_area_ptr = call.area_mark;
+  open_calls.pop_back();
   const int c = get();
   return begins_identifier(c) ? consider(c) : resolved(c);
 }

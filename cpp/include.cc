@@ -1,3 +1,7 @@
+// Opening files is what costs: a name is probed for in one directory after another. So the run
+// remembers what it has learned: the names in a directory where a probe has failed, the file found
+// for a name, and the content of small files. None of it may show: a file known from memory is
+// pushed, announced and warned of exactly as one that has just been opened.
 #include "cpp/include.h"
 
 #include <cerrno>

@@ -1,3 +1,5 @@
+// An option is a row of one of two tables, by letter or by keyword, and acts at once, in
+// command-line order: the start-up macros exist already, so -D and -U act on them too.
 #include "cpp/options.h"
 
 #include <cctype>

@@ -1,3 +1,6 @@
+// Each scanner reads until a unit no longer belongs to its token and steps back over that one. The
+// lanes in here take what lies ahead in the buffer of the frame on top and leave the end of the
+// token to get().
 #include "cpp/scan.h"
 
 #include <cstdlib>

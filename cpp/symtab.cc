@@ -1,3 +1,5 @@
+// A record is in two structures at once: its chain, whose order is output, and the index, which is
+// searched.
 #include "cpp/symtab.h"
 
 #include <algorithm>
