@@ -83,7 +83,10 @@ bool is_white(int c) {
 }
 
 void remove_trailing_white() {
-  while (work_len > 0 && is_white(work_buf[work_len - 1])) --work_len;
+  while (work_len > 0 &&
+         (is_white(work_buf[work_len - 1]) || work_buf[work_len - 1] == MARK_DIGITS_END)) {
+    --work_len;
+  }
 }
 
 void save_identifier(const definition& def, int c) {
@@ -145,7 +148,7 @@ int read_paste_operand() {
   int c = skip_ws();
   if (char_class(c) == CT_DIGIT) {
     for (; char_class(c) == CT_DIGIT; c = get()) work_save(c);
-    work_save(MARK_PASTE);
+    work_save(MARK_DIGITS_END);
   } else if (is_printable(c) && char_class(c) != CT_LETTER) {
     alert_msg(137, static_cast<char>(c));
   } else if (char_class(c) != CT_LETTER) {
@@ -261,7 +264,7 @@ void dump_params(int nargs) {
 // How one unit of a body reads in a #define line.
 std::string dumped_unit(int c) {
   if (is_param_ref(c)) return format_string("val%d", c - MARK_PARAM_BASE);
-  if (c == MARK_PASTE) return " ##";
+  if (c == MARK_PASTE || c == MARK_DIGITS_END) return " ##";
   if (is_printable(c) || c == '\t' || c == '\n') return {static_cast<char>(c)};
   if (c < 32) return format_string("^%c", static_cast<char>(c + 64));
   return {};
@@ -274,7 +277,7 @@ void dump_body(const unit* body) {
     if (text.empty()) continue;
     if (after_paste && text[0] != ' ') out_byte(' ');
     out_text(text);
-    after_paste = *body == MARK_PASTE;
+    after_paste = text == " ##";
   }
 }
 

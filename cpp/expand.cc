@@ -111,21 +111,13 @@ const unit* stringize(frame_text& text, const unit* body) {
   return body + 1;
 }
 
-// Whether the MARK_PASTE at `at` is the one that the definition put behind a pasted run of digits.
-bool follows_pasted_digits(const unit* body, const unit* at) {
-  const unit* p = at;
-  while (p != body && char_class(p[-1]) == CT_DIGIT) --p;
-  return p != at && p != body && p[-1] == MARK_PASTE;
-}
-
 // Whether what follows can be joined to a run of digits.
 bool can_join_digits(int c) {
   return continues_id(c) || is_param_ref(c);
 }
 
 // `##`: its operands enter as they were written. Returns the body behind it.
-const unit* paste(frame_text& text, const unit* whole_body, const unit* body) {
-  if (follows_pasted_digits(whole_body, body - 1) && !can_join_digits(*body)) return body;
+const unit* paste(frame_text& text, const unit* body) {
   if (is_param_ref(text.last())) {
     const unit* left = argument(text.call, text.last());
     --text.len;
@@ -152,10 +144,11 @@ void convert_body(frame_text& text, const symbol* sym) {
   }
   for (const unit* body = whole_body; *body != 0;) {
     const int c = *body++;
+    if (c == MARK_DIGITS_END && !can_join_digits(*body)) continue;
     if (c == MARK_STRINGIZE) {
       body = stringize(text, body);
-    } else if (c == MARK_PASTE) {
-      body = paste(text, whole_body, body);
+    } else if (c == MARK_PASTE || c == MARK_DIGITS_END) {
+      body = paste(text, body);
     } else {
       if (is_param_ref(c)) ++text.references;
       text.put(c);

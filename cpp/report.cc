@@ -20,6 +20,7 @@ void arguments_cell(int nargs) {
 
 // One unit of a body, in the report's own notation. Nothing is escaped.
 void body_unit(int c) {
+  if (c == MARK_DIGITS_END) c = MARK_PASTE;
   if (is_param_ref(c)) {
     html_printf("<%d>", c - MARK_PARAM_BASE);
   } else if (c == MARK_STRINGIZE) {

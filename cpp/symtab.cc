@@ -242,7 +242,8 @@ void sym_set_body(symbol* sym, const unit* text) {
   sym->body_len = static_cast<std::uint32_t>(str16_len(text));
   sym->has_operators = sym->has_references = false;
   for (; *text != 0; ++text) {
-    sym->has_operators |= *text == MARK_STRINGIZE || *text == MARK_PASTE;
+    sym->has_operators |=
+        *text == MARK_STRINGIZE || *text == MARK_PASTE || *text == MARK_DIGITS_END;
     sym->has_references |= is_param_ref(*text);
   }
 }

@@ -9,6 +9,9 @@ namespace kv::cpp {
 
 using unit = char16_t;
 
+/// In a body, behind a run of digits pasted by `##`: the definition's own MARK_PASTE. It differs
+/// from one that the user wrote in that nothing need follow it.
+inline constexpr int MARK_DIGITS_END = 0x7F1B;
 /// In a body, where the `#` operator stood; the parameter reference it applies to follows.
 inline constexpr int MARK_STRINGIZE = 0x7F1C;
 /// Directly before an identifier that must not be expanded; scans as a letter, so no name matches.
