@@ -54,6 +54,13 @@ int open_read_uncounted(const char* path);
 /// number of bytes that reading will give where the host knows it, else 0.
 int open_probe(const char* path, std::size_t* size = nullptr);
 
+/// Takes a place among the open files for one that is read from memory. Returns false, with EMFILE,
+/// when there is none left.
+bool take_file_place();
+
+/// Gives a place from take_file_place back.
+void give_file_place();
+
 /// What is known of the names in one directory.
 class directory_names;
 

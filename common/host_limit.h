@@ -27,6 +27,10 @@ class open_file_count {
     return true;
   }
 
+  /// Takes, and gives back, a place that no descriptor stands for.
+  void take_place() { ++count_; }
+  void give_place() { --count_; }
+
   /// Tells that a descriptor, counted or not, is closed.
   void remove(int fd) {
     if (fd < 0 || static_cast<std::size_t>(fd) >= counted_.size()) return;
@@ -38,7 +42,8 @@ class open_file_count {
  private:
   static constexpr int last_standard = 2;
 
-  // count_ is 3 for the standard files plus the bits of counted_, which are never 0 to 2.
+  // count_ is 3 for the standard files, the places taken and the bits of counted_, which are never
+  // 0 to 2.
   unsigned count_ = 3;
   std::bitset<4096> counted_;
 };

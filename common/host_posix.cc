@@ -91,6 +91,7 @@ class directory_names {
     DIR* dir = ::opendir(directory.c_str());
     if (dir == nullptr) {
       state_ = errno == ENOENT || errno == ENOTDIR ? state::no_directory : state::unreadable;
+      error_ = errno;
       return;
     }
     while (const dirent* entry = ::readdir(dir)) names_.emplace(entry->d_name);
@@ -102,6 +103,9 @@ class directory_names {
     if (state_ == state::no_directory) return true;
     return state_ == state::listed && case_is_known(name) && !names_.contains(name);
   }
+
+  /// The error of opening a name that the directory lacks.
+  int error() const { return error_; }
 
   /// The stored spelling of a name, the exact one by preference, else the first in byte order; null
   /// without one.
@@ -126,6 +130,7 @@ class directory_names {
 
   // names_ is empty unless the state is `listed`; it includes "." and "..".
   state state_ = state::listed;
+  int error_ = ENOENT;
   std::unordered_multiset<std::string, nocase_hash, nocase_equal> names_;
 };
 
@@ -150,10 +155,10 @@ const directory_names& listing_of(const std::string& directory) {
 // True when memory alone tells that the file is missing: its directory is known to lack it, or the
 // directory above is known to lack the directory.
 bool known_missing(const split_path& path) {
-  if (const directory_names* here = known_listing(path.directory)) return here->lacks(path.name);
   const split_path up = split(path.directory);
-  const directory_names* above = known_listing(up.directory);
-  return above != nullptr && !up.name.empty() && above->lacks(up.name);
+  const directory_names* here = known_listing(path.directory);
+  if (here != nullptr) return lacks_name(here, path.name);
+  return !up.name.empty() && lacks_name(known_listing(up.directory), up.name);
 }
 
 // A new name may have appeared in some directory.
@@ -240,10 +245,7 @@ int open_probe(const char* path, std::size_t* size) {
   if (size != nullptr) *size = 0;
   const std::string host_path = native_path(path);
   const split_path parts = split(host_path);
-  if (!parts.name.empty() && known_missing(parts)) {
-    errno = ENOENT;
-    return -1;
-  }
+  if (!parts.name.empty() && known_missing(parts)) return -1;
   const int fd = open_counted(host_path, O_RDONLY, size);
   if (fd < 0 && (errno == ENOENT || errno == ENOTDIR)) {
     const int reason = errno;
@@ -253,13 +255,28 @@ int open_probe(const char* path, std::size_t* size) {
   return fd;
 }
 
+bool take_file_place() {
+  if (open_files.full()) {
+    errno = EMFILE;
+    return false;
+  }
+  open_files.take_place();
+  return true;
+}
+
+void give_file_place() {
+  open_files.give_place();
+}
+
 const directory_names* names_in_directory(const char* path) {
   const split_path parts = split(native_path(path) + "/");
   return &listing_of(parts.directory);
 }
 
 bool lacks_name(const directory_names* names, std::string_view name) {
-  return names != nullptr && names->lacks(name);
+  if (names == nullptr || !names->lacks(name)) return false;
+  errno = open_files.full() ? EMFILE : names->error();
+  return true;
 }
 
 int open_write(const char* path, bool append, content /*kind*/) {

@@ -146,6 +146,19 @@ int open_probe(const char* path, std::size_t* size) {
   return open_counted(path, read_flags(content::text));
 }
 
+bool take_file_place() {
+  if (open_files.full()) {
+    errno = EMFILE;
+    return false;
+  }
+  open_files.take_place();
+  return true;
+}
+
+void give_file_place() {
+  open_files.give_place();
+}
+
 // The system keeps its own memory of names and ignores their case.
 const directory_names* names_in_directory(const char*) {
   return nullptr;

@@ -57,6 +57,11 @@ std::string current_directory_prefix() {
   return end == name.npos ? std::string() : name.substr(0, end + 1);
 }
 
+std::string lower_case(std::string path) {
+  for (char& c : path) c = static_cast<char>(c >= 'A' && c <= 'Z' ? c - 'A' + 'a' : c);
+  return path;
+}
+
 // Opens `path` under the spelling that the host accepts: as written, in lower case, or with the
 // letters as they are stored. `lowered` tells that only the lower-case spelling did.
 int open_any_case(const char* path, bool& as_written, bool& lowered, std::size_t& size) {
@@ -65,8 +70,7 @@ int open_any_case(const char* path, bool& as_written, bool& lowered, std::size_t
   lowered = false;
   if (fd >= 0) return fd;
 
-  std::string other = path;
-  for (char& c : other) c = static_cast<char>(c >= 'A' && c <= 'Z' ? c - 'A' + 'a' : c);
+  std::string other = lower_case(path);
   if (other != path) {
     fd = host::open_probe(other.c_str(), &size);
     lowered = fd >= 0;
@@ -128,23 +132,13 @@ source_file* open_file(const char* path, header& h) {
   return source_open(fd, &h.content, size);
 }
 
-// At most so many files are open at once, copies counted, lest a header that includes itself goes
-// on until memory is used up. The standard streams are three of them, and the primary input is one
-// of those.
-bool too_many_open() {
-  return source_count() > host::max_open_files - 3;
-}
-
 // Opens and pushes `path`, of which `h` is what is known, if anything. Returns what is known now,
 // or null.
 header* open_header(const char* path, header* h) {
-  if (too_many_open()) {
-    errno = EMFILE;
-    return nullptr;
-  }
   source_file* file;
   if (h != nullptr && h->content.bytes != nullptr) {
     file = source_open_copy(h->content);
+    if (file == nullptr) return nullptr;
   } else {
     header fresh;
     file = open_file(path, fresh);
@@ -188,10 +182,15 @@ bool surely_absent(std::size_t i, std::string_view component) {
          host::lacks_name(searched[i].names, component);
 }
 
+// A listing speaks for every spelling that may be opened only if the directory exists as it is
+// spelled and has no lower-case twin.
 void note_miss(std::size_t i) {
   if (searched[i].missed) return;
   const int error = errno;
-  searched[i] = {true, host::names_in_directory(include_dirs[i])};
+  const char* dir = include_dirs[i];
+  const std::string lower = lower_case(dir);
+  const bool sure = host::is_directory(dir) && (lower == dir || !host::exists(lower.c_str()));
+  searched[i] = {true, sure ? host::names_in_directory(dir) : nullptr};
   errno = error;
 }
 
@@ -260,10 +259,7 @@ bool find_include(const char* name, bool quoted) {
     const char* dir = include_dirs[i];
     const std::size_t dir_len = std::strlen(dir);
     if (dir_len + name_len >= candidate_limit) alert_msg(146);
-    if (surely_absent(i, component)) {
-      errno = ENOENT;
-      continue;
-    }
+    if (surely_absent(i, component)) continue;
     candidate.clear();
     if (!rooted) {
       candidate = dir;

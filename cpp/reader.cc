@@ -50,6 +50,17 @@ bool semicolon_comments = false;
 std::size_t forced_pos = 0;
 int outer_lines = 0;
 
+// Reading ahead behind a `/` or a backslash can remove the frame that held it. unget() could then
+// not step back onto it: it would give back a unit of another frame, and a reference to the
+// argument that has just ended would be read for ever. Such a unit is kept here, with the place
+// where reading stands behind it.
+struct {
+  int unit;           // 0: none
+  unsigned serial;    // the frame on top when it was delivered,
+  const void* place;  // and the read position there
+  bool ungot;         // the next get() delivers it again
+} detached;
+
 // Results of the translation steps that are no units.
 constexpr int joining_backslash = -1;  // a backslash outside raw mode, not yet looked behind
 constexpr int read_on = -2;            // nothing to deliver: take the next unit
@@ -196,6 +207,7 @@ bool load_line(input_frame* f) {
   f->rdptr = f->line_start = line.start;
   f->line_end = f->lane_end = line.end;
   f->settled_backslashes = nullptr;
+  detached.unit = 0;
   line_shown = false;
   return true;
 }
@@ -279,6 +291,33 @@ void overwrite_last_unit_with_space() {
 // The number of the frame on top, 0 without one.
 unsigned top_serial() {
   return cur_frame != nullptr ? cur_frame->serial : 0;
+}
+
+const void* read_place(const input_frame* f) {
+  if (f->fp != nullptr) return f->rdptr;
+  return f->txptr;
+}
+
+// With the look-ahead behind `c` given back: `c` is the unit to deliver, read from frame number
+// `serial`.
+int deliver_read_ahead_of(int c, unsigned serial) {
+  if (cur_frame != nullptr && cur_frame->serial != serial) {
+    detached = {c, cur_frame->serial, read_place(cur_frame), false};
+  }
+  return c;
+}
+
+// Takes back the detached unit if it is the last one delivered. Closes the lanes of the frame on
+// top, so that the next get() looks here first.
+bool unget_detached(input_frame* f) {
+  if (detached.unit == 0 || detached.ungot || detached.serial != f->serial ||
+      detached.place != read_place(f)) {
+    return false;
+  }
+  detached.ungot = true;
+  f->lane_open = false;
+  f->lane_end = f->line_start;
+  return true;
 }
 
 // Comment text is read raw, unit by unit; `frame` is the number of the frame that the last unit
@@ -368,6 +407,7 @@ int line_comment(comment_text text, int c) {
 
 // With `/` or `;` just read outside raw mode: returns the unit to deliver, or read_on.
 int comment(int opener) {
+  const unsigned serial = top_serial();
   raw_read = true;
   no_arg_subst = true;
   const int c = get();
@@ -375,7 +415,7 @@ int comment(int opener) {
   if (opener == '/' && c != '/' && c != '*') {
     raw_read = false;
     unget();
-    return '/';
+    return deliver_read_ahead_of('/', serial);
   }
   if (keep_comments_now) {
     put_char_out(opener);
@@ -544,14 +584,22 @@ void set_semicolon_comments(bool on) {
 }
 
 int get_slow() {
+  if (detached.ungot) {
+    detached.ungot = false;
+    return detached.unit;
+  }
+  detached.unit = 0;
   const int c = get_unjoined();
   if (c != joining_backslash) return c;
-  return backslash_stands_alone() ? '\\' : join_lines();
+  if (backslash_stands_alone()) return '\\';
+  const unsigned serial = top_serial();
+  const int joined = join_lines();
+  return joined == '\\' ? deliver_read_ahead_of(joined, serial) : joined;
 }
 
 void unget() {
   input_frame* f = cur_frame;
-  if (f == nullptr) return;
+  if (f == nullptr || unget_detached(f)) return;
   if (f->fp == nullptr) {
     if (f->txptr == f->buf) alert_msg(159);
     --f->txptr;

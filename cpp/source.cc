@@ -22,8 +22,6 @@ constexpr std::size_t block_size = 65536;
 constexpr std::size_t copies_limit = 64 * 1024 * 1024;
 std::size_t copies_size = 0;
 
-unsigned sources_in_use = 0;
-
 static_assert(block_size > 2 * line_capacity, "a block must hold a whole line beside a cut one");
 }  // namespace
 
@@ -101,7 +99,6 @@ source_file* new_source() {
   f->at_end = false;
   f->displaced_set = false;
   f->next = f->limit = f->block;
-  ++sources_in_use;
   return f;
 }
 
@@ -119,13 +116,10 @@ source_file* source_open(int fd, source_copy* keep, std::size_t size) {
 }
 
 source_file* source_open_copy(const source_copy& copy) {
+  if (!host::take_file_place()) return nullptr;
   source_file* f = new_source();
   f->copy = copy;
   return f;
-}
-
-unsigned source_count() {
-  return sources_in_use;
 }
 
 bool source_next_line(source_file* f, source_line& line) {
@@ -160,8 +154,11 @@ bool source_next_line(source_file* f, source_line& line) {
 }
 
 void source_close(source_file* f) {
-  if (f->fd >= 0) host::close_file(f->fd);
-  --sources_in_use;
+  if (f->fd >= 0) {
+    host::close_file(f->fd);
+  } else {
+    host::give_file_place();
+  }
   f->free_link = free_sources;
   free_sources = f;
 }

@@ -27,11 +27,9 @@ struct source_copy {
 /// again.
 source_file* source_open(int fd, source_copy* keep, std::size_t size);
 
-/// Gives a source_file that reads a copy kept earlier.
+/// Gives a source_file that reads a copy kept earlier; it counts as an open file. Null, with errno
+/// set, when too many are open.
 source_file* source_open_copy(const source_copy& copy);
-
-/// The number of source_files in use.
-unsigned source_count();
 
 /// Moves to the next line of at most line_capacity bytes; a longer physical line is cut and a
 /// newline supplied at the cut, a last line without a newline gets one. Returns false at the end of
