@@ -59,6 +59,15 @@ need_test_tools() {
   need /usr/include/gtest/gtest.h libgtest-dev
 }
 
+# Clang and its sanitizers' run-time library, which is a package of its own.
+need_clang() {
+  need clang++ clang
+  for runtime in /usr/lib/llvm-*/lib/clang/*/lib/linux/libclang_rt.asan-*.a; do
+    need "$runtime" libclang-rt-14-dev
+    break
+  done
+}
+
 need_windows_tools() {
   need x86_64-w64-mingw32-g++-posix g++-mingw-w64-x86-64-posix
   need x86_64-w64-mingw32-gcc-posix gcc-mingw-w64-x86-64-posix
