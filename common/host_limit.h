@@ -6,6 +6,7 @@
 #pragma once
 
 #include <bitset>
+#include <cerrno>
 #include <cstddef>
 
 #include "common/host.h"
@@ -27,8 +28,17 @@ class open_file_count {
     return true;
   }
 
-  /// Takes, and gives back, a place that no descriptor stands for.
-  void take_place() { ++count_; }
+  /// Takes a place that no descriptor stands for. Returns false, with EMFILE, when there is none.
+  bool take_place() {
+    if (full()) {
+      errno = EMFILE;
+      return false;
+    }
+    ++count_;
+    return true;
+  }
+
+  /// Gives such a place back.
   void give_place() { --count_; }
 
   /// Tells that a descriptor, counted or not, is closed.

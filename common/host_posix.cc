@@ -256,12 +256,7 @@ int open_probe(const char* path, std::size_t* size) {
 }
 
 bool take_file_place() {
-  if (open_files.full()) {
-    errno = EMFILE;
-    return false;
-  }
-  open_files.take_place();
-  return true;
+  return open_files.take_place();
 }
 
 void give_file_place() {

@@ -6,7 +6,6 @@
 
 #include <array>
 #include <cstring>
-#include <string_view>
 #include <vector>
 
 #include "common/alert.h"

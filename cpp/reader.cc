@@ -129,7 +129,6 @@ input_frame* push_frame(int size, const unit* name) {
   auto* f = new (room) input_frame{};
   f->buf = reinterpret_cast<unit*>(room + record);
   f->txptr = f->buf;
-  f->bufsize = size;
   f->name = name;
   f->serial = ++frames_pushed;
   f->parent = cur_frame;
@@ -624,7 +623,6 @@ input_frame* push_file(source_file* file, const char* name) {
   str8to16(f->buf, name);
   f->name = f->buf;
   f->path = name;
-  f->bufsize = frame_capacity;
   f->fp = file;
   cur_line = 1;
   need_linemark = true;

@@ -49,7 +49,6 @@ struct input_frame {
   const unit* line_name;      ///< a file name given by #line, or null
   int pop_tally;   ///< frames removed above this one that expand_depth has not yet been told of
   bool at_end;     ///< text frames: MARK_EXP_END has been delivered
-  int bufsize;     ///< capacity of the buffer in units
   symbol* arg_of;  ///< argument frames: the macro whose argument this is
   unit* buf;       ///< text frames: the text to deliver
   unsigned char* settled_backslashes;  ///< file frames: backslashes before this join no lines
