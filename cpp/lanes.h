@@ -20,6 +20,10 @@ inline constexpr bool lanes = false;
 inline constexpr bool lanes = true;
 #endif
 
+/// The bytes that must be readable behind the `end` given to the searches below: they look at whole
+/// blocks, since a line's last bytes are many where lines are short.
+inline constexpr std::size_t search_slack = 15;
+
 /// The first byte in [p, end) that is one of the four given, or `end`.
 inline unsigned char* find_any(unsigned char* p, unsigned char* end, unsigned char a,
                                unsigned char b, unsigned char c, unsigned char d) {
@@ -28,16 +32,37 @@ inline unsigned char* find_any(unsigned char* p, unsigned char* end, unsigned ch
   const __m128i vb = _mm_set1_epi8(static_cast<char>(b));
   const __m128i vc = _mm_set1_epi8(static_cast<char>(c));
   const __m128i vd = _mm_set1_epi8(static_cast<char>(d));
-  for (; end - p >= 16; p += 16) {
+  for (; p < end; p += 16) {
     const __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p));
     const __m128i hit = _mm_or_si128(_mm_or_si128(_mm_cmpeq_epi8(v, va), _mm_cmpeq_epi8(v, vb)),
                                      _mm_or_si128(_mm_cmpeq_epi8(v, vc), _mm_cmpeq_epi8(v, vd)));
     const int mask = _mm_movemask_epi8(hit);
-    if (mask != 0) return p + std::countr_zero(static_cast<unsigned>(mask));
+    if (mask == 0) continue;
+    p += std::countr_zero(static_cast<unsigned>(mask));
+    return p < end ? p : end;
   }
-#endif
+  return end;
+#else
   while (p != end && *p != a && *p != b && *p != c && *p != d) ++p;
   return p;
+#endif
+}
+
+/// The first newline in [p, end), or null.
+inline unsigned char* find_newline(unsigned char* p, unsigned char* end) {
+#if defined(CPP_SSE2)
+  const __m128i newlines = _mm_set1_epi8('\n');
+  for (; p < end; p += 16) {
+    const __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p));
+    const int mask = _mm_movemask_epi8(_mm_cmpeq_epi8(v, newlines));
+    if (mask == 0) continue;
+    p += std::countr_zero(static_cast<unsigned>(mask));
+    return p < end ? p : nullptr;
+  }
+  return nullptr;
+#else
+  return static_cast<unsigned char*>(std::memchr(p, '\n', static_cast<std::size_t>(end - p)));
+#endif
 }
 
 }  // namespace kv::cpp

@@ -563,6 +563,22 @@ int join_lines() {
   return 0;
 }
 
+// Lane: with a file on top whose reads need no accounting, takes the newline of the current line,
+// or the first unit of the next line where that is a plain one. Otherwise read_on.
+int take_line_end() {
+  input_frame* f = cur_frame;
+  if (!lanes || f == nullptr) return read_on;
+  if (f->rdptr < f->lane_end) {
+    if (*f->rdptr != '\n') return read_on;
+    ++f->rdptr;
+    count_line();
+    detached.unit = 0;
+    return '\n';
+  }
+  if (at_lane_end(f) && load_line(f) && plain.in_file[*f->rdptr]) return *f->rdptr++;
+  return read_on;
+}
+
 constexpr plain_tables initial_plain_tables() {
   plain_tables t{};
   for (int c = 0; c < 256; ++c) {
@@ -583,6 +599,7 @@ void set_semicolon_comments(bool on) {
 }
 
 int get_slow() {
+  if (const int c = take_line_end(); c != read_on) return c;
   if (detached.ungot) {
     detached.ungot = false;
     return detached.unit;

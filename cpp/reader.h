@@ -117,6 +117,12 @@ inline bool next_is_plain() {
 /// frame's text (for a file: of the current line).
 void unget();
 
+/// Whether the line of the file `f` is used up, and its next one can be loaded and read without any
+/// accounting.
+inline bool at_lane_end(const input_frame* f) {
+  return f->rdptr != nullptr && f->rdptr == f->lane_end && f->lane_end == f->line_end;
+}
+
 /// Lane: with the line of the file on top used up, moves on to its next line. Returns false, and
 /// changes nothing, when the next unit comes from elsewhere.
 bool load_next_line();

@@ -10,6 +10,7 @@
 
 #include "common/alloc.h"
 #include "common/host.h"
+#include "cpp/lanes.h"
 #include "cpp/reader.h"
 #include "cpp/symtab.h"
 
@@ -21,6 +22,9 @@ constexpr std::size_t block_size = 65536;
 // What all copies of a run may take together.
 constexpr std::size_t copies_limit = 64 * 1024 * 1024;
 std::size_t copies_size = 0;
+
+// What searches may read behind a line's end.
+constexpr std::size_t slack = search_slack > name_slack ? search_slack : name_slack;
 
 static_assert(block_size > 2 * line_capacity, "a block must hold a whole line beside a cut one");
 }  // namespace
@@ -34,7 +38,7 @@ struct source_file {
   unsigned char* next;   // the first byte not yet handed out
   unsigned char* limit;  // the end of the bytes read
   source_file* free_link;
-  unsigned char block[block_size + 1 + name_slack];  // room for a supplied newline
+  unsigned char block[block_size + 1 + slack];  // room for a supplied newline
 };
 
 namespace {
@@ -102,8 +106,10 @@ source_file* new_source() {
   return f;
 }
 
-unsigned char* find_newline(unsigned char* from, std::size_t n) {
-  return static_cast<unsigned char*>(std::memchr(from, '\n', n));
+// The newline that ends the line at `next`, or null where none lies within the limit of a line.
+unsigned char* line_newline(const source_file* f) {
+  const bool whole = f->limit - f->next > line_capacity;
+  return find_newline(f->next, whole ? f->next + line_capacity : f->limit);
 }
 
 }  // namespace
@@ -127,14 +133,12 @@ bool source_next_line(source_file* f, source_line& line) {
     *f->next = f->displaced;
     f->displaced_set = false;
   }
-  std::size_t left = static_cast<std::size_t>(f->limit - f->next);
-  unsigned char* newline =
-      find_newline(f->next, left < line_capacity ? left : std::size_t{line_capacity});
-  if (newline == nullptr && left < line_capacity && !f->at_end) {
+  unsigned char* newline = line_newline(f);
+  if (newline == nullptr && f->limit - f->next < line_capacity && !f->at_end) {
     fill(f);
-    left = static_cast<std::size_t>(f->limit - f->next);
-    newline = find_newline(f->next, left < line_capacity ? left : std::size_t{line_capacity});
+    newline = line_newline(f);
   }
+  const auto left = static_cast<std::size_t>(f->limit - f->next);
   line.start = f->next;
   if (newline != nullptr) {
     line.end = newline + 1;
