@@ -10,10 +10,9 @@
 // effect.
 #include "cpp/textlane.h"
 
-#include <array>
 #include <cstddef>
-#include <cstdint>
 
+#include "cpp/calm.h"
 #include "cpp/control.h"
 #include "cpp/lanes.h"
 #include "cpp/options.h"
@@ -27,87 +26,6 @@ namespace kv::cpp {
 
 namespace {
 
-// What the first byte of a token says about it. `stop` is everything that the lane leaves alone.
-enum kind : std::uint8_t { stop, blank, newline, letter, digit, quote, point, operand, single };
-
-constexpr std::array<kind, 256> make_kinds() {
-  std::array<kind, 256> t{};
-  for (std::size_t c = 0; c < 256; ++c) t[c] = single;
-  for (const char c : {'\0', '\v', '\f', '\r', '\\'}) t[static_cast<std::size_t>(c)] = stop;
-  for (std::size_t c = 'a'; c <= 'z'; ++c) t[c] = t[c - 'a' + 'A'] = letter;
-  for (std::size_t c = '0'; c <= '9'; ++c) t[c] = digit;
-  for (const char c : {'_', '$', '\x1D'}) t[static_cast<std::size_t>(c)] = letter;
-  for (const char c : {' ', '\t', '\x1F'}) t[static_cast<std::size_t>(c)] = blank;
-  for (const char c : {'+', '-', '*', '/', '%', '&', '|', '^', '<', '>', '!', '~'}) {
-    t[static_cast<std::size_t>(c)] = operand;
-  }
-  t['"'] = t['\''] = quote;
-  t['.'] = point;
-  t['\n'] = newline;
-  return t;
-}
-constexpr std::array<kind, 256> kinds = make_kinds();
-
-constexpr std::array<bool, 256> make_word_units() {
-  std::array<bool, 256> t{};
-  for (std::size_t c = 0; c < 256; ++c) t[c] = kinds[c] == letter || kinds[c] == digit;
-  return t;
-}
-constexpr std::array<bool, 256> word_units = make_word_units();
-
-bool is_letter(int c, char lower) {
-  return c == lower || c == lower - 'a' + 'A';
-}
-bool is_hex_digit(int c) {
-  return (c >= '0' && c <= '9') || (c >= 'a' && c <= 'f') || (c >= 'A' && c <= 'F');
-}
-
-// The units that have no effect whatever follows them.
-constexpr std::array<bool, 256> make_calm_units() {
-  std::array<bool, 256> t{};
-  for (std::size_t c = 0; c < 256; ++c) t[c] = kinds[c] != stop && c != '/' && c != '?';
-  return t;
-}
-constexpr std::array<bool, 256> calm_units = make_calm_units();
-
-// What the two kinds of text have in common is written once, for bytes of a line and for units of a
-// text frame; these are the differences. Only file text has trigraphs, and its lines may end with
-// CR LF.
-
-inline kind kind_at(const unsigned char* p) {
-  return kinds[*p];
-}
-inline kind kind_at(const unit* p) {
-  return *p < 256 ? kinds[*p] : stop;
-}
-
-inline bool is_word_unit(const unsigned char* p) {
-  return word_units[*p];
-}
-inline bool is_word_unit(const unit* p) {
-  return *p < 256 && word_units[*p];
-}
-
-// Whether the unit at `p` has no effect when it is read ahead.
-inline bool is_calm(const unsigned char* p) {
-  if (calm_units[*p]) [[likely]] {
-    return true;
-  }
-  switch (*p) {
-    case '/':
-      return p[1] != '*' && p[1] != '\n' && calm_units[p[1]];
-    case '?':
-      return p[1] != '?';
-    case '\r':
-      return p[1] == '\n';
-    default:
-      return false;
-  }
-}
-inline bool is_calm(const unit* p) {
-  return *p < 256 && (calm_units[*p] || *p == '?');
-}
-
 // Each of these returns the end of the token at `p`, or null where the plain path must take it.
 
 template <class Unit>
@@ -117,24 +35,6 @@ inline const Unit* end_of_word(const Unit* p) {
   const auto len = static_cast<std::size_t>(end - p);
   if (len > settings.ident_max || !is_calm(end) || sym_find(p, len) != nullptr) return nullptr;
   return end;
-}
-
-template <class Unit>
-inline const Unit* end_of_number(const Unit* p) {
-  if (*p == '0' && is_letter(p[1], 'x')) {
-    p += 2;
-    while (is_hex_digit(*p)) ++p;
-  } else {
-    while (kind_at(p) == digit) ++p;
-  }
-  if (is_letter(*p, 'u')) {
-    ++p;
-    if (is_letter(*p, 'l')) ++p;
-  } else if (is_letter(*p, 'l')) {
-    ++p;
-    if (is_letter(*p, 'u')) ++p;
-  }
-  return is_word_unit(p) || *p == '.' || !is_calm(p) ? nullptr : p;
 }
 
 template <class Unit>
@@ -168,31 +68,11 @@ inline const Unit* end_of_token(const Unit* p) {
 }
 
 // A comment between tokens, `p` at its `/`. Returns what stands behind it, or null where the plain
-// path must take it: a comment that does not end on the line, that is copied, or that raises a
-// message. What the reader would leave in the line is left there too: a space in place of the
-// closing `/`.
+// path must take it.
 unsigned char* skip_comment(unsigned char* p, unsigned char* newline_at) {
-  if (keep_comments_now) return nullptr;
-  const bool block = p[1] == '*';
-  if (!block && p[1] != '/') return nullptr;
-  const unsigned char a = block ? '*' : '\\';
-  const unsigned char b = block ? '/' : '\n';
-  for (p += 2;; ++p) {
-    p = find_any(p, newline_at, a, b, '?', 0);
-    if (p == newline_at) return block ? nullptr : p;
-    if (*p == 0 || *p == '\\' || (*p == '?' && p[1] == '?')) return nullptr;
-    if (*p == '/' && p[1] == '*') return nullptr;
-    if (*p == '*' && p[1] == '/') break;
-  }
-  p += 2;
-  if (*p == 0) return nullptr;
-  if (kinds[*p] != blank && *p != '\n') p[-1] = ' ';
-  return p;
-}
-
-inline unsigned char* skip_blanks(unsigned char* p) {
-  while (kinds[*p] == blank) ++p;
-  return p;
+  unsigned char* behind = keep_comments_now ? nullptr : end_of_comment(p, newline_at);
+  if (behind != nullptr) leave_comment_space(behind);
+  return behind;
 }
 
 // Copies tokens from `p`. Returns where it stopped: at the line's newline, or before the blanks in
