@@ -1,0 +1,163 @@
+// What the lanes know of tokens: where one ends, and that nothing has to be done to it.
+//
+// What makes a lane agree with reading unit by unit is what it refuses. The plain path reads one
+// unit past an identifier, a number or an operator, and reading may open a comment, join a line or
+// replace a trigraph, with all that follows for line numbers and the order of the output. So a
+// token is taken only when the unit behind it is calm: one that can be read and stepped back over
+// without any effect.
+//
+// What the two kinds of text have in common is written once, for bytes of a line and for units of a
+// text; only file text has trigraphs, and its lines may end with CR LF.
+#pragma once
+
+#include <array>
+#include <cstddef>
+#include <cstdint>
+
+#include "cpp/options.h"
+#include "cpp/symtab.h"
+#include "cpp/text16.h"
+
+namespace kv::cpp::lane {
+
+/// What the first unit of a token says about it. `stop` is everything that the lanes leave alone.
+enum kind : std::uint8_t { stop, blank, newline, letter, digit, quote, point, operand, single };
+
+constexpr std::array<kind, 256> make_kinds() {
+  std::array<kind, 256> t{};
+  for (std::size_t c = 0; c < 256; ++c) t[c] = single;
+  for (const char c : {'\0', '\v', '\f', '\r', '\\'}) t[static_cast<std::size_t>(c)] = stop;
+  for (std::size_t c = 'a'; c <= 'z'; ++c) t[c] = t[c - 'a' + 'A'] = letter;
+  for (std::size_t c = '0'; c <= '9'; ++c) t[c] = digit;
+  for (const char c : {'_', '$', '\x1D'}) t[static_cast<std::size_t>(c)] = letter;
+  for (const char c : {' ', '\t', '\x1F'}) t[static_cast<std::size_t>(c)] = blank;
+  for (const char c : {'+', '-', '*', '/', '%', '&', '|', '^', '<', '>', '!', '~'}) {
+    t[static_cast<std::size_t>(c)] = operand;
+  }
+  t['"'] = t['\''] = quote;
+  t['.'] = point;
+  t['\n'] = newline;
+  return t;
+}
+inline constexpr std::array<kind, 256> kinds = make_kinds();
+
+constexpr std::array<bool, 256> make_word_units() {
+  std::array<bool, 256> t{};
+  for (std::size_t c = 0; c < 256; ++c) t[c] = kinds[c] == letter || kinds[c] == digit;
+  return t;
+}
+inline constexpr std::array<bool, 256> word_units = make_word_units();
+
+constexpr bool is_letter(int c, char lower) {
+  return c == lower || c == lower - 'a' + 'A';
+}
+constexpr bool is_hex_digit(int c) {
+  return (c >= '0' && c <= '9') || (c >= 'a' && c <= 'f') || (c >= 'A' && c <= 'F');
+}
+
+/// The units that have no effect whatever follows them.
+constexpr std::array<bool, 256> make_calm_units() {
+  std::array<bool, 256> t{};
+  for (std::size_t c = 0; c < 256; ++c) t[c] = kinds[c] != stop && c != '/' && c != '?';
+  return t;
+}
+inline constexpr std::array<bool, 256> calm_units = make_calm_units();
+
+inline kind kind_at(const unsigned char* p) {
+  return kinds[*p];
+}
+inline kind kind_at(const unit* p) {
+  return *p < 256 ? kinds[*p] : stop;
+}
+
+inline bool is_word_unit(const unsigned char* p) {
+  return word_units[*p];
+}
+inline bool is_word_unit(const unit* p) {
+  return *p < 256 && word_units[*p];
+}
+
+/// Whether the unit at `p` has no effect when it is read ahead.
+inline bool is_calm(const unsigned char* p) {
+  if (calm_units[*p]) [[likely]] {
+    return true;
+  }
+  switch (*p) {
+    case '/':
+      return p[1] != '*' && p[1] != '\n' && calm_units[p[1]];
+    case '?':
+      return p[1] != '?';
+    case '\r':
+      return p[1] == '\n';
+    default:
+      return false;
+  }
+}
+inline bool is_calm(const unit* p) {
+  return *p < 256 && (calm_units[*p] || *p == '?');
+}
+
+// Each of these returns the end of the token at `p`, or null where the plain path must take it.
+
+/// `macro` becomes the record of the word, or null if it has none.
+template <class Unit>
+inline const Unit* end_of_word(const Unit* p, symbol*& macro) {
+  const Unit* end = p + 1;
+  while (is_word_unit(end)) ++end;
+  const auto len = static_cast<std::size_t>(end - p);
+  if (len > settings.ident_max || !is_calm(end)) return nullptr;
+  macro = sym_find(p, len);
+  return end;
+}
+
+template <class Unit>
+inline const Unit* end_of_number(const Unit* p) {
+  if (*p == '0' && is_letter(p[1], 'x')) {
+    p += 2;
+    while (is_hex_digit(*p)) ++p;
+  } else {
+    while (kind_at(p) == digit) ++p;
+  }
+  if (is_letter(*p, 'u')) {
+    ++p;
+    if (is_letter(*p, 'l')) ++p;
+  } else if (is_letter(*p, 'l')) {
+    ++p;
+    if (is_letter(*p, 'u')) ++p;
+  }
+  return is_word_unit(p) || *p == '.' || !is_calm(p) ? nullptr : p;
+}
+
+template <class Unit>
+inline const Unit* end_of_quoted(const Unit* p) {
+  const Unit q = *p++;
+  for (; *p != q; ++p) {
+    if (*p == '\\') ++p;
+    if (*p == '\n' || *p == 0 || *p > 255 || (*p == '?' && p[1] == '?')) return nullptr;
+  }
+  return p + 1;
+}
+
+/// A token that is a word with a record in the macro table sets `macro`; for others it stays as it
+/// is.
+template <class Unit>
+inline const Unit* end_of_token(const Unit* p, symbol*& macro) {
+  switch (kind_at(p)) {
+    case letter:
+      return end_of_word(p, macro);
+    case digit:
+      return end_of_number(p);
+    case quote:
+      return end_of_quoted(p);
+    case point:
+      return kind_at(p + 1) != digit && is_calm(p + 1) ? p + 1 : nullptr;
+    case operand:
+      return is_calm(p) && is_calm(p + 1) ? p + 1 : nullptr;
+    case single:
+      return is_calm(p) ? p + 1 : nullptr;
+    default:
+      return nullptr;
+  }
+}
+
+}  // namespace kv::cpp::lane
