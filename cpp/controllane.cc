@@ -17,16 +17,18 @@
 #include <cstdint>
 #include <string_view>
 
-#include "cpp/calm.h"
 #include "cpp/control.h"
 #include "cpp/include.h"
 #include "cpp/lanes.h"
+#include "cpp/lanescan.h"
 #include "cpp/options.h"
 #include "cpp/reader.h"
 #include "cpp/scan.h"
 #include "cpp/symtab.h"
 
 namespace kv::cpp {
+
+using namespace lane;
 
 namespace {
 

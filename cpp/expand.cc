@@ -14,6 +14,7 @@
 #include "common/osdep.h"
 #include "cpp/macro_area.h"
 #include "cpp/options.h"
+#include "cpp/replacement.h"
 #include "cpp/report.h"
 #include "cpp/symtab.h"
 
@@ -68,94 +69,6 @@ bool begins_identifier(int c) {
 
 // ---- Replacement: the body becomes an expansion frame.
 
-// The writer of an expansion frame's text. Fatal 153 when it is full.
-struct frame_text {
-  const symbol* macro;
-  const macro_call* call;  // null for an object-like macro
-  input_frame* frame;
-  std::size_t len = 0;
-  int references = 0;  // parameter references left in the text
-
-  void put(int c) {
-    if (len == frame_capacity - 1) alert_msg(153, alert_str(macro->name));
-    frame->buf[len++] = static_cast<unit>(c);
-  }
-  void put_text(const unit* text) {
-    for (; *text != 0; ++text) put(*text);
-  }
-  int last() const { return len == 0 ? 0 : frame->buf[len - 1]; }
-};
-
-// The text of the argument that the reference `c` stands for, or null when none was given.
-const unit* argument(const macro_call* call, int c) {
-  const int n = c - MARK_PARAM_BASE;
-  return call != nullptr && n < call->count ? call->args[static_cast<std::size_t>(n)] : nullptr;
-}
-
-// `#`: the argument as a string. Returns the body behind it.
-const unit* stringize(frame_text& text, const unit* body) {
-  if (!is_param_ref(*body)) {
-    alert_msg(172);
-    text.put('#');
-    return body;
-  }
-  text.put('"');
-  if (const unit* arg = argument(text.call, *body)) {
-    for (; *arg != 0; ++arg) {
-      if (*arg == '"' || *arg == '\\') text.put('\\');
-      text.put(*arg);
-    }
-  }
-  text.put('"');
-  return body + 1;
-}
-
-// Whether what follows can be joined to a run of digits.
-bool can_join_digits(int c) {
-  return continues_id(c) || is_param_ref(c);
-}
-
-// `##`: its operands enter as they were written. Returns the body behind it.
-const unit* paste(frame_text& text, const unit* body) {
-  if (is_param_ref(text.last())) {
-    const unit* left = argument(text.call, text.last());
-    --text.len;
-    --text.references;
-    if (left != nullptr) text.put_text(left);
-  }
-  text.put(MARK_PASTE);
-  if (!is_param_ref(*body)) return body;
-  if (const unit* right = argument(text.call, *body)) {
-    if (*right != MARK_NOEXPAND) text.put(MARK_NOEXPAND);
-    text.put_text(right);
-  }
-  return body + 1;
-}
-
-// Makes the body the frame's text. Without `#` and `##` it is copied as it stands.
-void convert_body(frame_text& text, const symbol* sym) {
-  const unit* whole_body = sym->body;
-  if (!sym->has_operators && sym->body_len < frame_capacity) {
-    std::memcpy(text.frame->buf, whole_body, (sym->body_len + 1) * sizeof(unit));
-    text.len = sym->body_len;
-    text.references = sym->has_references ? 1 : 0;
-    return;
-  }
-  for (const unit* body = whole_body; *body != 0;) {
-    const int c = *body++;
-    if (c == MARK_DIGITS_END && !can_join_digits(*body)) continue;
-    if (c == MARK_STRINGIZE) {
-      body = stringize(text, body);
-    } else if (c == MARK_PASTE || c == MARK_DIGITS_END) {
-      body = paste(text, body);
-    } else {
-      if (is_param_ref(c)) ++text.references;
-      text.put(c);
-    }
-  }
-  text.frame->buf[text.len] = 0;
-}
-
 // Gives the frame copies of the arguments, which lie end to end in the macro area.
 void keep_arguments(const macro_call& call, input_frame* frame) {
   const auto nargs = static_cast<std::size_t>(call.macro->nargs);
@@ -173,12 +86,18 @@ void keep_arguments(const macro_call& call, input_frame* frame) {
 // Pushes the replacement of `sym` as the frame to read next; `call` holds the arguments, if it
 // takes any.
 void push_replacement(symbol* sym, const macro_call* call) {
-  frame_text text{sym, call, push_expansion(sym)};
-  if (sym->body != nullptr) convert_body(text, sym);
-  trim_expansion(text.len);
+  input_frame* frame = push_expansion(sym);
+  replacement made{frame->buf, frame_capacity};
+  if (sym->body != nullptr) {
+    made.make(sym,
+              call != nullptr ? call_arguments{call->args.data(), call->count} : call_arguments{});
+    for (int n = 0; n < made.stray_stringizes; ++n) alert_msg(172);
+    if (made.full) alert_msg(153, alert_str(sym->name));
+  }
+  trim_expansion(made.len);
   ++sym->disable;
-  if (text.references > 0 && call != nullptr && call->count > 0 && sym->nargs > 0) {
-    keep_arguments(*call, text.frame);
+  if (made.references > 0 && call != nullptr && call->count > 0 && sym->nargs > 0) {
+    keep_arguments(*call, frame);
   }
 }
 

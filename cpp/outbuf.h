@@ -8,7 +8,7 @@
 
 namespace kv::cpp {
 
-inline constexpr std::size_t out_size = 65536;
+inline constexpr std::size_t out_size = 131072;
 
 extern unsigned char out_block[out_size];
 /// Where the next byte goes, inside or at the end of out_block.
@@ -16,6 +16,11 @@ extern unsigned char* out_next;
 
 /// Writes what has gathered to descriptor 1. Write errors are not reported.
 void out_flush();
+
+/// The bytes that can be appended before the block has to leave.
+inline std::size_t out_room() {
+  return static_cast<std::size_t>(out_block + out_size - out_next);
+}
 
 /// Appends one byte.
 inline void out_byte(unsigned char c) {
@@ -27,7 +32,7 @@ inline void out_byte(unsigned char c) {
 void out_large(const void* p, std::size_t n);
 
 inline void out_bytes(const void* p, std::size_t n) {
-  if (static_cast<std::size_t>(out_block + out_size - out_next) < n) {
+  if (out_room() < n) {
     out_large(p, n);
     return;
   }

@@ -10,6 +10,7 @@
 #include "common/alloc.h"
 #include "cpp/control.h"
 #include "cpp/lanes.h"
+#include "cpp/number.h"
 #include "cpp/options.h"
 #include "cpp/reader.h"
 
@@ -46,19 +47,6 @@ constexpr std::array<signed char, 256> make_class_table() {
   t['('] = 28;
   t[')'] = 29;
   return t;
-}
-
-bool is_digit(int c) {
-  return char_class(c) == CT_DIGIT;
-}
-bool is_ascii_letter(int c) {
-  return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z');
-}
-bool is_hex_letter(int c) {
-  return (c >= 'a' && c <= 'f') || (c >= 'A' && c <= 'F');
-}
-bool is_letter(int c, char lower) {
-  return c == lower || c == lower - 'a' + 'A';
 }
 
 bool continues_id_byte(unit c) {
@@ -145,70 +133,11 @@ void scan_id(int c) {
 }
 
 void scan_number(int c, output_routine out) {
-  int radix = 10;
-  bool point = false;
-  bool exponent = false;
-  bool sign_allowed = false;
-  const auto accept = [&] {
-    out(c);
-    c = get();
-  };
-
-  if (c == '.') {
-    accept();
-    if (!is_digit(c)) {
-      unget();
-      return;
-    }
-    point = true;
-  } else if (c == '0') {
-    accept();
-    radix = 8;
-    if (is_letter(c, 'x')) {
-      radix = 16;
-      accept();
-    } else if (is_letter(c, 'b')) {
-      radix = 2;
-      accept();
-    }
-  }
-
-  for (;;) {
-    if (radix != 16 && is_letter(c, 'e')) {
-      if (exponent) break;
-      exponent = sign_allowed = true;
-      radix = 10;
-    } else if (radix != 16 && c == '.') {
-      if (point) break;
-      point = true;
-      radix = 10;
-    } else if (c == '+' || c == '-') {
-      if (!sign_allowed) break;
-      sign_allowed = false;
-    } else if (!(is_digit(c) || (radix == 16 && is_hex_letter(c)) || c == MARK_EXP_END ||
-                 (in_asm && is_ascii_letter(c)))) {
-      break;
-    }
-    accept();
-  }
-
-  if (point || exponent) {
-    if (is_letter(c, 'l')) accept();
-  } else {
-    bool unsigned_seen = false;
-    bool long_seen = false;
-    for (;;) {
-      if (is_letter(c, 'u') && !unsigned_seen) {
-        unsigned_seen = true;
-      } else if (is_letter(c, 'l') && !long_seen) {
-        long_seen = true;
-      } else {
-        break;
-      }
-      accept();
-    }
-  }
-  unget();
+  struct {
+    static int get() { return cpp::get(); }
+    static void unget() { cpp::unget(); }
+  } input;
+  take_number(input, c, out);
 }
 
 bool scan_string(int q, output_routine out) {

@@ -203,16 +203,36 @@ std::uint64_t name_key(const unsigned char* name, std::size_t len) {
   return mix(h, load_word(name + len - 8));
 }
 
+namespace {
+
+// The low bytes of four units.
+std::uint64_t narrow4(const unit* p) {
+  std::uint64_t v;
+  std::memcpy(&v, p, sizeof v);
+  v &= 0x00FF00FF00FF00FFU;
+  v = (v | v >> 8) & 0x0000FFFF0000FFFFU;
+  return (v | v >> 16) & 0xFFFFFFFFU;
+}
+
+std::uint64_t narrow8(const unit* p) {
+  return narrow4(p) | narrow4(p + 4) << 32;
+}
+
+}  // namespace
+
 std::uint64_t name_key(const unit* name, std::size_t len) {
-  unsigned char narrow[256 + name_slack];
-  if (len > 256) {
+  if (len >= 8) {
     std::uint64_t h = len;
-    for (std::size_t i = 0; i < len; ++i) h = mix(h, name[i]);
-    return h;
+    for (std::size_t i = 0; i + 8 < len; i += 8) h = mix(h, narrow8(name + i));
+    return mix(h, narrow8(name + len - 8));
   }
-  for (std::size_t i = 0; i < len; ++i) narrow[i] = static_cast<unsigned char>(name[i]);
-  std::memset(narrow + len, 0, name_slack);
-  return name_key(narrow, len);
+  std::uint64_t v = 0;
+  if (len >= 4) {
+    v = narrow4(name) | narrow4(name + len - 4) << (8 * (len - 4));
+  } else {
+    for (std::size_t i = 0; i < len; ++i) v |= std::uint64_t{name[i] & 0xFFU} << (8 * i);
+  }
+  return mix(len, v);
 }
 
 symbol* sym_find(const unit* name, std::size_t len) {

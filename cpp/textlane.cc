@@ -1,77 +1,33 @@
 // Most of a C file passes through unchanged but for its blanks. This lane looks at the bytes where
 // they lie in the line, finds out token by token that nothing has to be done to them, and copies
-// runs of tokens at once. The twin it must agree with is copy_line() in the driver, which takes the
-// same text unit by unit.
-//
-// What makes the two agree is what the lane refuses. The plain path reads one unit past an
-// identifier, a number or an operator, and reading may open a comment, join a line or replace a
-// trigraph, with all that follows for line numbers and the order of the output. So a token is taken
-// only when the unit behind it is calm: one that can be read and stepped back over without any
-// effect.
+// runs of tokens at once; calls of macros it hands to the lane for these. The twin it must agree
+// with is copy_line() in the driver, which takes the same text unit by unit.
 #include "cpp/textlane.h"
 
 #include <cstddef>
 
-#include "cpp/calm.h"
+#include "cpp/calllane.h"
 #include "cpp/control.h"
 #include "cpp/lanes.h"
+#include "cpp/lanescan.h"
 #include "cpp/options.h"
 #include "cpp/outbuf.h"
 #include "cpp/output.h"
 #include "cpp/reader.h"
-#include "cpp/scan.h"
 #include "cpp/symtab.h"
 
 namespace kv::cpp {
 
 namespace {
 
-// Each of these returns the end of the token at `p`, or null where the plain path must take it.
-
-template <class Unit>
-inline const Unit* end_of_word(const Unit* p) {
-  const Unit* end = p + 1;
-  while (is_word_unit(end)) ++end;
-  const auto len = static_cast<std::size_t>(end - p);
-  if (len > settings.ident_max || !is_calm(end) || sym_find(p, len) != nullptr) return nullptr;
-  return end;
-}
-
-template <class Unit>
-inline const Unit* end_of_quoted(const Unit* p) {
-  const Unit q = *p++;
-  for (; *p != q; ++p) {
-    if (*p == '\\') ++p;
-    if (*p == '\n' || *p == 0 || *p > 255 || (*p == '?' && p[1] == '?')) return nullptr;
-  }
-  return p + 1;
-}
-
-template <class Unit>
-inline const Unit* end_of_token(const Unit* p) {
-  switch (kind_at(p)) {
-    case letter:
-      return end_of_word(p);
-    case digit:
-      return end_of_number(p);
-    case quote:
-      return end_of_quoted(p);
-    case point:
-      return kind_at(p + 1) != digit && is_calm(p + 1) ? p + 1 : nullptr;
-    case operand:
-      return is_calm(p) && is_calm(p + 1) ? p + 1 : nullptr;
-    case single:
-      return is_calm(p) ? p + 1 : nullptr;
-    default:
-      return nullptr;
-  }
-}
+using lane::blank;
+using lane::kinds;
 
 // A comment between tokens, `p` at its `/`. Returns what stands behind it, or null where the plain
 // path must take it.
 unsigned char* skip_comment(unsigned char* p, unsigned char* newline_at) {
-  unsigned char* behind = keep_comments_now ? nullptr : end_of_comment(p, newline_at);
-  if (behind != nullptr) leave_comment_space(behind);
+  unsigned char* behind = keep_comments_now ? nullptr : lane::end_of_comment(p, newline_at);
+  if (behind != nullptr) lane::leave_comment_space(behind);
   return behind;
 }
 
@@ -81,14 +37,15 @@ unsigned char* copy_tokens(unsigned char* p, unsigned char* newline_at) {
   const unsigned char* run = p;  // what follows is to be copied as it stands, up to p
   for (;;) {
     unsigned char* resume = p;  // where the plain path goes on if it must
-    unsigned char* token = skip_blanks(p);
+    unsigned char* token = lane::skip_blanks(p);
     while (*token == '/') {
       unsigned char* behind = skip_comment(token, newline_at);
       if (behind == nullptr) break;
-      token = skip_blanks(behind);
+      token = lane::skip_blanks(behind);
       resume = token != behind ? behind : behind - 1;  // a blank, for the comment
     }
-    const unsigned char* end = end_of_token(token);
+    symbol* macro = nullptr;
+    const unsigned char* end = lane::end_of_token(token, macro);
     if (end == nullptr) {
       out_bytes(run, static_cast<std::size_t>(p - run));
       return *token == '\n' ? token : resume;
@@ -100,6 +57,12 @@ unsigned char* copy_tokens(unsigned char* p, unsigned char* newline_at) {
       run = token;
     }
     p = const_cast<unsigned char*>(end);
+    if (macro != nullptr) {
+      out_bytes(run, static_cast<std::size_t>(token - run));
+      unsigned char* behind = expand_in_line(macro, p);
+      if (behind == nullptr) return token;
+      run = p = behind;
+    }
   }
 }
 
@@ -108,9 +71,10 @@ unsigned char* copy_tokens(unsigned char* p, unsigned char* newline_at) {
 void copy_units(input_frame* f) {
   for (;;) {
     const unit* token = f->txptr;
-    while (kind_at(token) == blank) ++token;
-    const unit* end = end_of_token(token);
-    if (end == nullptr) return;
+    while (lane::kind_at(token) == blank) ++token;
+    symbol* macro = nullptr;
+    const unit* end = lane::end_of_token(token, macro);
+    if (end == nullptr || macro != nullptr) return;
     if (token != f->txptr) out_byte(' ');
     for (const unit* p = token; p != end; ++p) out_byte(static_cast<unsigned char>(*p));
     f->txptr = const_cast<unit*>(end);

@@ -1,8 +1,13 @@
-// What the lanes agree on: which bytes can be read, and stepped back over, without any effect, and
-// where the tokens made of them end.
+// What the lanes know of tokens: where one ends, and that nothing has to be done to it.
 //
-// What file text and the units of a text frame have in common is written once; only file text has
-// trigraphs and comments here, and its lines may end with CR LF.
+// What makes a lane agree with reading unit by unit is what it refuses. The plain path reads one
+// unit past an identifier, a number or an operator, and reading may open a comment, join a line or
+// replace a trigraph, with all that follows for line numbers and the order of the output. So a
+// token is taken only when the unit behind it is calm: one that can be read and stepped back over
+// without any effect.
+//
+// What the two kinds of text have in common is written once, for bytes of a line and for units of a
+// text; only file text has trigraphs, and its lines may end with CR LF.
 #pragma once
 
 #include <array>
@@ -10,11 +15,13 @@
 #include <cstdint>
 
 #include "cpp/lanes.h"
+#include "cpp/options.h"
+#include "cpp/symtab.h"
 #include "cpp/text16.h"
 
-namespace kv::cpp {
+namespace kv::cpp::lane {
 
-/// What the first byte of a token says about it. `stop` is everything that lanes leave alone.
+/// What the first unit of a token says about it. `stop` is everything that the lanes leave alone.
 enum kind : std::uint8_t { stop, blank, newline, letter, digit, quote, point, operand, single };
 
 constexpr std::array<kind, 256> make_kinds() {
@@ -91,8 +98,19 @@ inline bool is_calm(const unit* p) {
   return *p < 256 && (calm_units[*p] || *p == '?');
 }
 
-/// The end of the number at `p` where it is a plain integer with nothing but a calm unit behind it,
-/// else null.
+// Each of these returns the end of the token at `p`, or null where the plain path must take it.
+
+/// `macro` becomes the record of the word, or null if it has none.
+template <class Unit>
+inline const Unit* end_of_word(const Unit* p, symbol*& macro) {
+  const Unit* end = p + 1;
+  while (is_word_unit(end)) ++end;
+  const auto len = static_cast<std::size_t>(end - p);
+  if (len > settings.ident_max || !is_calm(end)) return nullptr;
+  macro = sym_find(p, len);
+  return end;
+}
+
 template <class Unit>
 inline const Unit* end_of_number(const Unit* p) {
   if (*p == '0' && is_letter(p[1], 'x')) {
@@ -109,6 +127,38 @@ inline const Unit* end_of_number(const Unit* p) {
     if (is_letter(*p, 'u')) ++p;
   }
   return is_word_unit(p) || *p == '.' || !is_calm(p) ? nullptr : p;
+}
+
+template <class Unit>
+inline const Unit* end_of_quoted(const Unit* p) {
+  const Unit q = *p++;
+  for (; *p != q; ++p) {
+    if (*p == '\\') ++p;
+    if (*p == '\n' || *p == 0 || *p > 255 || (*p == '?' && p[1] == '?')) return nullptr;
+  }
+  return p + 1;
+}
+
+/// A token that is a word with a record in the macro table sets `macro`; for others it stays as it
+/// is.
+template <class Unit>
+inline const Unit* end_of_token(const Unit* p, symbol*& macro) {
+  switch (kind_at(p)) {
+    case letter:
+      return end_of_word(p, macro);
+    case digit:
+      return end_of_number(p);
+    case quote:
+      return end_of_quoted(p);
+    case point:
+      return kind_at(p + 1) != digit && is_calm(p + 1) ? p + 1 : nullptr;
+    case operand:
+      return is_calm(p) && is_calm(p + 1) ? p + 1 : nullptr;
+    case single:
+      return is_calm(p) ? p + 1 : nullptr;
+    default:
+      return nullptr;
+  }
 }
 
 /// The end of the comment that `p` stands at, a `/`; null where there is none, and where it does
@@ -141,4 +191,4 @@ inline unsigned char* skip_blanks(unsigned char* p) {
   return p;
 }
 
-}  // namespace kv::cpp
+}  // namespace kv::cpp::lane
