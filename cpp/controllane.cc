@@ -21,6 +21,7 @@
 #include "cpp/include.h"
 #include "cpp/lanes.h"
 #include "cpp/lanescan.h"
+#include "cpp/number.h"
 #include "cpp/options.h"
 #include "cpp/reader.h"
 #include "cpp/scan.h"
@@ -125,15 +126,13 @@ unsigned char* read_params(calm_definition& def, unsigned char* p, unsigned char
   return nullptr;
 }
 
-// The end of the string or character constant at `p`.
-unsigned char* end_of_constant(unsigned char* p) {
-  const unsigned char q = *p++;
-  for (; *p != q; ++p) {
-    if (*p == '\\') ++p;
-    if (*p == '\n' || *p == 0 || (*p == '?' && p[1] == '?')) return nullptr;
-  }
-  return p + 1;
-}
+// The bytes of a line as take_number() reads them. Where translation would make a number longer the
+// body is refused at what ends it here.
+struct line_bytes {
+  unsigned char* next;
+  int get() { return *next++; }
+  void unget() { --next; }
+};
 
 // The body of a macro is written to the work buffer, which it cannot fill: a unit of the line takes
 // up two at most, an identifier's first one behind a MARK_NOEXPAND.
@@ -169,13 +168,14 @@ bool write_body(calm_definition& def, unsigned char* p, unsigned char* newline_a
         continue;
       }
       case digit:
-        end = end_of_number(p);
-        break;
+      case point: {
+        line_bytes number{p + 1};
+        take_number(number, *p, [&](int c) { *to++ = static_cast<unit>(c); });
+        p = number.next;
+        continue;
+      }
       case quote:
-        end = end_of_constant(p);
-        break;
-      case point:
-        if (kinds[p[1]] == digit) return false;
+        end = end_of_quoted(p);
         break;
       case operand:
         if (*p != '/' || (p[1] != '*' && p[1] != '/')) break;

@@ -3,9 +3,11 @@
 
 #include <cstddef>
 
-namespace kv::cpp {
+#include "cpp/lanes.h"
+#include "cpp/reader.h"
+#include "cpp/symtab.h"
 
-struct source_file;
+namespace kv::cpp {
 
 /// One line inside a source_file's block: [start, end), the last byte a newline. Valid, and
 /// writable, until the next line is asked for.
@@ -21,6 +23,23 @@ struct source_copy {
   std::size_t size = 0;
 };
 
+inline constexpr std::size_t source_block_size = 65536;
+/// What searches may read behind the bytes of a block.
+inline constexpr std::size_t source_slack = search_slack > name_slack ? search_slack : name_slack;
+
+/// A file being read. Only this module changes it.
+struct source_file {
+  unsigned char* next;   ///< the first byte not yet handed out
+  unsigned char* limit;  ///< the end of the bytes read
+  bool displaced_set;    ///< `displaced` belongs at `next`
+  unsigned char displaced;
+  bool at_end;       ///< nothing more can be read
+  int fd;            ///< -1 when a copy is read
+  source_copy copy;  ///< what is left of it
+  source_file* free_link;
+  unsigned char block[source_block_size + 1 + source_slack];  ///< room for a supplied newline
+};
+
 /// Takes over the open descriptor `fd` and gives a source_file to read it through. With `keep` the
 /// content is kept there if it fits into one block and into what the run spends on such copies.
 /// `size` is the file's size where it is known, else 0: a file that ends there need not be asked
@@ -31,10 +50,27 @@ source_file* source_open(int fd, source_copy* keep, std::size_t size);
 /// set, when too many are open.
 source_file* source_open_copy(const source_copy& copy);
 
+/// The newline that ends the line at `next`, or null where none lies within the limit of a line.
+inline unsigned char* line_newline(const source_file* f) {
+  const bool whole = f->limit - f->next > line_capacity;
+  return find_newline(f->next, whole ? f->next + line_capacity : f->limit);
+}
+
+/// As source_next_line, for lines that end in the block or not.
+bool source_fetch_line(source_file* file, source_line& line);
+
 /// Moves to the next line of at most line_capacity bytes; a longer physical line is cut and a
 /// newline supplied at the cut, a last line without a newline gets one. Returns false at the end of
-/// the file (a read error counts as the end).
-bool source_next_line(source_file* file, source_line& line);
+/// the file (a read error counts as the end). Nearly every line lies whole in the block; the others
+/// are fetched.
+inline bool source_next_line(source_file* file, source_line& line) {
+  if (!lanes || file->displaced_set) return source_fetch_line(file, line);
+  unsigned char* const newline = line_newline(file);
+  if (newline == nullptr) return source_fetch_line(file, line);
+  line = {file->next, newline + 1};
+  file->next = newline + 1;
+  return true;
+}
 
 /// Closes the descriptor, if any, and keeps the record and its block for the next source_open.
 void source_close(source_file* file);
