@@ -46,16 +46,24 @@ unsigned char* skip_space(unsigned char* p, unsigned char* newline_at) {
   }
 }
 
+// The first byte in [p, limit) that ends a line of a skipped group or can matter there, or `limit`.
+unsigned char* find_skipped_end(unsigned char* p, unsigned char* limit) {
+  for (;; ++p) {
+    p = find_any(p, limit, '\n', '/', '\\', '?', 0);
+    if (p == limit) return p;
+    if (*p == '/' && p[1] != '*' && p[1] != '/') continue;
+    if (*p != '?' || p[1] == '?') return p;
+  }
+}
+
 // Passes over the rest of the line, whatever it holds.
 unsigned char* skip_rest(unsigned char* p, unsigned char* newline_at) {
-  for (;; ++p) {
-    p = find_any(p, newline_at, '/', '\\', '?', 0);
+  for (;;) {
+    p = find_skipped_end(p, newline_at);
     if (p == newline_at) return p;
-    if (*p == '\\' || *p == 0 || (*p == '?' && p[1] == '?')) return nullptr;
-    if (*p != '/' || (p[1] != '*' && p[1] != '/')) continue;
+    if (*p != '/') return nullptr;
     p = end_of_comment(p, newline_at);
-    if (p == nullptr || p == newline_at) return p;
-    --p;
+    if (p == nullptr) return nullptr;
   }
 }
 
@@ -373,6 +381,28 @@ outcome take_line(unsigned char* p, unsigned char* newline_at, int& pending) {
   return done_if(skip_rest(p, newline_at) != nullptr);
 }
 
+// With the line of `f` used up: passes over lines of a skipped group that lie whole in the block,
+// up to one that may be a control line or needs a closer look.
+void skip_lines_ahead(input_frame* f, int& pending) {
+  unsigned char* const limit = ahead_limit(f);
+  if (limit == nullptr) return;
+  unsigned char* last = nullptr;
+  unsigned char* line = f->line_end;
+  int count = 0;
+  for (;;) {
+    unsigned char* p = skip_blanks(line);
+    if (p >= limit || (*p != '\n' && (*p == '#' || !plain.in_file[*p]))) break;
+    p = find_skipped_end(p, limit);
+    if (p == limit || *p != '\n' || p - line >= line_capacity) break;
+    last = line;
+    line = p + 1;
+    ++count;
+  }
+  if (count == 0) return;
+  pass_over_lines(f, last, line, count);
+  pending += count;
+}
+
 }  // namespace
 
 void take_calm_lines(int& pending) {
@@ -380,6 +410,7 @@ void take_calm_lines(int& pending) {
   for (;;) {
     input_frame* f = cur_frame;
     if (f == nullptr) return;
+    if (!compiling && at_lane_end(f)) skip_lines_ahead(f, pending);
     if (f->rdptr >= f->lane_end && !(at_lane_end(f) && load_next_line())) return;
     unsigned char* const newline_at = f->line_end - 1;
     f->rdptr = skip_blanks(f->rdptr);

@@ -347,17 +347,37 @@ struct comment_text {
     f->rdptr = p;
   }
 
-  // The same across the lines of a block comment.
-  void skip_plain_lines(unsigned char a, unsigned char b) const {
-    for (;;) {
-      skip_plain(a, b);
-      input_frame* f = cur_frame;
-      if (!lanes || copied || f == nullptr || f->rdptr >= f->lane_end || *f->rdptr != '\n') return;
-      ++f->rdptr;
-      count_line();
-      need_linemark = true;
-      if (!load_next_line()) return;
+  // Lane: passes over text of a block comment that cannot matter, and over whole lines of it.
+  void skip_block_lines() const {
+    input_frame* f = cur_frame;
+    if (!lanes || copied || f == nullptr || f->rdptr >= f->lane_end) return;
+    unsigned char* const limit = ahead_limit(f);
+    if (limit == nullptr) {
+      skip_plain('*', '/');
+      return;
     }
+    unsigned char* p = f->rdptr;
+    unsigned char* line = f->line_start;
+    unsigned char* last = line;
+    int lines = 0;
+    for (;;) {
+      p = find_in_comment(p, limit);
+      if (p == limit || *p != '\n' || p - line >= line_capacity) break;
+      last = line;
+      line = ++p;
+      ++lines;
+    }
+    if (lines == 0) {
+      f->rdptr = p;
+      return;
+    }
+    need_linemark = true;
+    f->rdptr = f->line_end;  // the first newline is that of the current line
+    count_line();
+    if (lines > 1) pass_over_lines(f, last, line, lines - 1);
+    // Without a newline behind it the line does not end here, and may be moved to be completed.
+    if (p == line || p == limit || !load_line(f)) return;
+    if (f->line_start == line && p < f->line_end) f->rdptr = p;
   }
 };
 
@@ -380,7 +400,7 @@ int block_comment(comment_text text) {
       continue;
     }
     if (c == '\n' && !text.copied) need_linemark = true;
-    text.skip_plain_lines('*', '/');
+    text.skip_block_lines();
     c = text.next(true);
   }
   raw_read = false;
@@ -632,6 +652,21 @@ void unget() {
 
 bool load_next_line() {
   return load_line(cur_frame);
+}
+
+unsigned char* ahead_limit(const input_frame* f) {
+  return f->fp->next == f->line_end ? f->fp->limit : nullptr;
+}
+
+void pass_over_lines(input_frame* f, unsigned char* last, unsigned char* end, int count) {
+  if (f->parent == nullptr) outer_lines += count;
+  count_line(count);
+  f->line_start = last;
+  f->rdptr = f->line_end = f->lane_end = end;
+  f->fp->next = end;
+  f->settled_backslashes = nullptr;
+  detached.unit = 0;
+  line_shown = false;
 }
 
 input_frame* push_file(source_file* file, const char* name) {
