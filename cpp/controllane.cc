@@ -13,8 +13,10 @@
 
 #include <algorithm>
 #include <array>
+#include <bit>
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
 #include <string_view>
 
 #include "cpp/control.h"
@@ -94,8 +96,13 @@ constexpr std::uint64_t code_of(std::string_view text) {
   return code;
 }
 
+static_assert(std::endian::native == std::endian::little && name_slack >= 8);
+
 std::uint64_t code_of(const word& w) {
-  return w.len > 8 ? 0 : code_of({reinterpret_cast<const char*>(w.start), w.len});
+  if (w.len == 0 || w.len > 8) return 0;
+  std::uint64_t code;
+  std::memcpy(&code, w.start, sizeof code);
+  return code << (64 - 8 * w.len) >> (64 - 8 * w.len);
 }
 
 // ---- #define.
@@ -291,16 +298,9 @@ bool else_or_endif(std::uint64_t code, unsigned char* p, unsigned char* newline_
   return true;
 }
 
-// A directive that matters in a skipped group only as a line, or because it opens a group.
-bool skipped_directive(std::uint64_t code, unsigned char* p, unsigned char* newline_at) {
-  if (skip_rest(p, newline_at) == nullptr) return false;
+// Whether the directive is one that is passed over in a skipped group like text.
+bool is_idle_when_skipped(std::uint64_t code) {
   switch (code) {
-    case code_of("if"):
-    case code_of("ifdef"):
-    case code_of("ifndef"):
-      if (!group_fits()) return false;
-      open_group(false);
-      return true;
     case code_of("define"):
     case code_of("undef"):
     case code_of("include"):
@@ -312,6 +312,15 @@ bool skipped_directive(std::uint64_t code, unsigned char* p, unsigned char* newl
     default:
       return false;
   }
+}
+
+// A directive in a skipped group that is passed over, or opens a group.
+bool skipped_directive(std::uint64_t code, unsigned char* p, unsigned char* newline_at) {
+  const bool opens = code == code_of("if") || code == code_of("ifdef") || code == code_of("ifndef");
+  if (!(opens ? group_fits() : is_idle_when_skipped(code))) return false;
+  if (skip_rest(p, newline_at) == nullptr) return false;
+  if (opens) open_group(false);
+  return true;
 }
 
 outcome done_if(bool done) {
@@ -381,8 +390,16 @@ outcome take_line(unsigned char* p, unsigned char* newline_at, int& pending) {
   return done_if(skip_rest(p, newline_at) != nullptr);
 }
 
+// Whether it shows at sight that the line beginning at `p`, in a skipped group, matters only by
+// what find_skipped_end() finds in it: an empty one, text whose first unit is plain, most
+// directives.
+bool is_idle_line(unsigned char* p) {
+  if (*p == '#') return is_idle_when_skipped(code_of(word_at(skip_blanks(p + 1))));
+  return *p == '\n' || plain.in_file[*p];
+}
+
 // With the line of `f` used up: passes over lines of a skipped group that lie whole in the block,
-// up to one that may be a control line or needs a closer look.
+// up to one that needs a closer look.
 void skip_lines_ahead(input_frame* f, int& pending) {
   unsigned char* const limit = ahead_limit(f);
   if (limit == nullptr) return;
@@ -391,7 +408,7 @@ void skip_lines_ahead(input_frame* f, int& pending) {
   int count = 0;
   for (;;) {
     unsigned char* p = skip_blanks(line);
-    if (p >= limit || (*p != '\n' && (*p == '#' || !plain.in_file[*p]))) break;
+    if (p >= limit || !is_idle_line(p)) break;
     p = find_skipped_end(p, limit);
     if (p == limit || *p != '\n' || p - line >= line_capacity) break;
     last = line;

@@ -319,6 +319,18 @@ bool unget_detached(input_frame* f) {
   return true;
 }
 
+// The first place in [p, limit) that can matter in the text of a block comment, at the start of
+// which `p` is not behind a star: the comment's end, what may begin another or a trigraph, a zero
+// byte or a newline. `limit` without one.
+unsigned char* find_in_comment(unsigned char* p, unsigned char* limit) {
+  for (;; ++p) {
+    p = find_any(p, limit, '/', '\n', '?', 0);
+    if (p == limit || *p == '\n' || *p == 0) return p;
+    if (*p == '/' && p[-1] == '*') return p - 1;
+    if (p[1] == (*p == '/' ? '*' : '?')) return p;
+  }
+}
+
 // Comment text is read raw, unit by unit; `frame` is the number of the frame that the last unit
 // came from.
 struct comment_text {
