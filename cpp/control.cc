@@ -70,6 +70,10 @@ bool else_fits() {
   return group_is_open() && (cond_top->flags & COND_ELSE_SEEN) == 0;
 }
 
+bool elif_decides() {
+  return (cond_top->flags & (COND_LIVE | COND_TAKEN)) == COND_LIVE;
+}
+
 void enter_else() {
   cond_top->flags |= COND_ELSE_SEEN;
   if ((cond_top->flags & COND_LIVE) != 0) {
@@ -163,8 +167,8 @@ int do_if(int pending) {
 
 int do_elif(int pending) {
   if (misplaced_else()) return skip_line_after(pending);
-  if ((cond_top->flags & (COND_LIVE | COND_TAKEN)) != COND_LIVE) {
-    compiling = false;
+  if (!elif_decides()) {
+    choose_branch(false);
     return skip_line_after(pending);
   }
   cond_top->line = cur_line;

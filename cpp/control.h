@@ -31,6 +31,9 @@ void open_group(bool live);
 void choose_branch(bool chosen);
 /// Whether #else or #elif has a place here.
 bool else_fits();
+/// Whether the condition of an #elif is to be evaluated: the group is live and has chosen no
+/// branch.
+bool elif_decides();
 /// Turns to the #else branch of the group, which must have a place here.
 void enter_else();
 /// Whether a group is open that #endif can close.

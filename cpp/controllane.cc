@@ -354,7 +354,10 @@ outcome take_control_line(unsigned char* p, unsigned char* newline_at, int& pend
       return done_if(else_or_endif(code, p, newline_at));
     case code_of("elif"):
       if (!else_fits() || !is_calm(directive.end)) return outcome::refused;
-      return hand_on(directive.end, do_elif, pending);
+      if (elif_decides()) return hand_on(directive.end, do_elif, pending);
+      if (skip_rest(p, newline_at) == nullptr) return outcome::refused;
+      choose_branch(false);
+      return outcome::done;
     default:
       break;
   }
