@@ -54,6 +54,7 @@ unsigned char* find_skipped_end(unsigned char* p, unsigned char* limit) {
     p = find_any(p, limit, '\n', '/', '\\', '?', 0);
     if (p == limit) return p;
     if (*p == '/' && p[1] != '*' && p[1] != '/') continue;
+    if (*p == '\\' && plain.in_file[p[1]] && kinds[p[1]] != blank) continue;
     if (*p != '?' || p[1] == '?') return p;
   }
 }
