@@ -193,7 +193,7 @@ class call_lane {
       *out_next++ = static_cast<unsigned char>(c);
     }
   }
-  const unit* behind(const unit* end) const;
+  bool ends_calmly(const unit* end, bool& leaves) const;
   bool write_tokens();
   void write_step();
   void finish_token(int c);
@@ -643,11 +643,15 @@ void call_lane::finish_token(int c) {
   write_token(c);
 }
 
-// What is read behind the word or number in the text on top that ends at `end`, where that shows at
-// sight: an argument that ends there gives way to what follows the reference to it.
-inline const unit* call_lane::behind(const unit* end) const {
-  const bool leaves = *end == 0 && levels[depth - 1].macro == nullptr && depth > 1;
-  return leaves && !levels[depth - 2].at_end ? levels[depth - 2].at : end;
+// Whether the unit that ends the word before `end`, in the text on top, shows at sight and has no
+// effect. `leaves` tells that it stands behind the reference to the argument that ends at `end`.
+inline bool call_lane::ends_calmly(const unit* end, bool& leaves) const {
+  leaves = *end == 0 && levels[depth - 1].macro == nullptr && depth > 1;
+  if (!leaves) return lane::is_calm(end);
+  const level& below = levels[depth - 2];
+  if (below.at_end) return false;
+  if (*below.at == 0) return below.macro != nullptr;
+  return lane::is_calm(below.at) && !lane::is_word_unit(below.at);
 }
 
 // Writes the tokens ahead, as long as they are nothing special, and leaves the texts that end with
@@ -668,16 +672,13 @@ bool call_lane::write_tokens() {
     if (lane::kind_at(at) == lane::letter) {
       end = at + 1;
       while (lane::is_word_unit(end)) ++end;
-      const unit* next = behind(end);
-      if (!(lane::is_calm(next) || (*next == 0 && next != end)) || lane::is_word_unit(next)) {
-        return false;
-      }
       token = at;
       token_length = static_cast<std::size_t>(end - at);
-      if (token_length > settings.ident_max) return false;
+      bool leaves;
+      if (token_length > settings.ident_max || !ends_calmly(end, leaves)) return false;
       if (blanks) put(' ');
       l->at = end;
-      if (next != end) {
+      if (leaves) {
         pop();
         l = &top();
       }
