@@ -209,6 +209,86 @@ class Writer:
         return f"{name}{between}({','.join(arguments)})"
 
 
+class CallWriter:
+    """Writes programs of well-formed macros and calls that refer to one another in every way.
+
+    Among the oddities of Writer hardly a call survives for long; here whole lines of them do, so
+    that the lane of calls is taken deep into arguments, pasting and disabled names.
+    """
+
+    _ARITY = {"F": 1, "G": 2, "H": 3, "N": 0, "f": 1, "G1": 1, "xF": 1, "self": 1}
+    _OBJECTS = ("A", "B", "C", "xA", "x1", "again")
+    _WORDS = ("x", "y", "x1", "u", "e", "long_name_of_more_than_eight", "A1")
+    _ATOMS = ("1", "0x1F", "42u", ".5", "1.", "1e", "0", "12L", '"s A"', "'c'", '"a\\"b"', "+", "-", "<",
+              "&", "|", "/", "%", "?", ":", "=", ";", "[", "]", "!", "~", "^", ">", "*", "<<", "++", ".")
+
+    def __init__(self, rng):
+        self.rng = rng
+
+    def program(self):
+        rng = self.rng
+        lines = []
+        for _ in range(rng.randint(4, 14)):
+            lines.append(self.definition())
+        for _ in range(rng.randint(4, 16)):
+            lines.append(self.text(rng.randint(1, 6), ()))
+            if rng.random() < 0.15:
+                lines.append(rng.choice((self.definition(), "#undef " + rng.choice(self._OBJECTS))))
+        return {"main.c": "\n".join(lines) + "\n"}
+
+    def definition(self):
+        rng = self.rng
+        if rng.random() < 0.45:
+            head, parameters = rng.choice(self._OBJECTS), ()
+        else:
+            name, count = rng.choice(list(self._ARITY.items()))
+            parameters = ("p", "q", "r")[:count]
+            head = f"{name}({','.join(parameters)})"
+        return f"#define {head} {self.text(rng.randint(0, 4), parameters)}"
+
+    def text(self, count, parameters):
+        rng = self.rng
+        parts = []
+        for _ in range(count):
+            parts.append(self.item(parameters, 2))
+            parts.append(rng.choice((" ", " ", " ", "", "  ", "\t")))
+            if parameters and rng.random() < 0.15:
+                parts.append(rng.choice(("##", " ## ")) + rng.choice(parameters + ("x", "1", "F", "A")) + " ")
+        return "".join(parts).strip()
+
+    def item(self, parameters, depth):
+        rng = self.rng
+        pick = rng.random()
+        if parameters and pick < 0.3:
+            return rng.choice(parameters)
+        if parameters and pick < 0.36:
+            return "#" + rng.choice(parameters)
+        if parameters and pick < 0.42:
+            return rng.choice(parameters + ("x", "self")) + "##" + rng.choice(parameters + ("A", "1", "F"))
+        if parameters and depth and pick < 0.5:
+            # A name that comes from elsewhere is called: an argument's, or one that is put together.
+            name = rng.choice(parameters + ("x##F", "se##lf", "G##p", "se##lf"))
+            return f"{name}({self.item(parameters, depth - 1)})"
+        if pick < 0.55:
+            return rng.choice(self._OBJECTS)
+        if pick < 0.75 and depth:
+            return self.call(parameters, depth)
+        if pick < 0.80:
+            return rng.choice(list(self._ARITY))
+        return rng.choice(self._WORDS if pick < 0.88 else self._ATOMS)
+
+    def call(self, parameters, depth):
+        rng = self.rng
+        name, count = rng.choice(list(self._ARITY.items()))
+        if rng.random() < 0.05:
+            count += 1
+        arguments = [rng.choice(("", " ", "  ")).join(
+            self.item(parameters, depth - 1) for _ in range(rng.choice((1, 1, 1, 2, 2, 3))))
+            for _ in range(count)]
+        blank = lambda: rng.choice(("", "", "", " ", "  "))
+        return f"{name}{blank()}({blank()}{(blank() + ',' + blank()).join(arguments)}{blank()})"
+
+
 def write_program(files, directory):
     shutil.rmtree(directory, ignore_errors=True)
     directory.mkdir(parents=True)
@@ -256,7 +336,8 @@ def shrink(files, programs, mode, directory):
 def check_random(seed, number, programs):
     """Returns (passed, skipped, report) for one random program in every mode."""
     directory = SCRATCH / f"work-{os.getpid()}"
-    files = Writer(random.Random(f"{seed} {number}")).program()
+    rng = random.Random(f"{seed} {number}")
+    files = rng.choice((Writer, CallWriter))(rng).program()
     passed = skipped = 0
     for mode, options in MODES.items():
         write_program(files, directory)

@@ -65,6 +65,11 @@ constexpr std::array<bool, 256> make_argument_units() {
 }
 constexpr std::array<bool, 256> argument_units = make_argument_units();
 
+// Whether the unit of a text is delivered as it is, whatever surrounds it.
+bool is_plain(unit c) {
+  return c < 256 && lane::calm_units[c] && c != '\n';
+}
+
 bool begins_identifier(int c) {
   return c == MARK_NOEXPAND || (c < 256 && char_class(c) == CT_LETTER);
 }
@@ -104,12 +109,16 @@ class call_lane {
   // Returns whether it is one of a text, not of the line.
   bool settle();
   // The next unit, not yet read; 0 after a failure.
-  int peek() { return settle() ? peek_text() : peek_line(); }
+  int peek() {
+    if (depth != 0 && is_plain(*top().at)) return *top().at;
+    return settle() ? peek_text() : peek_line();
+  }
   int peek_text();
   int peek_line() { return failed || !lane::is_calm(line) ? fail() : *line; }
   // Reads the unit that peek() has just shown.
   void advance();
   int get() {
+    if (depth != 0 && is_plain(*top().at)) return *top().at++;
     const int c = peek();
     if (!failed) advance();
     return c;
@@ -124,6 +133,7 @@ class call_lane {
   // Gives back the unit that get() has just read.
   void unget();
   level& top() { return levels[depth - 1]; }
+  const level& top() const { return levels[depth - 1]; }
   // Whether the text being read is an argument or generated.
   bool in_argument_text() const { return depth != 0 && levels[depth - 1].macro == nullptr; }
 
@@ -193,7 +203,18 @@ class call_lane {
       *out_next++ = static_cast<unsigned char>(c);
     }
   }
-  const unit* behind(const unit* end) const;
+  bool ends_calmly(const unit* end, bool& leaves) const;
+  bool number_ends_calmly(const unit* end, bool& leaves) const;
+  bool enter_argument(const unit* at, bool blanks);
+  void write_run(const unit* at, const unit* end) {
+    if (out_room() < static_cast<std::size_t>(end - at)) {
+      fail();
+      return;
+    }
+    unsigned char* to = out_next;
+    while (at != end) *to++ = static_cast<unsigned char>(*at++);
+    out_next = to;
+  }
   bool write_tokens();
   void write_step();
   void finish_token(int c);
@@ -643,62 +664,110 @@ void call_lane::finish_token(int c) {
   write_token(c);
 }
 
-// What is read behind the word or number in the text on top that ends at `end`, where that shows at
-// sight: an argument that ends there gives way to what follows the reference to it.
-inline const unit* call_lane::behind(const unit* end) const {
-  const bool leaves = *end == 0 && levels[depth - 1].macro == nullptr && depth > 1;
-  return leaves && !levels[depth - 2].at_end ? levels[depth - 2].at : end;
+// Whether what ends the word before `end`, in the text on top, shows at sight and has no effect.
+// `leaves` tells that it stands behind the reference to the argument that ends at `end`.
+inline bool call_lane::ends_calmly(const unit* end, bool& leaves) const {
+  leaves = false;
+  if (*end != 0) return lane::is_calm(end);
+  if (top().macro != nullptr) return true;
+  if (depth == 1 || levels[depth - 2].at_end) return false;
+  leaves = true;
+  const level& below = levels[depth - 2];
+  if (*below.at == 0) return below.macro != nullptr;
+  return lane::is_calm(below.at) && !lane::is_word_unit(below.at);
+}
+
+// The same for a number, which goes on behind the end of an expansion, too.
+inline bool call_lane::number_ends_calmly(const unit* end, bool& leaves) const {
+  leaves = *end == 0;
+  if (leaves && depth == 1) {
+    return top().macro != nullptr && lane::is_calm(line) && !lane::is_word_unit(line) &&
+           *line != '.';
+  }
+  if (leaves && levels[depth - 2].at_end) return false;
+  const unit* next = leaves ? levels[depth - 2].at : end;
+  return lane::is_calm(next) && !lane::is_word_unit(next) && *next != '.';
+}
+
+// Goes on with the text of the argument referred to at `at`, behind blanks if `blanks` is set.
+// Returns false, with nothing done, when it begins with nothing that those could be written before.
+bool call_lane::enter_argument(const unit* at, bool blanks) {
+  level& l = top();
+  const int n = *at - MARK_PARAM_BASE;
+  if (blanks) {
+    const unit* arg = n < l.arg_count ? l.args[n] : nullptr;
+    if (arg == nullptr || !is_plain(*arg) || lane::kind_at(arg) == lane::blank) return false;
+    put(' ');
+  }
+  l.at = at + 1;
+  push_argument(l, n);
+  return true;
 }
 
 // Writes the tokens ahead, as long as they are nothing special, and leaves the texts that end with
 // them. Returns false when the next unit must be looked at more closely.
 bool call_lane::write_tokens() {
-  for (level* l = &top();;) {
-    const unit* at = l->at;
+  while (depth != 0 && !failed) {
+    level& l = top();
+    if (l.at_end) return false;
+    const unit* at = l.at;
     while (lane::kind_at(at) == lane::blank) ++at;
-    const bool blanks = at != l->at;
-    if (*at == 0 && !l->at_end && (l->macro != nullptr || !blanks)) {
-      if (blanks) put(' ');
-      pop();
-      if (depth == 0) return true;
-      l = &top();
-      continue;
-    }
-    const unit* end;
-    if (lane::kind_at(at) == lane::letter) {
-      end = at + 1;
-      while (lane::is_word_unit(end)) ++end;
-      const unit* next = behind(end);
-      if (!(lane::is_calm(next) || (*next == 0 && next != end)) || lane::is_word_unit(next)) {
-        return false;
+    const bool blanks = at != l.at;
+    const unit* end = at;
+    switch (lane::kind_at(at)) {
+      case lane::single:
+        do {
+          ++end;
+        } while (lane::kind_at(end) == lane::single);
+        break;
+      case lane::letter: {
+        do {
+          ++end;
+        } while (lane::is_word_unit(end));
+        token = at;
+        token_length = static_cast<std::size_t>(end - at);
+        bool leaves;
+        if (token_length > settings.ident_max || !ends_calmly(end, leaves)) return false;
+        l.at = end;
+        if (blanks) put(' ');
+        if (leaves) pop();
+        symbol* macro = sym_find(token, token_length);
+        if (macro != nullptr && eligible(macro) != nullptr) {
+          finish_token(expand(macro) ? try_expand(get()) : *at);
+          continue;
+        }
+        write_run(at, end);
+        continue;
       }
-      token = at;
-      token_length = static_cast<std::size_t>(end - at);
-      if (token_length > settings.ident_max) return false;
-      if (blanks) put(' ');
-      l->at = end;
-      if (next != end) {
-        pop();
-        l = &top();
+      case lane::digit: {
+        end = lane::end_of_digits(at);
+        bool leaves;
+        if (!number_ends_calmly(end, leaves)) return false;
+        l.at = end;
+        if (blanks) put(' ');
+        if (leaves) pop();
+        write_run(at, end);
+        continue;
       }
-      symbol* macro = sym_find(token, token_length);
-      if (macro != nullptr && eligible(macro) != nullptr) {
-        finish_token(expand(macro) ? try_expand(get()) : *at);
-        return true;
+      case lane::stop:
+        if (*at == 0 && (l.macro != nullptr || !blanks)) {
+          if (blanks) put(' ');
+          pop();
+        } else if (!is_param_ref(*at) || !enter_argument(at, blanks)) {
+          return false;
+        }
+        continue;
+      default: {
+        symbol* none = nullptr;
+        end = lane::end_of_token(at, none);
+        if (end == nullptr) return false;
       }
-    } else {
-      symbol* none = nullptr;
-      end = lane::end_of_token(at, none);
-      if (end == nullptr) return false;
-      if (blanks) put(' ');
-      l->at = end;
     }
-    if (out_room() < static_cast<std::size_t>(end - at)) {
-      fail();
-      return true;
-    }
-    for (; at != end; ++at) *out_next++ = static_cast<unsigned char>(*at);
+    l.at = end;
+    if (blanks) put(' ');
+    write_run(at, end);
   }
+  return true;
 }
 
 // Some of what the main loop's copying does, with the stack of texts not empty.

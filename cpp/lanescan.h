@@ -111,8 +111,9 @@ inline const Unit* end_of_word(const Unit* p, symbol*& macro) {
   return end;
 }
 
+/// The digits and the suffix of an integer, whatever follows.
 template <class Unit>
-inline const Unit* end_of_number(const Unit* p) {
+inline const Unit* end_of_digits(const Unit* p) {
   if (*p == '0' && is_letter(p[1], 'x')) {
     p += 2;
     while (is_hex_digit(*p)) ++p;
@@ -126,6 +127,12 @@ inline const Unit* end_of_number(const Unit* p) {
     ++p;
     if (is_letter(*p, 'u')) ++p;
   }
+  return p;
+}
+
+template <class Unit>
+inline const Unit* end_of_number(const Unit* p) {
+  p = end_of_digits(p);
   return is_word_unit(p) || *p == '.' || !is_calm(p) ? nullptr : p;
 }
 
