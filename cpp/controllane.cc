@@ -432,7 +432,7 @@ void take_calm_lines(int& pending) {
     input_frame* f = cur_frame;
     if (f == nullptr) return;
     if (!compiling && at_lane_end(f)) skip_lines_ahead(f, pending);
-    if (f->rdptr >= f->lane_end && !(at_lane_end(f) && load_next_line())) return;
+    if (f->rdptr >= f->lane_end && !(at_lane_end(f) ? load_next_line() : load_first_line())) return;
     unsigned char* const newline_at = f->line_end - 1;
     f->rdptr = skip_blanks(f->rdptr);
     if (*f->rdptr == '/' && !keep_comments_now) {

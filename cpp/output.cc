@@ -1,9 +1,9 @@
 #include "cpp/output.h"
 
-#include <charconv>
 #include <cstdlib>
 #include <string>
 
+#include "common/format.h"
 #include "common/host.h"
 #include "common/osdep.h"
 #include "cpp/control.h"
@@ -38,10 +38,9 @@ void write_line_marker() {
     out_text("\n#endasm");
     count_line(-1);
   }
-  char digits[16];
-  const char* const end = std::to_chars(digits, digits + sizeof digits, cur_line).ptr;
-  out_text("\n# ");
-  out_bytes(digits, static_cast<std::size_t>(end - digits));
+  char line[32];
+  const std::size_t n = format_text(line, sizeof line, "\n# %d", cur_line);
+  out_bytes(line, n);
   if (in_file_frame()) {
     const unit* name = effective_name(cur_frame);
     if (last_marker_name == nullptr || str16_cmp(last_marker_name, name) != 0) {

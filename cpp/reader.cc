@@ -681,6 +681,16 @@ void pass_over_lines(input_frame* f, unsigned char* last, unsigned char* end, in
   line_shown = false;
 }
 
+bool load_first_line() {
+  input_frame* f = cur_frame;
+  if (f->rdptr != nullptr || f->fp == nullptr || f->parent == nullptr || detached.ungot ||
+      !load_line(f)) {
+    return false;
+  }
+  account(f, 0);
+  return true;
+}
+
 input_frame* push_file(source_file* file, const char* name) {
   const std::size_t len = std::strlen(name);
   input_frame* f = push_frame(static_cast<int>(len) + 1, nullptr);

@@ -127,6 +127,9 @@ inline bool at_lane_end(const input_frame* f) {
 /// changes nothing, when the next unit comes from elsewhere.
 bool load_next_line();
 
+/// Lane: the same with nothing read yet of an included file on top.
+bool load_first_line();
+
 /// Lane: the end of the bytes that lie ahead of the file `f`, up to which its next lines can be
 /// looked at from line_end on; null where these are not simply its next lines.
 unsigned char* ahead_limit(const input_frame* f);
