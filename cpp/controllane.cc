@@ -328,9 +328,14 @@ outcome done_if(bool done) {
   return done ? outcome::done : outcome::refused;
 }
 
-// Hands a directive on to the plain path, which reads from `p` on.
-outcome hand_on(unsigned char* p, int (*carry_out)(int pending), int& pending) {
-  cur_frame->rdptr = p;
+// Hands a directive on to the plain path, which reads on behind its word. It may raise messages,
+// which show the line, so there must be no comment that would have left its trace in it.
+outcome hand_on(unsigned char* behind_mark, const word& directive, int (*carry_out)(int pending),
+                int& pending) {
+  if (skip_blanks(behind_mark) != directive.start || !is_calm(directive.end)) {
+    return outcome::refused;
+  }
+  cur_frame->rdptr = directive.end;
   pending = carry_out(pending);
   return outcome::read_on;
 }
@@ -340,9 +345,8 @@ int include_from_line(int pending) {
   return pending + 1;
 }
 
-// The control line whose `#` is in front of `p`.
-outcome take_control_line(unsigned char* p, unsigned char* newline_at, int& pending) {
-  p = skip_space(p, newline_at);
+outcome take_control_line(unsigned char* behind_mark, unsigned char* newline_at, int& pending) {
+  unsigned char* p = skip_space(behind_mark, newline_at);
   if (p == nullptr) return outcome::refused;
   if (p == newline_at) return outcome::done;
   const word directive = word_at(p);
@@ -354,8 +358,8 @@ outcome take_control_line(unsigned char* p, unsigned char* newline_at, int& pend
     case code_of("endif"):
       return done_if(else_or_endif(code, p, newline_at));
     case code_of("elif"):
-      if (!else_fits() || !is_calm(directive.end)) return outcome::refused;
-      if (elif_decides()) return hand_on(directive.end, do_elif, pending);
+      if (!else_fits()) return outcome::refused;
+      if (elif_decides()) return hand_on(behind_mark, directive, do_elif, pending);
       if (skip_rest(p, newline_at) == nullptr) return outcome::refused;
       choose_branch(false);
       return outcome::done;
@@ -370,11 +374,9 @@ outcome take_control_line(unsigned char* p, unsigned char* newline_at, int& pend
     case code_of("ifndef"):
       return done_if(named_directive(code, p, newline_at));
     case code_of("if"):
-      if (!is_calm(directive.end)) return outcome::refused;
-      return hand_on(directive.end, do_if, pending);
+      return hand_on(behind_mark, directive, do_if, pending);
     case code_of("include"):
-      if (!is_calm(directive.end)) return outcome::refused;
-      return hand_on(directive.end, include_from_line, pending);
+      return hand_on(behind_mark, directive, include_from_line, pending);
     default:
       return outcome::refused;
   }
