@@ -10,6 +10,7 @@
 
 #include "common/alloc.h"
 #include "common/host.h"
+#include "cpp/lanes.h"
 #include "cpp/reader.h"
 #include "cpp/symtab.h"
 
@@ -22,6 +23,7 @@ constexpr std::size_t block_size = 65536;
 constexpr std::size_t copies_limit = 64 * 1024 * 1024;
 std::size_t copies_size = 0;
 
+static_assert(word_slack >= name_slack);
 static_assert(block_size > 2 * line_capacity, "a block must hold a whole line beside a cut one");
 }  // namespace
 
@@ -34,7 +36,7 @@ struct source_file {
   unsigned char* next;   // the first byte not yet handed out
   unsigned char* limit;  // the end of the bytes read
   source_file* free_link;
-  unsigned char block[block_size + 1 + name_slack];  // room for a supplied newline
+  unsigned char block[block_size + 1 + word_slack];  // room for a supplied newline
 };
 
 namespace {
