@@ -2,6 +2,7 @@
 // gives. A build with CPP_NO_LANES leaves them out, so that both can be compared on any input.
 #pragma once
 
+#include <array>
 #include <bit>
 #include <cstddef>
 #include <cstring>
@@ -20,9 +21,9 @@ inline constexpr bool lanes = false;
 inline constexpr bool lanes = true;
 #endif
 
-/// The bytes that must be readable behind the `end` given to the searches below: they look at whole
+/// The bytes that must be readable behind the text given to the searches below: they look at whole
 /// blocks, since a line's last bytes are many where lines are short.
-inline constexpr std::size_t search_slack = 15;
+inline constexpr std::size_t search_slack = 16;
 
 /// The first byte in [p, end) that is one of those given, or `end`.
 template <class... Byte>
@@ -53,6 +54,32 @@ inline unsigned char* find_newline(unsigned char* p, unsigned char* end) {
   return p != end ? p : nullptr;
 #else
   return static_cast<unsigned char*>(std::memchr(p, '\n', static_cast<std::size_t>(end - p)));
+#endif
+}
+
+/// The first byte from `p` on that continues no identifier, as `word_units` has it. Up to
+/// search_slack bytes behind that one are looked at.
+inline const unsigned char* find_word_end(
+    const unsigned char* p, [[maybe_unused]] const std::array<bool, 256>& word_units) {
+#if defined(CPP_SSE2)
+  // In signed comparison the bytes of a range of n, moved to the bottom, are those below it.
+  const auto in_range = [](__m128i v, char first, char n) {
+    const __m128i moved = _mm_add_epi8(v, _mm_set1_epi8(static_cast<char>(-128 - first)));
+    return _mm_cmplt_epi8(moved, _mm_set1_epi8(static_cast<char>(-128 + n)));
+  };
+  const auto is = [](__m128i v, char c) { return _mm_cmpeq_epi8(v, _mm_set1_epi8(c)); };
+  for (;; p += 16) {
+    const __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p));
+    const __m128i letter = in_range(_mm_or_si128(v, _mm_set1_epi8(0x20)), 'a', 26);
+    const __m128i digit = in_range(v, '0', 10);
+    const __m128i other = _mm_or_si128(is(v, '_'), _mm_or_si128(is(v, '$'), is(v, 0x1D)));
+    const __m128i word = _mm_or_si128(letter, _mm_or_si128(digit, other));
+    const auto mask = static_cast<unsigned>(_mm_movemask_epi8(word)) ^ 0xFFFFU;
+    if (mask != 0) return p + std::countr_zero(mask);
+  }
+#else
+  while (word_units[*p]) ++p;
+  return p;
 #endif
 }
 

@@ -78,6 +78,15 @@ inline bool is_word_unit(const unit* p) {
   return *p < 256 && word_units[*p];
 }
 
+/// The end of the letters and digits at `p`.
+inline const unsigned char* end_of_run(const unsigned char* p) {
+  return find_word_end(p, word_units);
+}
+inline const unit* end_of_run(const unit* p) {
+  while (is_word_unit(p)) ++p;
+  return p;
+}
+
 /// Whether the unit at `p` has no effect when it is read ahead.
 inline bool is_calm(const unsigned char* p) {
   if (calm_units[*p]) [[likely]] {
@@ -103,8 +112,7 @@ inline bool is_calm(const unit* p) {
 /// `macro` becomes the record of the word, or null if it has none.
 template <class Unit>
 inline const Unit* end_of_word(const Unit* p, symbol*& macro) {
-  const Unit* end = p + 1;
-  while (is_word_unit(end)) ++end;
+  const Unit* end = end_of_run(p + 1);
   const auto len = static_cast<std::size_t>(end - p);
   if (len > settings.ident_max || !is_calm(end)) return nullptr;
   macro = sym_find(p, len);

@@ -24,8 +24,7 @@ struct source_copy {
 };
 
 inline constexpr std::size_t source_block_size = 65536;
-/// What searches may read behind the bytes of a block.
-inline constexpr std::size_t source_slack = search_slack > name_slack ? search_slack : name_slack;
+static_assert(search_slack >= name_slack);
 
 /// A file being read. Only this module changes it.
 struct source_file {
@@ -37,7 +36,7 @@ struct source_file {
   int fd;            ///< -1 when a copy is read
   source_copy copy;  ///< what is left of it
   source_file* free_link;
-  unsigned char block[source_block_size + 1 + source_slack];  ///< room for a supplied newline
+  unsigned char block[source_block_size + 1 + search_slack];  ///< room for a supplied newline
 };
 
 /// Takes over the open descriptor `fd` and gives a source_file to read it through. With `keep` the

@@ -189,10 +189,14 @@ symbol* enter_new(const Unit* name, std::size_t len) {
   sym->key = name_key(name, len);
   chain_insert(sym);
   index_insert(sym);
+  const std::size_t shape = len == 0 ? 0 : name_shape(name, len);
+  name_shapes[shape / 64] |= std::uint64_t{1} << (shape % 64);
   return sym;
 }
 
 }  // namespace
+
+std::array<std::uint64_t, name_shapes_size / 64> name_shapes;
 
 // The bytes are taken eight at a time, the last eight overlapping what came before; reading past a
 // short name is what name_slack allows for.
@@ -235,17 +239,17 @@ std::uint64_t name_key(const unit* name, std::size_t len) {
   return mix(len, v);
 }
 
-symbol* sym_find(const unit* name, std::size_t len) {
+symbol* sym_search(const unit* name, std::size_t len) {
   return find(name, len);
 }
-symbol* sym_find(const unsigned char* name, std::size_t len) {
+symbol* sym_search(const unsigned char* name, std::size_t len) {
   return find(name, len);
 }
 
 symbol* sym_enter(const unit* name, bool remove) {
   static symbol removed;  // stands for a record that is gone
   const std::size_t len = str16_len(name);
-  symbol* old = sym_find(name, len);
+  symbol* old = sym_search(name, len);
   if (old != nullptr) sym_remove(old);
   if (remove) return old != nullptr ? &removed : nullptr;
   return enter_new(name, len);

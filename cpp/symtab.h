@@ -6,6 +6,7 @@
 // own, an open-addressed hash table keyed by the whole name; both always hold the same records.
 #pragma once
 
+#include <array>
 #include <cstddef>
 #include <cstdint>
 
@@ -56,9 +57,28 @@ std::uint64_t name_key(const unit* name, std::size_t len);
 /// it.
 std::uint64_t name_key(const unsigned char* name, std::size_t len);
 
-/// The record of the name, or null. The index search behind is_macro.
-symbol* sym_find(const unit* name, std::size_t len);
-symbol* sym_find(const unsigned char* name, std::size_t len);
+/// The search of the index behind sym_find().
+symbol* sym_search(const unit* name, std::size_t len);
+symbol* sym_search(const unsigned char* name, std::size_t len);
+
+/// The shapes of all names entered so far: a name's length, first and last unit, modulo the size of
+/// this set of bits. Nearly all identifiers of a text are no macros, and most of those are told by
+/// their shape alone.
+inline constexpr std::size_t name_shapes_size = 65536;
+extern std::array<std::uint64_t, name_shapes_size / 64> name_shapes;
+
+template <class Unit>
+std::size_t name_shape(const Unit* name, std::size_t len) {
+  return (name[0] + name[len - 1] * std::size_t{151} + len * 1031) % name_shapes_size;
+}
+
+/// The record of the name of `len` units, at least one, or null.
+template <class Unit>
+symbol* sym_find(const Unit* name, std::size_t len) {
+  const std::size_t shape = name_shape(name, len);
+  const bool known_shape = (name_shapes[shape / 64] >> (shape % 64) & 1U) != 0;
+  return known_shape ? sym_search(name, len) : nullptr;
+}
 
 /// Removes the record of `name` (zero-ended) if there is one. With `remove` set returns a non-null
 /// value exactly when there was one; that value must not be followed. Otherwise enters a fresh

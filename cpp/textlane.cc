@@ -4,6 +4,7 @@
 // with is copy_line() in the driver, which takes the same text unit by unit.
 #include "cpp/textlane.h"
 
+#include <array>
 #include <cstddef>
 
 #include "cpp/calllane.h"
@@ -31,32 +32,77 @@ unsigned char* skip_comment(unsigned char* p, unsigned char* newline_at) {
   return behind;
 }
 
-// Copies tokens from `p`. Returns where it stopped: at the line's newline, or before the blanks in
-// front of the first token that it leaves alone.
+// What a single blank can stand before, as part of a run that is copied: tokens that cannot turn
+// out to be white space themselves.
+constexpr std::array<bool, 256> make_solid_units() {
+  std::array<bool, 256> t{};
+  for (std::size_t c = 0; c < 256; ++c) {
+    t[c] = kinds[c] != lane::stop && kinds[c] != blank && kinds[c] != lane::newline && c != '/' &&
+           c != '?';
+  }
+  return t;
+}
+constexpr std::array<bool, 256> solid_units = make_solid_units();
+
+// Passes over tokens from `p` on that are copied as they stand, single blanks between them
+// included. Returns where that ends; with `macro` set, that is the name of a macro, which ends at
+// `name_end`.
+inline unsigned char* pass_tokens(unsigned char* p, symbol*& macro, unsigned char*& name_end) {
+  for (;;) {
+    const unsigned char* end = nullptr;
+    switch (kinds[*p]) {
+      case lane::letter:
+        end = lane::end_of_word(p, macro);
+        if (macro != nullptr) {
+          name_end = const_cast<unsigned char*>(end);
+          return p;
+        }
+        break;
+      case lane::single:
+        if (*p != '?' || p[1] != '?') end = p + 1;
+        break;
+      case blank:
+        if (*p == ' ' && solid_units[p[1]]) end = p + 1;
+        break;
+      case lane::operand:
+        if (*p != '/' && lane::calm_units[p[1]]) {
+          end = p + 1;
+          break;
+        }
+        [[fallthrough]];
+      default:
+        end = lane::end_of_token(p, macro);
+    }
+    if (end == nullptr) return p;
+    p = const_cast<unsigned char*>(end);
+  }
+}
+
+// Copies tokens from `p`. Returns where it stopped: at the line's newline, or at the first token
+// that it leaves alone, or before the blanks in front of it.
 unsigned char* copy_tokens(unsigned char* p, unsigned char* newline_at) {
   const unsigned char* run = p;  // what follows is to be copied as it stands, up to p
   for (;;) {
-    unsigned char* resume = p;  // where the plain path goes on if it must
-    unsigned char* token = lane::skip_blanks(p);
-    while (*token == '/') {
-      unsigned char* behind = skip_comment(token, newline_at);
-      if (behind == nullptr) break;
-      token = lane::skip_blanks(behind);
-      resume = token != behind ? behind : behind - 1;  // a blank, for the comment
-    }
     symbol* macro = nullptr;
-    const unsigned char* end = lane::end_of_token(token, macro);
-    if (end == nullptr) {
+    unsigned char* end = nullptr;
+    unsigned char* token = p = pass_tokens(p, macro, end);
+    if (macro == nullptr) {
+      unsigned char* resume = p;  // where the plain path goes on if it must
+      token = lane::skip_blanks(p);
+      while (*token == '/') {
+        unsigned char* behind = skip_comment(token, newline_at);
+        if (behind == nullptr) break;
+        token = lane::skip_blanks(behind);
+        resume = token != behind ? behind : behind - 1;  // a blank, for the comment
+      }
       out_bytes(run, static_cast<std::size_t>(p - run));
-      return *token == '\n' ? token : resume;
-    }
-    const std::ptrdiff_t blanks = token - p;
-    if (blanks > 1 || (blanks == 1 && *p != ' ')) {
-      out_bytes(run, static_cast<std::size_t>(p - run));
-      out_byte(' ');
       run = token;
+      end = const_cast<unsigned char*>(
+          lane::end_of_token(static_cast<const unsigned char*>(token), macro));
+      if (end == nullptr) return *token == '\n' ? token : resume;
+      if (token != p) out_byte(' ');
     }
-    p = const_cast<unsigned char*>(end);
+    p = end;
     if (macro != nullptr) {
       out_bytes(run, static_cast<std::size_t>(token - run));
       unsigned char* behind = expand_in_line(macro, p);
