@@ -176,6 +176,11 @@ int do_elif(int pending) {
   return end_of_line_check(pending);
 }
 
+int do_include_line(int pending) {
+  do_include();
+  return pending + 1;
+}
+
 namespace {
 
 int do_ifdef(int pending) {
@@ -203,11 +208,6 @@ int do_endif(int pending) {
   }
   close_group();
   return end_of_line_check(pending);
-}
-
-int do_include_line(int pending) {
-  do_include();
-  return pending + 1;
 }
 
 int do_define_line(int pending) {

@@ -40,8 +40,10 @@ void enter_else();
 bool group_is_open();
 /// Ends the innermost group.
 void close_group();
-/// Carry out an #if or #elif line with its word read. Take and return the count of control_line().
+/// Carry out an #if, #elif or #include line with its word read. Take and return the count of
+/// control_line(); the rest of an #include line is read behind the file.
 int do_if(int pending);
 int do_elif(int pending);
+int do_include_line(int pending);
 
 }  // namespace kv::cpp

@@ -20,7 +20,6 @@
 #include <string_view>
 
 #include "cpp/control.h"
-#include "cpp/include.h"
 #include "cpp/lanes.h"
 #include "cpp/lanescan.h"
 #include "cpp/number.h"
@@ -340,11 +339,6 @@ outcome hand_on(unsigned char* behind_mark, const word& directive, int (*carry_o
   return outcome::read_on;
 }
 
-int include_from_line(int pending) {
-  do_include();
-  return pending + 1;
-}
-
 outcome take_control_line(unsigned char* behind_mark, unsigned char* newline_at, int& pending) {
   unsigned char* p = skip_space(behind_mark, newline_at);
   if (p == nullptr) return outcome::refused;
@@ -376,7 +370,7 @@ outcome take_control_line(unsigned char* behind_mark, unsigned char* newline_at,
     case code_of("if"):
       return hand_on(behind_mark, directive, do_if, pending);
     case code_of("include"):
-      return hand_on(behind_mark, directive, include_from_line, pending);
+      return hand_on(behind_mark, directive, do_include_line, pending);
     default:
       return outcome::refused;
   }

@@ -683,7 +683,7 @@ void pass_over_lines(input_frame* f, unsigned char* last, unsigned char* end, in
 
 bool load_first_line() {
   input_frame* f = cur_frame;
-  if (f->rdptr != nullptr || f->fp == nullptr || f->parent == nullptr || detached.ungot ||
+  if (f->line_end != nullptr || f->fp == nullptr || f->parent == nullptr || detached.ungot ||
       !load_line(f)) {
     return false;
   }

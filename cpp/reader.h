@@ -120,7 +120,7 @@ void unget();
 /// Whether the line of the file `f` is used up, and its next one can be loaded and read without any
 /// accounting.
 inline bool at_lane_end(const input_frame* f) {
-  return f->rdptr != nullptr && f->rdptr == f->lane_end && f->lane_end == f->line_end;
+  return f->lane_end != nullptr && f->rdptr == f->lane_end && f->lane_end == f->line_end;
 }
 
 /// Lane: with the line of the file on top used up, moves on to its next line. Returns false, and

@@ -29,6 +29,7 @@ source_file* free_sources = nullptr;
 long read_some(source_file* f, unsigned char* to, std::size_t room) {
   if (f->fd >= 0) return host::read_block(f->fd, to, room);
   const std::size_t n = f->copy.size < room ? f->copy.size : room;
+  if (n == 0) return 0;
   std::memcpy(to, f->copy.bytes, n);
   f->copy.bytes += n;
   f->copy.size -= n;
