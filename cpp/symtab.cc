@@ -187,6 +187,7 @@ void take_out(symbol* sym) {
 }  // namespace
 
 std::array<std::uint64_t, name_shapes_size / 64> name_shapes;
+std::uint64_t macros_epoch = 1;
 
 // The bytes are taken eight at a time, the last eight overlapping what came before; reading past a
 // short name is what name_slack allows for.
@@ -240,6 +241,7 @@ symbol* sym_enter(const unit* name, bool remove) {
   static symbol removed;  // stands for a record that is gone
   const std::size_t len = str16_len(name);
   symbol* old = sym_search(name, len);
+  ++macros_epoch;
   if (old != nullptr) take_out(old);
   if (remove) return old != nullptr ? &removed : nullptr;
 
@@ -262,6 +264,7 @@ const symbol* symtab(std::size_t n) {
 }
 
 void sym_set_body(symbol* sym, const unit* text) {
+  ++macros_epoch;
   sym->body = str16_dup(text);
   sym->body_len = static_cast<std::uint32_t>(str16_len(text));
   sym->has_operators = sym->has_references = false;
