@@ -10,6 +10,7 @@
 // call is given up: what was written is taken back, and the plain path begins it anew.
 #include "cpp/calllane.h"
 
+#include <algorithm>
 #include <array>
 #include <cstddef>
 #include <cstdint>
@@ -47,6 +48,22 @@ struct level {
   int arg_count;
   bool at_end;  // expansions: MARK_EXP_END has been delivered
 };
+
+// What an object-like macro came to when it was expanded last: the same again as long as no macro
+// is defined or removed, and the macros it depends on are not being expanded.
+struct memo {
+  static constexpr std::size_t macros_limit = 6;
+
+  std::array<symbol*, macros_limit> macros;  // that were met, the macro itself first
+  std::size_t macro_count;
+  const unsigned char* text;
+  std::size_t length;
+  int expansions;
+  bool ends_in_number;  // so that what follows must not be able to continue it
+};
+constexpr std::size_t memos_limit = 1024;
+constexpr std::size_t memo_text_size = 32768;
+constexpr std::size_t memo_length_limit = 1024;
 
 struct call {
   explicit call(const symbol* sym) : macro(sym) {}
@@ -96,6 +113,7 @@ class call_lane {
   }
   void pop() {
     const level& l = levels[--depth];
+    if (depth < recorded_level) recorded_level = 0;
     if (l.macro != nullptr) {
       --l.macro->disable;
     } else if (l.arg_of != nullptr) {
@@ -142,6 +160,7 @@ class call_lane {
   // Gathers the name that begins with the unit read last. The token lies where it stands, or in
   // `name_buf` when its units come from several texts.
   void scan_name(int c);
+  symbol* look_up();
   symbol* eligible(symbol* macro) const;
   std::size_t marks_before_token() const {
     std::size_t n = 0;
@@ -157,7 +176,10 @@ class call_lane {
   bool find_open_paren();
   void collect(call& c);
   void collect_from_line(call& c);
-  void collect_run(int& parens);
+  void collect_run(const call& c, int& parens);
+  void collect_expansion_run(int& parens);
+  void collect_argument_run(const call& c, int& parens);
+  void collect_identifier(const call& c);
   bool collect_unit(int c, int& parens);
   void keep_collected(call& c, unit* mark);
   int expand_fully(int c);
@@ -192,6 +214,13 @@ class call_lane {
     kept += n;
     return room;
   }
+
+  // ---- What has been found before.
+
+  bool replay(symbol* macro);
+  void start_recording(symbol* macro);
+  void note(symbol* macro);
+  void finish_recording(bool ends_in_number);
 
   // ---- Output, as in the main loop.
 
@@ -231,11 +260,20 @@ class call_lane {
   unit* collected = nullptr;
   const unit* token = nullptr;
   std::size_t token_length = 0;
+
+  std::uint64_t memo_epoch = 0;  // of what is remembered
+  std::size_t memo_count = 0;
+  std::size_t memo_text_used = 0;
+  std::size_t recorded_level = 0;  // of the expansion being recorded, from 1; 0: none
+  unsigned char* recorded_from = nullptr;
+  memo recorded{};
   std::array<level, levels_limit> levels;
   std::array<unit*, pointers_size> pointers;
   std::array<unit, name_limit> name_buf;
   std::array<unit, collected_size> collected_text;
   std::array<unit, scratch_size> scratch;
+  std::array<memo, memos_limit> memos;
+  std::array<unsigned char, memo_text_size> memo_text;
 };
 
 // ---- The reader.
@@ -336,6 +374,13 @@ void call_lane::scan_name(int c) {
   if (token_length > settings.ident_max) fail();
 }
 
+// The macro that the token names, or null.
+inline symbol* call_lane::look_up() {
+  symbol* macro = sym_find(token, token_length);
+  if (macro != nullptr && recorded_level != 0) note(macro);
+  return macro;
+}
+
 // `macro` if it may be expanded where reading stands, else null.
 inline symbol* call_lane::eligible(symbol* macro) const {
   const bool in_its_argument = in_argument_text() && depth > 1 && levels[depth - 2].macro == macro;
@@ -348,7 +393,7 @@ int call_lane::try_expand(int c) {
   while (begins_identifier(c)) {
     scan_name(c);
     if (failed) return 0;
-    symbol* macro = sym_find(token, token_length);
+    symbol* macro = look_up();
     if (macro == nullptr || !replace(macro)) return c;
     c = get();
   }
@@ -510,12 +555,7 @@ void call_lane::collect(call& c) {
           continue;
         }
         if (expanded && begins_identifier(u)) {
-          append_due_space();
-          if (token_length == c.macro->name_len &&
-              std::memcmp(token, c.macro->name, token_length * sizeof(unit)) == 0) {
-            collect_save(MARK_NOEXPAND);
-          }
-          for (std::size_t i = 0; i < token_length; ++i) collect_save(token[i]);
+          collect_identifier(c);
         } else if (parens == 0 && (u == ')' || u == ',')) {
           break;
         } else if (!collect_unit(u, parens)) {
@@ -523,7 +563,7 @@ void call_lane::collect(call& c) {
         }
       }
       expanded = false;
-      collect_run(parens);
+      collect_run(c, parens);
       u = get_nomark();
     }
     collect_save(0);
@@ -535,9 +575,68 @@ void call_lane::collect(call& c) {
   collected = mark;
 }
 
-// Lane within the lane: what an expansion's text has ahead stands for itself.
-inline void call_lane::collect_run(int& parens) {
-  if (depth == 0 || top().macro == nullptr || top().at_end) return;
+// Lane within the lane: collects what the text on top has ahead that needs no closer look.
+inline void call_lane::collect_run(const call& c, int& parens) {
+  if (depth == 0 || top().at_end) return;
+  if (top().macro != nullptr) {
+    collect_expansion_run(parens);
+  } else {
+    collect_argument_run(c, parens);
+  }
+}
+
+// The text of an argument or generated text is expanded while it is collected.
+void call_lane::collect_argument_run(const call& c, int& parens) {
+  level& l = top();
+  while (!failed) {
+    const unit u = *l.at;
+    switch (lane::kind_at(l.at)) {
+      case lane::blank:
+        space_due = true;
+        ++l.at;
+        continue;
+      case lane::letter: {
+        const unit* end = lane::end_of_run(l.at);
+        token = l.at;
+        token_length = static_cast<std::size_t>(end - l.at);
+        if (token_length > settings.ident_max || !lane::is_calm(end)) return;
+        symbol* macro = look_up();
+        if (macro != nullptr && eligible(macro) != nullptr) return;
+        collect_identifier(c);
+        l.at = end;
+        continue;
+      }
+      case lane::digit:
+      case lane::operand:
+        if (!is_plain(u) || !is_plain(l.at[1])) return;
+        break;
+      case lane::single:
+      case lane::point:
+        if (parens == 0 && (u == ',' || u == ')')) return;
+        if (u == '(') ++parens;
+        if (u == ')') --parens;
+        break;
+      default:
+        return;
+    }
+    append_due_space();
+    collect_save(u);
+    ++l.at;
+  }
+}
+
+// Appends the identifier that is the token.
+void call_lane::collect_identifier(const call& c) {
+  append_due_space();
+  if (token_length == c.macro->name_len &&
+      std::memcmp(token, c.macro->name, token_length * sizeof(unit)) == 0) {
+    collect_save(MARK_NOEXPAND);
+  }
+  for (std::size_t i = 0; i < token_length; ++i) collect_save(token[i]);
+}
+
+// The text of an expansion is taken as it is.
+void call_lane::collect_expansion_run(int& parens) {
   const unit* at = top().at;
   unit* to = collected;
   const unit* const limit = collected_text.data() + collected_size - 2;
@@ -622,6 +721,79 @@ bool call_lane::paste_tokens(int c) {
   text[n + token_length - marks] = 0;
   push_generated(text);
   return true;
+}
+
+// ---- What has been found before. Constants make up most of all calls, and their names come again.
+
+// Writes what the object-like `macro`, which may be expanded here, came to before. Returns false,
+// with nothing done, when that is not known or not sure to be the same.
+bool call_lane::replay(symbol* macro) {
+  if (macro->memo_epoch != memo_epoch) return false;
+  const memo& m = memos[macro->memo_index];
+  for (std::size_t i = 0; i < m.macro_count; ++i) {
+    if (m.macros[i]->disable != 0) return false;
+  }
+  if (m.ends_in_number) {
+    const bool ends =
+        depth == 0 ? lane::is_calm(line) && !lane::is_word_unit(line) && *line != '.'
+                   : lane::is_calm(top().at) && !lane::is_word_unit(top().at) && *top().at != '.';
+    if (!ends) return false;
+  }
+  if (out_room() < m.length || (expansions += m.expansions) > expansions_limit) {
+    fail();
+    return true;
+  }
+  std::memcpy(out_next, m.text, m.length);
+  out_next += m.length;
+  return true;
+}
+
+// Remembers what is written from here to the end of the expansion of `macro` that begins now.
+void call_lane::start_recording(symbol* macro) {
+  if (macro->nargs != NARGS_OBJECT || macro->disable != 0 || depth == levels_limit) return;
+  recorded_level = depth + 1;
+  recorded_from = out_next;
+  recorded.macros[0] = macro;
+  recorded.macro_count = 1;
+  recorded.expansions = expansions;
+}
+
+// A macro met while recording: what is recorded depends on its not being expanded outside.
+void call_lane::note(symbol* macro) {
+  int disabled_inside = 0;
+  for (std::size_t i = recorded_level - 1; i < depth; ++i) {
+    if (levels[i].macro == macro) ++disabled_inside;
+    if (levels[i].macro == nullptr && levels[i].arg_of == macro) --disabled_inside;
+  }
+  const auto end = recorded.macros.begin() + static_cast<std::ptrdiff_t>(recorded.macro_count);
+  if (macro->disable != disabled_inside) {
+    recorded_level = 0;
+  } else if (std::find(recorded.macros.begin(), end, macro) == end) {
+    if (recorded.macro_count == memo::macros_limit) {
+      recorded_level = 0;
+    } else {
+      recorded.macros[recorded.macro_count++] = macro;
+    }
+  }
+}
+
+void call_lane::finish_recording(bool ends_in_number) {
+  recorded_level = 0;
+  recorded.length = static_cast<std::size_t>(out_next - recorded_from);
+  recorded.expansions = expansions - recorded.expansions;
+  recorded.ends_in_number = ends_in_number;
+  if (recorded.length > memo_length_limit) return;
+  if (memo_count == memos_limit || memo_text_size - memo_text_used < recorded.length) {
+    memo_epoch = ++macros_epoch;
+    memo_count = memo_text_used = 0;
+  }
+  unsigned char* text = memo_text.data() + memo_text_used;
+  std::memcpy(text, recorded_from, recorded.length);
+  memo_text_used += recorded.length;
+  recorded.text = text;
+  recorded.macros[0]->memo_epoch = memo_epoch;
+  recorded.macros[0]->memo_index = static_cast<std::uint32_t>(memo_count);
+  memos[memo_count++] = recorded;
 }
 
 // ---- Output.
@@ -732,8 +904,10 @@ bool call_lane::write_tokens() {
         l.at = end;
         if (blanks) put(' ');
         if (leaves) pop();
-        symbol* macro = sym_find(token, token_length);
+        symbol* macro = look_up();
         if (macro != nullptr && eligible(macro) != nullptr) {
+          if (replay(macro)) continue;
+          if (recorded_level == 0) start_recording(macro);
           finish_token(expand(macro) ? try_expand(get()) : *at);
           continue;
         }
@@ -746,13 +920,17 @@ bool call_lane::write_tokens() {
         if (!number_ends_calmly(end, leaves)) return false;
         l.at = end;
         if (blanks) put(' ');
-        if (leaves) pop();
         write_run(at, end);
+        if (leaves) {
+          if (depth == recorded_level) finish_recording(true);
+          pop();
+        }
         continue;
       }
       case lane::stop:
         if (*at == 0 && (l.macro != nullptr || !blanks)) {
           if (blanks) put(' ');
+          if (depth == recorded_level) finish_recording(false);
           pop();
         } else if (!is_param_ref(*at) || !enter_argument(at, blanks)) {
           return false;
@@ -797,8 +975,15 @@ unsigned char* call_lane::run(symbol* macro, unsigned char* behind_name) {
   expansions = calls = 0;
   depth = kept = pointers_used = 0;
   collected = collected_text.data();
+  recorded_level = 0;
+  if (memo_epoch != macros_epoch) {
+    memo_epoch = macros_epoch;
+    memo_count = memo_text_used = 0;
+  }
   if (out_room() < output_limit) out_flush();
   unsigned char* const written = out_next;
+  if (macro->disable == 0 && replay(macro)) return line;
+  if (!failed && macro->disable == 0) start_recording(macro);
   if (macro->disable == 0 && expand(macro)) {
     finish_token(try_expand(get()));
     while (!failed && depth != 0) write_step();

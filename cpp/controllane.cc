@@ -215,21 +215,19 @@ bool write_body(calm_definition& def, unsigned char* p, unsigned char* newline_a
   return true;
 }
 
-// Enters the definition whose body lies in the work buffer, unless that takes a message.
+// Enters the definition whose body lies in the work buffer. One that changes a known macro is left
+// to the plain path, and its message.
 bool enter(const calm_definition& def) {
   const unit* body = work_buf.data();
   symbol* sym = sym_find(def.name.start, def.name.len);
   if (sym != nullptr) {
-    if (sym->disable != 0 || sym->body == nullptr || sym->body_len != def.body_len ||
-        !std::equal(body, body + def.body_len, sym->body)) {
-      return false;
-    }
-  } else {
-    sym = sym_enter_new(def.name.start, def.name.len);
-    sym->def_line = cur_line;
-    sym->def_file = cur_frame->path;
-    sym_set_body(sym, body, def.body_len);
+    return sym->disable == 0 && sym->body != nullptr && sym->nargs == def.nargs &&
+           sym->body_len == def.body_len && std::equal(body, body + def.body_len, sym->body);
   }
+  sym = sym_enter_new(def.name.start, def.name.len);
+  sym->def_line = cur_line;
+  sym->def_file = cur_frame->path;
+  sym_set_body(sym, body, def.body_len);
   sym->nargs = def.nargs;
   return true;
 }
