@@ -88,7 +88,7 @@ bool same_word(const word& a, const word& b) {
 }
 
 // The words of directives as numbers: up to eight bytes, the first one lowest.
-constexpr std::uint64_t code_of(std::string_view text) {
+consteval std::uint64_t code_of(std::string_view text) {
   std::uint64_t code = 0;
   for (std::size_t i = text.size(); i > 0; --i) {
     code = code << 8 | static_cast<unsigned char>(text[i - 1]);
