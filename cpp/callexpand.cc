@@ -312,7 +312,6 @@ bool call_expander::paste_tokens(int c) {
   return true;
 }
 
-// A macro met while recording: what is recorded depends on its not being expanded outside.
 void call_expander::note(symbol* macro) {
   int disabled_inside = 0;
   for (std::size_t i = watched_depth - 1; i < depth; ++i) {

@@ -28,6 +28,10 @@ class call_expander : protected call_reader {
     return macro;
   }
 
+  // A macro met while an expansion is recorded: the record depends on its not being expanded
+  // outside.
+  void note(symbol* macro);
+
   // Expands `macro`, named by the token and eligible. Returns false when it is not called after
   // all, and after a failure.
   bool expand(symbol* macro);
@@ -59,7 +63,6 @@ class call_expander : protected call_reader {
     std::array<unit*, max_macro_args> args;  // the first `count`
   };
 
-  void note(symbol* macro);
   bool replace(symbol* macro);
   bool find_open_paren();
   void push_replacement(symbol* macro, const call* c);

@@ -83,6 +83,7 @@ bool call_lane::replay(const symbol* macro) {
     fail();
     return true;
   }
+  for (std::size_t i = 0; i < m->macro_count && watched_depth != 0; ++i) note(m->macros[i]);
   std::memcpy(out_next, m->text, m->length);
   out_next += m->length;
   return true;
