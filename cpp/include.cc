@@ -1,9 +1,11 @@
 // Opening files is what costs: a name is probed for in one directory after another. So the run
 // remembers what it has learned: the names in a directory where a probe has failed, the file found
 // for a name, and the content of small files. None of it may show: a file known from memory is
-// pushed, announced and warned of exactly as one that has just been opened.
+// pushed, announced and warned of exactly as one that has just been opened. One whose include
+// guard is defined is announced and warned of, too, but what reading it would do is done at once.
 #include "cpp/include.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <string>
@@ -18,11 +20,15 @@
 #include "common/kvdebug.h"
 #include "common/osdep.h"
 #include "common/stringcache.h"
+#include "cpp/control.h"
 #include "cpp/expand.h"
+#include "cpp/guard.h"
+#include "cpp/lanes.h"
 #include "cpp/options.h"
 #include "cpp/reader.h"
 #include "cpp/scan.h"
 #include "cpp/source.h"
+#include "cpp/symtab.h"
 
 namespace kv::cpp {
 
@@ -90,6 +96,8 @@ struct header {
   bool lowered = false;        // only the lower-case spelling opened
   bool case_differs = false;   // the stored name has other letters
   source_copy content;
+  bool guard_known = false;  // `guard` has been looked for in the content
+  include_guard guard;
 };
 
 // By path. Lives for the run, so that paths can be referred to.
@@ -132,13 +140,46 @@ source_file* open_file(const char* path, header& h) {
   return source_open(fd, &h.content, size);
 }
 
+// The newlines of the header that the last include directive has passed over, if it has.
+int newlines_passed_over = 0;
+
+// Whether another file could be opened; where not, errno says so.
+bool file_place_left() {
+  if (!host::take_file_place()) return false;
+  host::give_file_place();
+  return true;
+}
+
+// Lane: whether reading `h` from its copy would do nothing but count newlines, since its include
+// guard is defined.
+bool is_guarded(header& h) {
+  if (!lanes || !in_file_frame() || in_asm || settings.cmode_asm || cmode_is(CMODE_TSLINK) != 0)
+    return false;
+  if (!h.guard_known) {
+    h.guard = guard_of(h.content.bytes, h.content.size);
+    h.guard_known = true;
+  }
+  const include_guard& guard = h.guard;
+  if (guard.name == nullptr || (guard.outer_comments && settings.keep_comments) ||
+      !groups_fit(guard.depth)) {
+    return false;
+  }
+  const symbol* sym =
+      sym_find(guard.name, std::min<std::size_t>(guard.name_len, settings.ident_max));
+  return sym != nullptr && sym_eligible(sym);
+}
+
 // Opens and pushes `path`, of which `h` is what is known, if anything. Returns what is known now,
 // or null.
 header* open_header(const char* path, header* h) {
-  source_file* file;
+  source_file* file = nullptr;  // stays so for a header that is passed over
   if (h != nullptr && h->content.bytes != nullptr) {
-    file = source_open_copy(h->content);
-    if (file == nullptr) return nullptr;
+    if (is_guarded(*h)) {
+      if (!file_place_left()) return nullptr;
+    } else {
+      file = source_open_copy(h->content);
+      if (file == nullptr) return nullptr;
+    }
   } else {
     header fresh;
     file = open_file(path, fresh);
@@ -150,7 +191,12 @@ header* open_header(const char* path, header* h) {
   if (h->lowered) alert_msg(164, path);
   if (settings.show_includes) note_include(path);
   if (h->case_differs) alert_msg(165, path);
-  push_file(file, h->path);
+  if (file != nullptr) {
+    push_file(file, h->path);
+  } else {
+    pass_over_file();
+    newlines_passed_over = h->guard.newlines;
+  }
   return h;
 }
 
@@ -224,22 +270,24 @@ std::uint32_t include_name_hash(word path) {
   return h;
 }
 
-void do_include() {
+int do_include() {
   const int open = try_expand(skip_ws());
   std::string name;
   if ((open != '<' && open != '"') || !read_name(open == '<' ? '>' : '"', name)) {
     alert_msg(109);
-    return;
+    return 0;
   }
   if (name.size() >= include_name_limit) alert_msg(146);
   warn_of_separators(name);
   const bool quoted = open == '"';
   errno = ENOENT;
-  if (find_include(name.c_str(), quoted)) return;
+  newlines_passed_over = 0;
+  if (find_include(name.c_str(), quoted)) return newlines_passed_over;
   std::string slashed = name;
   for (char& c : slashed) c = c == '\\' ? '/' : c;
-  if (slashed != name && find_include(slashed.c_str(), quoted)) return;
+  if (slashed != name && find_include(slashed.c_str(), quoted)) return newlines_passed_over;
   alert_msg(141, "include", name);
+  return 0;
 }
 
 bool find_include(const char* name, bool quoted) {

@@ -19,7 +19,7 @@ namespace {
 constexpr std::size_t block_size = 65536;
 
 // What all copies of a run may take together.
-constexpr std::size_t copies_limit = 64 * 1024 * 1024;
+constexpr std::size_t copies_limit = 4 * 1024 * 1024;
 std::size_t copies_size = 0;
 
 static_assert(block_size > 2 * line_capacity, "a block must hold a whole line beside a cut one");
@@ -81,9 +81,10 @@ void keep_content(source_file* f, source_copy& keep, std::size_t expected) {
   const auto size = static_cast<std::size_t>(f->limit - f->block);
   if (size == expected) f->at_end = true;
   if (!f->at_end || size == 0 || copies_size + size > copies_limit) return;
-  keep.bytes = static_cast<unsigned char*>(checked_alloc(size));
+  keep.bytes = static_cast<unsigned char*>(checked_alloc(size + 1 + name_slack));
   keep.size = size;
   std::memcpy(keep.bytes, f->block, size);
+  keep.bytes[size] = '\n';
   copies_size += size;
 }
 

@@ -15,7 +15,7 @@ struct source_line {
 };
 
 /// The content of a small file, kept for the next time it is read in the run; null when it is not
-/// kept.
+/// kept. Behind it lie a newline and name_slack bytes.
 struct source_copy {
   unsigned char* bytes = nullptr;
   std::size_t size = 0;
