@@ -59,6 +59,7 @@ bool is_regular(const unsigned char* text, const unsigned char* end) {
   for (const unsigned char* p = text; (p = find_byte(p, end, '\r')) != nullptr; ++p) {
     if (p[1] != '\n') return false;
   }
+  if (end - text < line_capacity) return true;
   for (const unsigned char* line = text; line < end;) {
     const unsigned char* newline = find_byte(line, end + 1, '\n');
     if (newline - line >= line_capacity) return false;

@@ -6,6 +6,7 @@
 #include "cpp/source.h"
 
 #include <cstddef>
+#include <cstdlib>
 #include <cstring>
 
 #include "common/alloc.h"
@@ -81,7 +82,8 @@ void keep_content(source_file* f, source_copy& keep, std::size_t expected) {
   const auto size = static_cast<std::size_t>(f->limit - f->block);
   if (size == expected) f->at_end = true;
   if (!f->at_end || size == 0 || copies_size + size > copies_limit) return;
-  keep.bytes = static_cast<unsigned char*>(checked_alloc(size + 1 + name_slack));
+  keep.bytes = static_cast<unsigned char*>(std::malloc(size + 1 + name_slack));
+  if (keep.bytes == nullptr) return;
   keep.size = size;
   std::memcpy(keep.bytes, f->block, size);
   keep.bytes[size] = '\n';
