@@ -22,18 +22,19 @@ namespace {
 // What a control line means inside a skipped group.
 enum class role { opens, alternates, closes, passed_over, unknown };
 
+constexpr struct {
+  std::string_view word;
+  role meaning;
+} roles[] = {
+    {"define", role::passed_over}, {"if", role::opens},
+    {"endif", role::closes},       {"ifdef", role::opens},
+    {"ifndef", role::opens},       {"else", role::alternates},
+    {"elif", role::alternates},    {"include", role::passed_over},
+    {"undef", role::passed_over},  {"error", role::passed_over},
+    {"pragma", role::passed_over}, {"warning", role::passed_over},
+};
+
 role role_of(std::string_view word) {
-  constexpr struct {
-    std::string_view word;
-    role meaning;
-  } roles[] = {
-      {"define", role::passed_over}, {"if", role::opens},
-      {"endif", role::closes},       {"ifdef", role::opens},
-      {"ifndef", role::opens},       {"else", role::alternates},
-      {"elif", role::alternates},    {"include", role::passed_over},
-      {"undef", role::passed_over},  {"error", role::passed_over},
-      {"pragma", role::passed_over}, {"warning", role::passed_over},
-  };
   for (const auto& r : roles) {
     if (r.word == word) return r.meaning;
   }
@@ -170,7 +171,7 @@ class header_scan {
 
   std::string_view word() {
     const unsigned char* start = p_;
-    while (char_class(*p_) == CT_LETTER || char_class(*p_) == CT_DIGIT) ++p_;
+    while (continues_id(*p_)) ++p_;
     return {reinterpret_cast<const char*>(start), static_cast<std::size_t>(p_ - start)};
   }
 

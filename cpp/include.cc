@@ -246,15 +246,7 @@ std::string& candidate_path() {
   return *path;
 }
 
-// Makes the `n` bytes or units at `from` the name. Raises 146 where that is too long.
-template <class Unit>
-void set_include_name(const Unit* from, std::size_t n) {
-  if (n >= include_name_limit) alert_msg(146);
-  std::transform(from, from + n, include_name.begin(), [](Unit c) { return static_cast<char>(c); });
-  include_name[n] = 0;
-}
-
-// Lane: takes the name from the line of the file on top if nothing in it is translated.
+// Lane: takes the name from the line of the file on top if nothing in it is translated or too much.
 bool take_name(unsigned char close) {
   input_frame* f = cur_frame;
   if (!lanes || f == nullptr || f->rdptr >= f->lane_end) return false;
@@ -262,13 +254,18 @@ bool take_name(unsigned char close) {
   const void* end = std::memchr(name, close, static_cast<std::size_t>(f->line_end - name));
   if (end == nullptr) return false;
   const auto n = static_cast<std::size_t>(static_cast<const unsigned char*>(end) - name);
-  if (std::memchr(name, '?', n) != nullptr || std::memchr(name, 0, n) != nullptr) return false;
+  if (n >= include_name_limit || std::memchr(name, '?', n) != nullptr ||
+      std::memchr(name, 0, n) != nullptr) {
+    return false;
+  }
+  std::memcpy(include_name.data(), name, n);
+  include_name[n] = 0;
   f->rdptr += n + 1;
-  set_include_name(name, n);
   return true;
 }
 
-// Reads the name up to its closing delimiter. Returns false when the line ends first.
+// Reads the name up to its closing delimiter. Returns false when the line ends first. Raises 146
+// for a name that is too long.
 bool read_name(unsigned char close) {
   if (take_name(close)) return true;
   raw_read = true;
@@ -277,7 +274,10 @@ bool read_name(unsigned char close) {
   while ((c = get()) != close && c != '\n' && c != 0) work_save(c);
   raw_read = false;
   if (c != close) return false;
-  set_include_name(work_buf.data(), work_len);
+  if (work_len >= include_name_limit) alert_msg(146);
+  std::transform(work_buf.begin(), work_buf.begin() + work_len, include_name.begin(),
+                 [](unit u) { return static_cast<char>(u); });
+  include_name[work_len] = 0;
   return true;
 }
 
