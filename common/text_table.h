@@ -27,8 +27,7 @@ class text_table {
   /// A record and the text it is found by, which ends with a zero byte.
   struct entry {
     Record record;
-    std::uint32_t hash;
-    std::uint32_t length;
+    std::size_t length;
     const char* text;
   };
 
@@ -38,15 +37,23 @@ class text_table {
     if (2 * used_ >= size_) grow();
     const std::uint32_t hash = hash_of(text);
     for (std::size_t i = hash & (size_ - 1);; i = (i + 1) & (size_ - 1)) {
-      if (slots_[i] == nullptr) {
+      slot& s = slots_[i];
+      if (s.at == nullptr) {
         ++used_;
-        return *(slots_[i] = new_entry(text, hash));
+        s = {new_entry(text), hash};
+      } else if (s.hash != hash || s.at->length != text.size() ||
+                 std::memcmp(s.at->text, text.data(), text.size()) != 0) {
+        continue;
       }
-      if (matches(*slots_[i], text, hash)) return *slots_[i];
+      return *s.at;
     }
   }
 
  private:
+  struct slot {
+    entry* at;  // null: empty
+    std::uint32_t hash;
+  };
   static constexpr std::size_t first_size = 256;  // a power of two, as all sizes are
   static constexpr std::size_t chunk_size = 8192;
 
@@ -55,11 +62,6 @@ class text_table {
     std::uint32_t h = 2166136261U;
     for (const char c : text) h = (h ^ static_cast<unsigned char>(c)) * 16777619U;
     return h ^ (h >> 16);
-  }
-
-  static bool matches(const entry& e, std::string_view text, std::uint32_t hash) {
-    return e.hash == hash && e.length == text.size() &&
-           std::memcmp(e.text, text.data(), text.size()) == 0;
   }
 
   // Entries are cut off chunks that are never given back.
@@ -76,29 +78,29 @@ class text_table {
     return room;
   }
 
-  entry* new_entry(std::string_view text, std::uint32_t hash) {
+  entry* new_entry(std::string_view text) {
     void* room = room_for(sizeof(entry) + text.size() + 1);
     char* copy = static_cast<char*>(room) + sizeof(entry);
     std::memcpy(copy, text.data(), text.size());
     copy[text.size()] = 0;
-    return new (room) entry{{}, hash, static_cast<std::uint32_t>(text.size()), copy};
+    return new (room) entry{{}, text.size(), copy};
   }
 
   void grow() {
     const std::size_t size = size_ == 0 ? first_size : 2 * size_;
-    auto** slots = static_cast<entry**>(checked_alloc(size * sizeof(entry*)));
+    auto* slots = static_cast<slot*>(checked_alloc(size * sizeof(slot)));
     for (std::size_t i = 0; i < size_; ++i) {
-      if (slots_[i] == nullptr) continue;
-      std::size_t at = slots_[i]->hash & (size - 1);
-      while (slots[at] != nullptr) at = (at + 1) & (size - 1);
-      slots[at] = slots_[i];
+      if (slots_[i].at == nullptr) continue;
+      std::size_t to = slots_[i].hash & (size - 1);
+      while (slots[to].at != nullptr) to = (to + 1) & (size - 1);
+      slots[to] = slots_[i];
     }
     std::free(slots_);
     slots_ = slots;
     size_ = size;
   }
 
-  entry** slots_ = nullptr;  // open addressing; at most half of them are in use
+  slot* slots_ = nullptr;  // open addressing; at most half of them are in use
   std::size_t size_ = 0;
   std::size_t used_ = 0;
   char* room_ = nullptr;  // what is left of the last chunk
