@@ -97,7 +97,7 @@ struct header {
   bool lowered;  // only the lower-case spelling opened
   bool case_differs;  // the stored name has other letters
   source_copy content;
-  bool guard_known;  // `guard` has been looked for in the content
+  bool guard_known;  // `guard` has been looked for
   include_guard guard;
 };
 
@@ -130,6 +130,15 @@ bool known_missing(const header& h) {
   return true;
 }
 
+// Looks for the guard in the header's text, which need not be kept for it.
+void note_guard(header& h, const source_copy& text) {
+  h.guard_known = true;
+  h.guard = guard_of(text.bytes, text.size);
+  if (h.guard.name == nullptr) return;
+  void* name = checked_alloc(h.guard.name_len + name_slack);
+  h.guard.name = static_cast<unsigned char*>(std::memcpy(name, h.guard.name, h.guard.name_len));
+}
+
 // Opens a file not opened before in this run, or one whose content was not kept, and notes what
 // that tells. Null when it cannot be opened.
 source_file* open_file(known_header& known) {
@@ -148,20 +157,25 @@ source_file* open_file(known_header& known) {
   }
   h.case_differs = !(as_written && host::names_are_case_sensitive) && !name_case_matches(path);
   if (!h.opened) enter_included(known);
-  return source_open(fd, &h.content, size);
+  source_file* file = source_open(fd, &h.content, size);
+  if (lanes && !h.guard_known && h.content.bytes == nullptr) {
+    const source_copy text = source_content(file);
+    if (text.bytes != nullptr) note_guard(h, text);
+  }
+  return file;
 }
 
 // The newlines of the header that the last include directive has passed over, if it has.
 int newlines_passed_over = 0;
 
-// Lane: whether reading `h` from its copy would do nothing but count newlines, since its include
+// Lane: whether reading `h` again would do nothing but count newlines, since its include
 // guard is defined.
 bool is_guarded(header& h) {
   if (!lanes || !in_file_frame() || in_asm || settings.cmode_asm || cmode_is(CMODE_TSLINK) != 0)
     return false;
   if (!h.guard_known) {
-    h.guard = guard_of(h.content.bytes, h.content.size);
-    h.guard_known = true;
+    if (h.content.bytes == nullptr) return false;
+    note_guard(h, h.content);
   }
   const include_guard& guard = h.guard;
   if (guard.name == nullptr || (guard.outer_comments && settings.keep_comments) ||
@@ -177,13 +191,11 @@ bool is_guarded(header& h) {
 bool open_header(known_header& known) {
   header& h = known.record;
   source_file* file = nullptr;  // stays so for a header that is passed over
-  if (h.content.bytes == nullptr) {
-    file = open_file(known);
-    if (file == nullptr) return false;
-  } else if (is_guarded(h)) {
+  if (is_guarded(h)) {
     if (!file_place_left()) return false;
+    source_forget(h.content);
   } else {
-    file = source_open_copy(h.content);
+    file = h.content.bytes != nullptr ? source_open_copy(h.content) : open_file(known);
     if (file == nullptr) return false;
   }
   if (h.lowered) alert_msg(164, known.text);
