@@ -178,8 +178,7 @@ int do_endif(int pending) {
 }
 
 int do_include_line(int pending) {
-  do_include();
-  return pending + 1;
+  return pending + do_include() + 1;
 }
 
 int do_define_line(int pending) {
@@ -374,6 +373,10 @@ int control_line(int pending) {
     --pending;
   }
   return d->carry_out(pending);
+}
+
+bool groups_fit(int n) {
+  return n <= &cond_stack.back() - cond_top;
 }
 
 bool outermost_open_group(int& line) {

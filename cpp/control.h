@@ -17,6 +17,9 @@ int control_line(int pending);
 /// of the assembler by its own `if 1` or `if 0`, decided by the macro table.
 void asm_ifdef_rewrite();
 
+/// Whether `n` more conditional groups can be opened inside one another.
+bool groups_fit(int n);
+
 /// Whether a conditional group is open; `line` becomes that of the outermost one.
 bool outermost_open_group(int& line);
 

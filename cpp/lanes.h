@@ -6,6 +6,7 @@
 #include <bit>
 #include <cstddef>
 #include <cstring>
+#include <type_traits>
 
 // Some compilers have no macro of their own for what every 64-bit x86 processor can do.
 #if defined(__SSE2__) || defined(_M_X64)
@@ -22,8 +23,10 @@ inline constexpr bool lanes = true;
 #endif
 
 /// The first byte in [p, end) that is one of the four given, or `end`.
-inline unsigned char* find_any(unsigned char* p, unsigned char* end, unsigned char a,
-                               unsigned char b, unsigned char c, unsigned char d) {
+template <class Byte>
+inline Byte* find_any(Byte* p, Byte* end, unsigned char a, unsigned char b, unsigned char c,
+                      unsigned char d) {
+  static_assert(std::is_same_v<std::remove_const_t<Byte>, unsigned char>);
 #if defined(CPP_SSE2)
   const __m128i va = _mm_set1_epi8(static_cast<char>(a));
   const __m128i vb = _mm_set1_epi8(static_cast<char>(b));
