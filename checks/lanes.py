@@ -4,7 +4,7 @@ The reader hands out one unit at a time; where the text is ordinary, lanes do th
 builds of the program, with the lanes and without them, are run on small random programs that mix
 everything in which a lane could take a wrong turn (calls over several lines, comments anywhere,
 trigraphs, joined lines, line limits, odd bytes, #asm, include files that end in the middle of
-something). Standard output, standard error and status must be equal byte for byte. A program on
+something, include guards in every state of repair). Standard output, standard error and status must be equal byte for byte. A program on
 which they are not is cut down line by line and printed.
 
     python3 checks/lanes.py --seed 1 --count 2000
@@ -33,6 +33,7 @@ MODES = {
     "assembler": ["-W-9", "--emax=1000", "--cmode=tsasm"],
     "definitions": ["-W-9", "--emax=1000", "-dM", "-U__TIME__", "-U__DATE__"],
     "listing": ["-W-9", "-E1", "-H"],
+    "dependencies": ["-W-9", "-Llist", "-H"],
     "linker": ["-W-9", "--emax=1000", "--cmode=tslink", "-N255"],
 }
 
@@ -51,6 +52,10 @@ _BLANKS = (" ", "  ", "\t", " \t ", "\x1f", "\v", "\f", "\r", "")
 _ODD = ("\0", "\x01", "\x1d", "\x1e", "\x7f", "\x80", "\xff", "\x1c", "\r\n")
 _TRIGRAPHS = ("??=", "??(", "??/", "??)", "??'", "??<", "??!", "??>", "??-", "??", "???", "??x",
               "????=", "??/\n")
+_OUTSIDE = ("",) * 6 + ("\n", "\n\n\n", "/* c */\n", "// c\n", "/* two\nlines */\n", " \t\n", "\r\n")
+_CALM = ("", "x", "/* c */ y", "\t", "z // c", "/* two\nlines */", "'\"", '"/* s */"', "a / b",
+         "#define D 1 \\\n  + 2", "# undef D", "#pragma p", "/**/ # define D", "\f", "x \\n y\r",
+         "#error it's", "#include <none.h>", "/* a *//* b */ c")
 _JOINS = ("\\\n", "\\ \n", "\\\t\n", "\\\r\n", "\\ x", "\\\n\\\n")
 
 
@@ -60,9 +65,12 @@ class Writer:
     def __init__(self, rng):
         self.rng = rng
         self.headers = [f"h{n}.h" for n in range(rng.randint(0, 3))]
+        self.guarded = [f"g{n}.h" for n in range(rng.choice((0, 1, 1, 2, 3)))]
 
     def program(self):
         files = {name: self.file(self.rng.randint(1, 8), included=True) for name in self.headers}
+        for number, name in enumerate(self.guarded):
+            files[name] = self.guarded_file(number)
         files["main.c"] = self.file(self.rng.randint(3, 30), included=False)
         return files
 
@@ -76,8 +84,41 @@ class Writer:
                                      "#define A \\", "??/", "F", "#", "#include"))
         return text
 
+    def guarded_file(self, number):
+        """A header that is wholly inside its guard, or nearly."""
+        rng = self.rng
+        guard = rng.choice((f"G{number}",) * 6 + ("A", "LONG_NAME_THAT_HAS_MORE_THAN_THIRTY_ONE_UNITS"))
+        text = rng.choice(_OUTSIDE) + rng.choice(_OUTSIDE)
+        text += rng.choice(("#ifndef",) * 5 + (" #\tifndef", "/* c */ #ifndef", "#ifndef/**/"))
+        text += f" {guard}" + rng.choice(("\n",) * 5 + (" // c\n", " /* two\nlines */\n", "\r\n"))
+        text += rng.choice((f"#define {guard}\n",) * 8 + (f"#define {guard} 1\n", ""))
+        depth = 0
+        for _ in range(rng.randint(0, 8)):
+            pick = rng.random()
+            if pick < 0.20:
+                text += rng.choice(("#if 1", "#ifdef D", "#ifndef D // c", "#if 0 /* two\nlines */")) + "\n"
+                depth += 1
+            elif pick < 0.35 and depth:
+                text += rng.choice(("#endif", "#endif // c", "#else", "#elif 1")) + "\n"
+                depth -= text.endswith(("#endif\n", "#endif // c\n"))
+            elif pick < 0.43:
+                text += f'#include "g{rng.randint(number, len(self.guarded))}.h"\n'
+            elif pick < 0.48:
+                text += self.line(included=True)
+            else:
+                text += rng.choice(_CALM) + "\n"
+        text += "#endif // d\n" * depth
+        text += rng.choice(("#endif\n",) * 7 + ("#endif", "#endif /* two\nlines */\n", "#endif x\n",
+                                               "#else\n#endif\n", "/* c */ #endif // c\n", ""))
+        text += rng.choice(_OUTSIDE) + rng.choice(_OUTSIDE)
+        if rng.random() < 0.1:
+            text += rng.choice(("x\n", "x", "/* open", f"#undef {guard}\n", " ", "\\", "// c"))
+        return text
+
     def line(self, included):
         kind = self.rng.random()
+        if self.guarded and not included and self.rng.random() < 0.2:
+            return self.guarded_use()
         if kind < 0.28:
             return self.directive("define") + self.definition()
         if kind < 0.40:
@@ -96,6 +137,17 @@ class Writer:
             filling = self.rng.choice(("x", "xy ", "1", "A ")) * length
             return (self.tokens(3) + " " + filling)[:length] + "\n"
         return self.tokens(self.rng.randint(1, 14)) + self.rng.choice(("\n",) * 9 + ("\r\n",))
+
+    def guarded_use(self):
+        rng = self.rng
+        number = rng.randrange(len(self.guarded))
+        name = self.guarded[number]
+        if rng.random() < 0.12:
+            return rng.choice((f"#undef G{number}\n", f"#define G{number} x\n", "#if 1\n" * 29))
+        form = rng.choice((f'"{name}"',) * 3 + (f"<{name}>", f'"{name}" x', f"<{name}> /* c */",
+                                                f'"{name.upper()}"', f'"{name.upper()}" F(1,2) N(1)',
+                                                f'"{name}" /* two\nlines */ F('))
+        return "#include " + form + "\n"
 
     def directive(self, word):
         blank = lambda: self.rng.choice((" ", "", "\t", " /* c */ ", "\\\n"))

@@ -1,6 +1,7 @@
 // Chains are singly linked and new entries go to their ends, so a visit meets the entries of a
 // bucket in order of insertion. Every operation that looks for a key walks links rather than nodes,
-// which makes appending and unlinking one assignment.
+// which makes appending and unlinking one assignment. A node remembers the hash of its key, so that
+// the walk past other keys compares numbers.
 
 #include "common/hash.h"
 
@@ -18,6 +19,7 @@ struct hash_node {
   word value;
   word key;
   hash_node* next;
+  std::uint32_t hash;
 };
 
 struct hash_stats {
@@ -73,14 +75,17 @@ void register_stats(hash_table* h, const char* file, unsigned line) {
   h->stats = stats;
 }
 
-hash_node* new_node(word key, word value) {
+hash_node* new_node(word key, word value, std::uint32_t hash) {
   hash_node* node = free_nodes;
   if (node != nullptr) {
     free_nodes = node->next;
   } else {
-    node = static_cast<hash_node*>(checked_alloc(sizeof(hash_node)));
+    constexpr std::size_t slab = 32;
+    node = static_cast<hash_node*>(checked_alloc(slab * sizeof(hash_node)));
+    for (std::size_t i = 1; i < slab; ++i) node[i].next = i + 1 < slab ? &node[i + 1] : nullptr;
+    free_nodes = node + 1;
   }
-  *node = {value, key, nullptr};
+  *node = {value, key, nullptr, hash};
   return node;
 }
 
@@ -92,20 +97,24 @@ void drop_node(hash_node** link) {
   free_nodes = node;
 }
 
-hash_node** bucket_of(const hash_table* h, word key) {
-  return &h->buckets[h->hash(key) % h->size];
+hash_node** bucket_of(const hash_table* h, std::uint32_t hash) {
+  return &h->buckets[hash % h->size];
 }
 
 // The link to the first node of the chain at `link` whose key is equal, else the chain's last link.
 // Counts the nodes passed over.
-hash_node** find_link(const hash_table* h, hash_node** link, word key, std::uint32_t& passed) {
-  for (passed = 0; *link && h->compare(key, (*link)->key) != 0; ++passed) link = &(*link)->next;
+hash_node** find_link(const hash_table* h, hash_node** link, word key, std::uint32_t hash,
+                      std::uint32_t& passed) {
+  for (passed = 0; *link != nullptr; ++passed, link = &(*link)->next) {
+    if ((*link)->hash == hash && h->compare(key, (*link)->key) == 0) break;
+  }
   return link;
 }
 
 const hash_node* find_node(const hash_table* h, word key) {
+  const std::uint32_t hash = h->hash(key);
   std::uint32_t passed;
-  return *find_link(h, bucket_of(h, key), key, passed);
+  return *find_link(h, bucket_of(h, hash), key, hash, passed);
 }
 
 void count_insertion(const hash_table* h, word key, word value, std::uint32_t passed) {
@@ -155,10 +164,11 @@ hash_table* hash_create(std::uint32_t size, hash_fn hash, hash_compare compare, 
 
 int hash_insert(hash_table* table, word key, word value, const char* file, unsigned line) {
   check_alive(table, file, line);
+  const std::uint32_t hash = table->hash(key);
   std::uint32_t passed;
-  hash_node** const link = find_link(table, bucket_of(table, key), key, passed);
+  hash_node** const link = find_link(table, bucket_of(table, hash), key, hash, passed);
   if (*link) return 0;
-  *link = new_node(key, value);
+  *link = new_node(key, value, hash);
   ++table->count;
   if (table->stats) count_insertion(table, key, value, passed);
   return 1;
@@ -177,9 +187,10 @@ int hash_contains(const hash_table* table, word key) {
 
 word hash_remove(hash_table* table, word key) {
   check_alive(table, __FILE__, __LINE__);
-  hash_node** const bucket = bucket_of(table, key);
+  const std::uint32_t hash = table->hash(key);
+  hash_node** const bucket = bucket_of(table, hash);
   std::uint32_t passed;
-  hash_node** const link = find_link(table, bucket, key, passed);
+  hash_node** const link = find_link(table, bucket, key, hash, passed);
   if (!*link) return 0;
   const word value = (*link)->value;
   drop_node(link);

@@ -19,7 +19,7 @@ struct hash_node;
 struct hash_stats;
 
 using hash_fn = std::uint32_t (*)(word key);
-/// Returns 0 when the keys are equal.
+/// Returns 0 when the keys are equal; equal keys must have the same hash.
 using hash_compare = int (*)(word a, word b);
 /// Returns non-zero to end the visit.
 using hash_visitor = int (*)(void* context, word key, word value);

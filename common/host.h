@@ -21,6 +21,7 @@
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -68,9 +69,20 @@ class directory_names;
 /// where the host does not need it.
 const directory_names* names_in_directory(const char* path);
 
+/// A name with what a look-up in a listing needs to know of it, worked out once for all listings
+/// that are asked. `text` is not copied.
+struct sought_name {
+  explicit sought_name(std::string_view name);
+
+  std::string_view text;
+  std::uint32_t hash;  ///< without regard to case
+  bool case_is_known;  ///< the letters' other case is known here, so a listing can speak for all
+                       ///< spellings
+};
+
 /// True when no file `name`, under any spelling, can be in the directory; a probe for it would
 /// fail.
-bool lacks_name(const directory_names* names, std::string_view name);
+bool lacks_name(const directory_names* names, const sought_name& name);
 
 /// Opens a file for writing and creates it if need be. It is emptied first, or with `append` every
 /// write goes to its end. Returns the descriptor or -1.

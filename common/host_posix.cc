@@ -24,7 +24,7 @@
 #include <ctime>
 #include <string_view>
 #include <unordered_map>
-#include <unordered_set>
+#include <vector>
 
 #include "common/host.h"
 #include "common/host_limit.h"
@@ -42,47 +42,40 @@ char fold(char c) {
   return c >= 'A' && c <= 'Z' ? static_cast<char>(c + ('a' - 'A')) : c;
 }
 
-bool case_is_known(std::string_view name) {
-  return name.size() <= NAME_MAX && std::all_of(name.begin(), name.end(), [](char c) {
-           return static_cast<unsigned char>(c) < 0x80;
-         });
-}
-
 // A host path cut at its last slash. `directory` is "." for a bare name and never ends in a slash,
 // the root apart; `name` is empty for a path that ends in one.
 struct split_path {
-  std::string directory;
-  std::string name;
+  std::string_view directory;
+  std::string_view name;
 };
 
 split_path split(std::string_view path) {
   const std::size_t slash = path.rfind('/');
-  if (slash == std::string_view::npos) return {".", std::string(path)};
+  if (slash == std::string_view::npos) return {".", path};
   std::string_view directory = path.substr(0, slash);
   while (!directory.empty() && directory.back() == '/') directory.remove_suffix(1);
-  return {directory.empty() ? "/" : std::string(directory), std::string(path.substr(slash + 1))};
+  return {directory.empty() ? "/" : directory, path.substr(slash + 1)};
 }
 
 // ---- Listings ----
 
-// Hash and equality of names without regard to case, for names of any string type.
-struct nocase_hash {
-  using is_transparent = void;
-  std::size_t operator()(std::string_view name) const {
-    std::size_t h = 5381;
-    for (const char c : name) h = h * 33 + static_cast<unsigned char>(fold(c));
-    return h;
-  }
-};
-struct nocase_equal {
-  using is_transparent = void;
-  bool operator()(std::string_view a, std::string_view b) const {
-    return std::equal(a.begin(), a.end(), b.begin(), b.end(),
-                      [](char x, char y) { return fold(x) == fold(y); });
-  }
-};
+bool equal_nocase(std::string_view a, std::string_view b) {
+  return std::equal(a.begin(), a.end(), b.begin(), b.end(),
+                    [](char x, char y) { return fold(x) == fold(y); });
+}
 
 }  // namespace
+
+sought_name::sought_name(std::string_view name)
+    : text(name), hash(5381), case_is_known(name.size() <= NAME_MAX) {
+  // The bit that tells a letter's cases apart is set in all characters.
+  unsigned seen = 0;
+  for (const char c : name) {
+    seen |= static_cast<unsigned char>(c);
+    hash = hash * 33 + (static_cast<unsigned char>(c) | 0x20U);
+  }
+  if (seen >= 0x80) case_is_known = false;
+}
 
 class directory_names {
  public:
@@ -94,27 +87,35 @@ class directory_names {
       error_ = errno;
       return;
     }
-    while (const dirent* entry = ::readdir(dir)) names_.emplace(entry->d_name);
+    slots_.resize(first_slots);
+    while (const dirent* entry = ::readdir(dir)) add(entry->d_name);
     ::closedir(dir);
   }
 
   /// True when no spelling of `name` can exist in the directory.
-  bool lacks(std::string_view name) const {
+  bool lacks(const sought_name& name) const {
     if (state_ == state::no_directory) return true;
-    return state_ == state::listed && case_is_known(name) && !names_.contains(name);
+    if (state_ != state::listed || !name.case_is_known) return false;
+    for (std::size_t i = first_slot(name.hash); slots_[i].at != 0; i = next_slot(i)) {
+      if (is_at(slots_[i], name)) return false;
+    }
+    return true;
   }
 
   /// The error of opening a name that the directory lacks.
   int error() const { return error_; }
 
-  /// The stored spelling of a name, the exact one by preference, else the first in byte order; null
-  /// without one.
-  const std::string* spelling(std::string_view name) const {
-    const std::string* best = nullptr;
-    auto [first, last] = names_.equal_range(name);
-    for (; first != last; ++first) {
-      if (*first == name) return &*first;
-      if (best == nullptr || *first < *best) best = &*first;
+  /// The stored spelling of a name, the exact one by preference, else the first in byte order;
+  /// empty without one.
+  std::string_view spelling(std::string_view name) const {
+    std::string_view best;
+    if (slots_.empty()) return best;
+    const sought_name sought(name);
+    for (std::size_t i = first_slot(sought.hash); slots_[i].at != 0; i = next_slot(i)) {
+      if (!is_at(slots_[i], sought)) continue;
+      const std::string_view stored = text_at(slots_[i]);
+      if (stored == name) return stored;
+      if (best.empty() || stored < best) best = stored;
     }
     return best;
   }
@@ -122,43 +123,97 @@ class directory_names {
   /// A new name may have appeared in the directory: nothing is known of it any more.
   void forget() {
     state_ = state::unreadable;
-    names_.clear();
+    slots_.clear();
+    texts_.clear();
   }
 
  private:
   enum class state { listed, no_directory, unreadable };
 
-  // names_ is empty unless the state is `listed`; it includes "." and "..".
+  // Where in texts_ a name begins, 0 in an empty slot.
+  struct slot {
+    std::uint32_t hash = 0;
+    std::uint32_t at = 0;
+  };
+  static constexpr std::size_t first_slots = 64;  // a power of two, as all sizes are
+
+  std::size_t first_slot(std::uint32_t hash) const {
+    return (hash ^ (hash >> 16)) & (slots_.size() - 1);
+  }
+  std::size_t next_slot(std::size_t i) const { return (i + 1) & (slots_.size() - 1); }
+
+  std::string_view text_at(const slot& s) const { return texts_.data() + s.at; }
+
+  bool is_at(const slot& s, const sought_name& name) const {
+    if (s.hash != name.hash) return false;
+    const std::string_view stored = text_at(s);
+    return stored == name.text || equal_nocase(stored, name.text);
+  }
+
+  void store(const slot& s) {
+    std::size_t i = first_slot(s.hash);
+    while (slots_[i].at != 0) i = next_slot(i);
+    slots_[i] = s;
+  }
+
+  void add(std::string_view name) {
+    if (2 * ++count_ > slots_.size()) {
+      std::vector<slot> old(2 * slots_.size());
+      old.swap(slots_);
+      for (const slot& s : old) {
+        if (s.at != 0) store(s);
+      }
+    }
+    texts_ += '\0';
+    const auto at = static_cast<std::uint32_t>(texts_.size());
+    texts_ += name;
+    store({sought_name(name).hash, at});
+  }
+
+  // A hash table with open addressing, of which at most half is in use, over the names one after
+  // the other, each behind a zero byte. Names that differ in case alone are all in it. It is empty
+  // unless the state is `listed`, and includes "." and "..".
   state state_ = state::listed;
   int error_ = ENOENT;
-  std::unordered_multiset<std::string, nocase_hash, nocase_equal> names_;
+  std::vector<slot> slots_;
+  std::string texts_;
+  std::size_t count_ = 0;
 };
 
 namespace {
 
+struct path_hash {
+  using is_transparent = void;
+  std::size_t operator()(std::string_view path) const {
+    return std::hash<std::string_view>()(path);
+  }
+};
+
 // Keyed by split_path::directory. Lives until the process ends, so it is never destroyed.
-using listing_table = std::unordered_map<std::string, directory_names>;
+using listing_table = std::unordered_map<std::string, directory_names, path_hash, std::equal_to<>>;
 listing_table& listings() {
   static auto* const table = new listing_table;
   return *table;
 }
 
-const directory_names* known_listing(const std::string& directory) {
+const directory_names* known_listing(std::string_view directory) {
   auto found = listings().find(directory);
   return found == listings().end() ? nullptr : &found->second;
 }
 
-const directory_names& listing_of(const std::string& directory) {
-  return listings().try_emplace(directory, directory).first->second;
+const directory_names& listing_of(std::string_view directory) {
+  if (const directory_names* known = known_listing(directory)) return *known;
+  const std::string path(directory);
+  return listings().try_emplace(path, path).first->second;
 }
 
 // True when memory alone tells that the file is missing: its directory is known to lack it, or the
 // directory above is known to lack the directory.
 bool known_missing(const split_path& path) {
-  const split_path up = split(path.directory);
   const directory_names* here = known_listing(path.directory);
-  if (here != nullptr) return lacks_name(here, path.name);
-  return !up.name.empty() && lacks_name(known_listing(up.directory), up.name);
+  if (here != nullptr) return lacks_name(here, sought_name(path.name));
+  const split_path up = split(path.directory);
+  return !up.name.empty() && lacks_name(known_listing(up.directory), sought_name(up.name));
 }
 
 // A new name may have appeared in some directory.
@@ -213,20 +268,21 @@ bool stat_mode(const char* path, mode_t& mode) {
 // the same for its directory where that does not exist as spelled. `path` is a host path without
 // trailing slashes.
 bool respell(std::string& path) {
-  split_path parts = split(path);
-  const std::string* stored = listing_of(parts.directory).spelling(parts.name);
-  if (stored == nullptr && path.find('/') != std::string::npos && parts.directory != "/") {
-    const std::size_t length = parts.directory.size();
-    if (!respell(parts.directory)) return false;
-    path.replace(0, length, parts.directory);
-    stored = listing_of(parts.directory).spelling(parts.name);
+  std::string directory(split(path).directory);
+  std::string_view stored = listing_of(directory).spelling(split(path).name);
+  if (stored.empty() && path.find('/') != std::string::npos && directory != "/") {
+    const std::size_t length = directory.size();
+    if (!respell(directory)) return false;
+    path.replace(0, length, directory);
+    stored = listing_of(directory).spelling(split(path).name);
   }
-  if (stored != nullptr) {
-    path.replace(path.size() - stored->size(), stored->size(), *stored);
+  if (!stored.empty()) {
+    path.replace(path.size() - stored.size(), stored.size(), stored);
     return true;
   }
   // Perhaps a directory that can be searched but not listed.
-  return !listing_of(parts.directory).lacks(parts.name) && ::access(path.c_str(), F_OK) == 0;
+  return !listing_of(directory).lacks(sought_name(split(path).name)) &&
+         ::access(path.c_str(), F_OK) == 0;
 }
 
 }  // namespace
@@ -243,7 +299,10 @@ int open_read_uncounted(const char* path) {
 
 int open_probe(const char* path, std::size_t* size) {
   if (size != nullptr) *size = 0;
-  const std::string host_path = native_path(path);
+  // One of many: the room of the last path is used again.
+  static auto& host_path = *new std::string;
+  host_path = path;
+  std::replace(host_path.begin(), host_path.end(), '\\', '/');
   const split_path parts = split(host_path);
   if (!parts.name.empty() && known_missing(parts)) return -1;
   const int fd = open_counted(host_path, O_RDONLY, size);
@@ -264,11 +323,10 @@ void give_file_place() {
 }
 
 const directory_names* names_in_directory(const char* path) {
-  const split_path parts = split(native_path(path) + "/");
-  return &listing_of(parts.directory);
+  return &listing_of(split(native_path(path) + "/").directory);
 }
 
-bool lacks_name(const directory_names* names, std::string_view name) {
+bool lacks_name(const directory_names* names, const sought_name& name) {
   if (names == nullptr || !names->lacks(name)) return false;
   errno = open_files.full() ? EMFILE : names->error();
   return true;

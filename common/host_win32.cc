@@ -159,7 +159,9 @@ const directory_names* names_in_directory(const char*) {
   return nullptr;
 }
 
-bool lacks_name(const directory_names*, std::string_view) {
+sought_name::sought_name(std::string_view name) : text(name), hash(0), case_is_known(false) {}
+
+bool lacks_name(const directory_names*, const sought_name&) {
   return false;
 }
 

@@ -282,7 +282,9 @@ void str16_lower(char16_t* t) {
 }
 
 void str8to16(char16_t* dst, const char* s) {
-  str8to16n(dst, s, std::strlen(s) + 1);
+  do {
+    *dst++ = static_cast<unsigned char>(*s);
+  } while (*s++ != '\0');
 }
 
 void str8to16n(char16_t* dst, const char* s, std::size_t n) {

@@ -48,12 +48,12 @@ cond_entry* cond_top = cond_stack.data();
 
 }  // namespace
 
-bool group_fits() {
-  return cond_top != &cond_stack.back();
+bool groups_fit(int n) {
+  return n <= &cond_stack.back() - cond_top;
 }
 
 void open_group(bool live) {
-  if (!group_fits()) alert_msg(144);
+  if (!groups_fit(1)) alert_msg(144);
   *++cond_top = {static_cast<std::uint8_t>(live ? COND_LIVE : 0), cur_line};
 }
 
@@ -177,8 +177,7 @@ int do_elif(int pending) {
 }
 
 int do_include_line(int pending) {
-  do_include();
-  return pending + 1;
+  return pending + do_include() + 1;
 }
 
 namespace {

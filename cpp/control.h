@@ -17,13 +17,14 @@ int control_line(int pending);
 /// of the assembler by its own `if 1` or `if 0`, decided by the macro table.
 void asm_ifdef_rewrite();
 
+/// Whether `n` more conditional groups can be opened inside one another.
+bool groups_fit(int n);
+
 /// Whether a conditional group is open; `line` becomes that of the outermost one.
 bool outermost_open_group(int& line);
 
 // What the lane of control lines does by itself, or hands on, once it has read a directive's word.
 
-/// Whether there is room for one more conditional group.
-bool group_fits();
 /// Opens a conditional group at the current line; `live` tells that text is compiled up to there.
 /// Fatal 144 without room.
 void open_group(bool live);

@@ -265,7 +265,7 @@ bool is_defined(const word& name) {
 }
 
 bool open_group_for(bool wanted) {
-  if (!group_fits()) return false;
+  if (!groups_fit(1)) return false;
   open_group(true);
   choose_branch(wanted);
   return true;
@@ -315,7 +315,7 @@ bool is_idle_when_skipped(std::uint64_t code) {
 // A directive in a skipped group that is passed over, or opens a group.
 bool skipped_directive(std::uint64_t code, unsigned char* p, unsigned char* newline_at) {
   const bool opens = code == code_of("if") || code == code_of("ifdef") || code == code_of("ifndef");
-  if (!(opens ? group_fits() : is_idle_when_skipped(code))) return false;
+  if (!(opens ? groups_fit(1) : is_idle_when_skipped(code))) return false;
   if (skip_rest(p, newline_at) == nullptr) return false;
   if (opens) open_group(false);
   return true;

@@ -1,14 +1,15 @@
 // Opening files is what costs: a name is probed for in one directory after another. So the run
 // remembers what it has learned: the names in a directory where a probe has failed, the file found
 // for a name, and the content of small files. None of it may show: a file known from memory is
-// pushed, announced and warned of exactly as one that has just been opened.
+// pushed, announced and warned of exactly as one that has just been opened. One whose include
+// guard is defined is announced and warned of, too, but what reading it would do is done at once.
 #include "cpp/include.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <string>
 #include <string_view>
-#include <unordered_map>
 
 #include "common/alert.h"
 #include "common/alloc.h"
@@ -18,11 +19,16 @@
 #include "common/kvdebug.h"
 #include "common/osdep.h"
 #include "common/stringcache.h"
+#include "common/text_table.h"
+#include "cpp/control.h"
 #include "cpp/expand.h"
+#include "cpp/guard.h"
+#include "cpp/lanes.h"
 #include "cpp/options.h"
 #include "cpp/reader.h"
 #include "cpp/scan.h"
 #include "cpp/source.h"
+#include "cpp/symtab.h"
 
 namespace kv::cpp {
 
@@ -48,13 +54,13 @@ bool is_letter(char c) {
 
 // The directory of the file being read, with its separator; empty when its name has none. A name
 // given by #line does not count.
-std::string current_directory_prefix() {
+std::string_view current_directory_prefix() {
   const input_frame* file = nearest_file_frame();
   if (file == nullptr) return {};
-  const std::string name = alert_str(file->name);
-  auto end = name.rfind('\\');
-  if (end == name.npos) end = name.rfind('/');
-  return end == name.npos ? std::string() : name.substr(0, end + 1);
+  const std::string_view path = file->path;
+  auto end = path.rfind('\\');
+  if (end == path.npos) end = path.rfind('/');
+  return path.substr(0, end + 1);
 }
 
 std::string lower_case(std::string path) {
@@ -83,80 +89,130 @@ int open_any_case(const char* path, bool& as_written, bool& lowered, std::size_t
   return -1;
 }
 
-// ---- What the run knows of files it has opened.
+// ---- What the run knows of files it has looked for.
 
 struct header {
-  const char* path = nullptr;  // as it was opened first
-  bool lowered = false;        // only the lower-case spelling opened
-  bool case_differs = false;   // the stored name has other letters
+  bool opened;   // the file has been opened in this run
+  int missing;   // why it was not there when it was looked for; 0: it was not looked for, or was
+  bool lowered;  // only the lower-case spelling opened
+  bool case_differs;  // the stored name has other letters
   source_copy content;
+  bool guard_known;  // `guard` has been looked for
+  include_guard guard;
 };
 
-// By path. Lives for the run, so that paths can be referred to.
-std::unordered_map<std::string, header>& headers() {
-  static auto* const table = new std::unordered_map<std::string, header>;
-  return *table;
-}
+// By path.
+using header_table = text_table<header>;
+using known_header = header_table::entry;
+header_table headers;
 
 // What was found for a name below the include directories: they do not change while the input is
 // read.
-std::unordered_map<std::string, header*>& found_headers() {
-  static auto* const table = new std::unordered_map<std::string, header*>;
-  return *table;
-}
+text_table<known_header*> found_headers;
 
-header* known_header(const char* path) {
-  const auto known = headers().find(path);
-  return known == headers().end() ? nullptr : &known->second;
-}
-
-header* new_header(const char* path) {
-  const auto entry = headers().try_emplace(path).first;
-  entry->second.path = entry->first.c_str();
-  const word key = to_word(entry->second.path);
+void enter_included(known_header& h) {
+  h.record.opened = true;
+  const word key = to_word(h.text);
   hash_insert(included_files, key, key, __FILE__, __LINE__);
-  return &entry->second;
 }
 
-// Opens a file not opened before in this run, or one whose content was not kept, and notes in `h`
-// what that tells. Null when it cannot be opened.
-source_file* open_file(const char* path, header& h) {
+// Whether another file could be opened; where not, errno says so.
+bool file_place_left() {
+  if (!host::take_file_place()) return false;
+  host::give_file_place();
+  return true;
+}
+
+// Whether the file has been looked for in vain; errno then tells what looking for it would.
+bool known_missing(const header& h) {
+  if (h.missing == 0 || db_tracing(db_general)) return false;
+  if (file_place_left()) errno = h.missing;
+  return true;
+}
+
+// Looks for the guard in the header's text, which need not be kept for it.
+void note_guard(header& h, const source_copy& text) {
+  h.guard_known = true;
+  h.guard = guard_of(text.bytes, text.size);
+  if (h.guard.name == nullptr) return;
+  void* name = checked_alloc(h.guard.name_len + name_slack);
+  h.guard.name = static_cast<unsigned char*>(std::memcpy(name, h.guard.name, h.guard.name_len));
+}
+
+// Opens a file not opened before in this run, or one whose content was not kept, and notes what
+// that tells. Null when it cannot be opened.
+source_file* open_file(known_header& known) {
+  header& h = known.record;
+  const char* path = known.text;
+  if (known_missing(h)) return nullptr;
   bool as_written;
   std::size_t size = 0;
   const int fd = open_any_case(path, as_written, h.lowered, size);
   if (db_tracing(db_general)) {
     db_tracef(__FILE__, __LINE__, "include \"%s\": %s", path, fd < 0 ? "not there" : "opened");
   }
-  if (fd < 0) return nullptr;
+  if (fd < 0) {
+    if (!h.opened && (errno == ENOENT || errno == ENOTDIR)) h.missing = errno;
+    return nullptr;
+  }
   h.case_differs = !(as_written && host::names_are_case_sensitive) && !name_case_matches(path);
-  return source_open(fd, &h.content, size);
+  if (!h.opened) enter_included(known);
+  source_file* file = source_open(fd, &h.content, size);
+  if (lanes && !h.guard_known && h.content.bytes == nullptr) {
+    const source_copy text = source_content(file);
+    if (text.bytes != nullptr) note_guard(h, text);
+  }
+  return file;
 }
 
-// Opens and pushes `path`, of which `h` is what is known, if anything. Returns what is known now,
-// or null.
-header* open_header(const char* path, header* h) {
-  source_file* file;
-  if (h != nullptr && h->content.bytes != nullptr) {
-    file = source_open_copy(h->content);
-    if (file == nullptr) return nullptr;
-  } else {
-    header fresh;
-    file = open_file(path, fresh);
-    if (file == nullptr) return nullptr;
-    if (h == nullptr) h = new_header(path);
-    fresh.path = h->path;
-    *h = fresh;
+// The newlines of the header that the last include directive has passed over, if it has.
+int newlines_passed_over = 0;
+
+// Lane: whether reading `h` again would do nothing but count newlines, since its include
+// guard is defined.
+bool is_guarded(header& h) {
+  if (!lanes || !in_file_frame() || in_asm || settings.cmode_asm || cmode_is(CMODE_TSLINK) != 0)
+    return false;
+  if (!h.guard_known) {
+    if (h.content.bytes == nullptr) return false;
+    note_guard(h, h.content);
   }
-  if (h->lowered) alert_msg(164, path);
-  if (settings.show_includes) note_include(path);
-  if (h->case_differs) alert_msg(165, path);
-  push_file(file, h->path);
-  return h;
+  const include_guard& guard = h.guard;
+  if (guard.name == nullptr || (guard.outer_comments && settings.keep_comments) ||
+      !groups_fit(guard.depth)) {
+    return false;
+  }
+  const symbol* sym =
+      sym_find(guard.name, std::min<std::size_t>(guard.name_len, settings.ident_max));
+  return sym != nullptr && sym_eligible(sym);
+}
+
+// Opens and pushes a file, or passes over it. Returns false when it cannot be opened.
+bool open_header(known_header& known) {
+  header& h = known.record;
+  source_file* file = nullptr;  // stays so for a header that is passed over
+  if (is_guarded(h)) {
+    if (!file_place_left()) return false;
+    source_forget(h.content);
+  } else {
+    file = h.content.bytes != nullptr ? source_open_copy(h.content) : open_file(known);
+    if (file == nullptr) return false;
+  }
+  if (h.lowered) alert_msg(164, known.text);
+  if (settings.show_includes) note_include(known.text);
+  if (h.case_differs) alert_msg(165, known.text);
+  if (file != nullptr) {
+    push_file(file, known.text);
+  } else {
+    pass_over_file();
+    newlines_passed_over = h.guard.newlines;
+  }
+  return true;
 }
 
 // While dependencies are listed every file is read at most once.
-header* try_candidate(const char* path, header* h) {
-  return h != nullptr && !text_output() ? h : open_header(path, h);
+bool try_candidate(known_header& h) {
+  return (h.record.opened && !text_output()) || open_header(h);
 }
 
 // ---- The search.
@@ -171,14 +227,15 @@ std::array<searched_dir, include_dir_limit> searched;
 // The first component of a name below a directory, or nothing where the name does not simply go
 // down.
 std::string_view first_component(std::string_view name) {
-  const auto end = name.find_first_of("\\/");
-  const std::string_view first = name.substr(0, end);
+  std::size_t n = 0;
+  while (n < name.size() && !is_separator(name[n])) ++n;
+  const std::string_view first = name.substr(0, n);
   return first == "." || first == ".." ? std::string_view() : first;
 }
 
 // Whether a name that begins with `component` surely is not below include directory `i`.
-bool surely_absent(std::size_t i, std::string_view component) {
-  return searched[i].missed && !component.empty() && !db_tracing(db_general) &&
+bool surely_absent(std::size_t i, const host::sought_name& component) {
+  return searched[i].missed && !component.text.empty() && !db_tracing(db_general) &&
          host::lacks_name(searched[i].names, component);
 }
 
@@ -194,23 +251,52 @@ void note_miss(std::size_t i) {
   errno = error;
 }
 
-// Reads the name up to its closing delimiter into `name`. Returns false when the line ends first.
-bool read_name(int close, std::string& name) {
+// The name on an include line, and a path being put together from it: their room is used again.
+std::array<char, include_name_limit> include_name;
+std::string& candidate_path() {
+  static auto* const path = new std::string;
+  return *path;
+}
+
+// Lane: takes the name from the line of the file on top if nothing in it is translated or too much.
+bool take_name(unsigned char close) {
+  input_frame* f = cur_frame;
+  if (!lanes || f == nullptr || f->rdptr >= f->lane_end) return false;
+  unsigned char* name = f->rdptr;
+  const void* end = std::memchr(name, close, static_cast<std::size_t>(f->line_end - name));
+  if (end == nullptr) return false;
+  const auto n = static_cast<std::size_t>(static_cast<const unsigned char*>(end) - name);
+  if (n >= include_name_limit || std::memchr(name, '?', n) != nullptr ||
+      std::memchr(name, 0, n) != nullptr) {
+    return false;
+  }
+  std::memcpy(include_name.data(), name, n);
+  include_name[n] = 0;
+  f->rdptr += n + 1;
+  return true;
+}
+
+// Reads the name up to its closing delimiter. Returns false when the line ends first. Raises 146
+// for a name that is too long.
+bool read_name(unsigned char close) {
+  if (take_name(close)) return true;
   raw_read = true;
   work_len = 0;
   int c;
   while ((c = get()) != close && c != '\n' && c != 0) work_save(c);
   raw_read = false;
   if (c != close) return false;
-  name.resize(work_len);
-  for (std::size_t i = 0; i < work_len; ++i) name[i] = static_cast<char>(work_buf[i]);
+  if (work_len >= include_name_limit) alert_msg(146);
+  std::transform(work_buf.begin(), work_buf.begin() + work_len, include_name.begin(),
+                 [](unit u) { return static_cast<char>(u); });
+  include_name[work_len] = 0;
   return true;
 }
 
-void warn_of_separators(const std::string& name) {
+void warn_of_separators(const char* name) {
   if (cmode_is(CMODE_SSC) == 0) return;
-  for (const char c : name) {
-    if (is_separator(c)) alert_msg_once(1427);
+  for (; *name != 0; ++name) {
+    if (is_separator(*name)) alert_msg_once(1427);
   }
 }
 
@@ -218,56 +304,58 @@ void warn_of_separators(const std::string& name) {
 
 std::uint32_t include_name_hash(word path) {
   std::uint32_t h = 0;
-  for (const char* p = from_word<const char>(path); *p != 0 && std::strcmp(p, ".h") != 0; ++p) {
+  for (const char* p = from_word<const char>(path); *p != 0; ++p) {
+    if (*p == '.' && p[1] == 'h' && p[2] == 0) break;
     h = h * 4 + static_cast<std::uint32_t>(static_cast<signed char>(*p));
   }
   return h;
 }
 
-void do_include() {
+int do_include() {
   const int open = try_expand(skip_ws());
-  std::string name;
-  if ((open != '<' && open != '"') || !read_name(open == '<' ? '>' : '"', name)) {
+  if ((open != '<' && open != '"') || !read_name(open == '<' ? '>' : '"')) {
     alert_msg(109);
-    return;
+    return 0;
   }
-  if (name.size() >= include_name_limit) alert_msg(146);
+  const char* name = include_name.data();
   warn_of_separators(name);
   const bool quoted = open == '"';
   errno = ENOENT;
-  if (find_include(name.c_str(), quoted)) return;
+  newlines_passed_over = 0;
+  if (find_include(name, quoted)) return newlines_passed_over;
   std::string slashed = name;
   for (char& c : slashed) c = c == '\\' ? '/' : c;
-  if (slashed != name && find_include(slashed.c_str(), quoted)) return;
+  if (slashed != name && find_include(slashed.c_str(), quoted)) return newlines_passed_over;
   alert_msg(141, "include", name);
+  return 0;
 }
 
 bool find_include(const char* name, bool quoted) {
+  const std::size_t name_len = std::strlen(name);
   const bool rooted = is_separator(name[0]);
+  std::string& path = candidate_path();
   if (quoted) {
     const bool absolute = rooted || (is_letter(name[0]) && name[1] == ':');
-    const std::string first = absolute ? name : current_directory_prefix() + name;
-    if (try_candidate(first.c_str(), known_header(first.c_str())) != nullptr) return true;
+    path = absolute ? std::string_view() : current_directory_prefix();
+    path.append(name, name_len);
+    if (try_candidate(headers[path])) return true;
   }
-  if (const auto found = found_headers().find(name); found != found_headers().end()) {
-    return try_candidate(found->second->path, found->second) != nullptr;
-  }
-  const std::size_t name_len = std::strlen(name);
-  const std::string_view component = first_component(name);
-  std::string candidate;
+  known_header*& found = found_headers[{name, name_len}].record;
+  if (found != nullptr) return try_candidate(*found);
+  const host::sought_name component(first_component({name, name_len}));
   for (std::size_t i = 0; i < include_dir_count; ++i) {
-    const char* dir = include_dirs[i];
-    const std::size_t dir_len = std::strlen(dir);
-    if (dir_len + name_len >= candidate_limit) alert_msg(146);
+    const std::string_view dir = include_dirs[i];
+    if (dir.size() + name_len >= candidate_limit) alert_msg(146);
     if (surely_absent(i, component)) continue;
-    candidate.clear();
+    path.clear();
     if (!rooted) {
-      candidate = dir;
-      if (dir_len == 0 || !is_separator(dir[dir_len - 1])) candidate += '\\';
+      path = dir;
+      if (dir.empty() || !is_separator(dir.back())) path += '\\';
     }
-    candidate += name;
-    if (header* h = try_candidate(candidate.c_str(), known_header(candidate.c_str()))) {
-      found_headers().emplace(name, h);
+    path.append(name, name_len);
+    known_header& candidate = headers[path];
+    if (try_candidate(candidate)) {
+      found = &candidate;
       return true;
     }
     note_miss(i);
@@ -276,7 +364,7 @@ bool find_include(const char* name, bool quoted) {
 }
 
 bool open_include(const char* path) {
-  return open_header(path, known_header(path)) != nullptr;
+  return open_header(headers[path]);
 }
 
 void note_include(const char* path) {

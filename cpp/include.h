@@ -23,15 +23,16 @@ extern hash_table* included_files;
 std::uint32_t include_name_hash(word path);
 
 /// Carries out an #include line from behind the keyword. Raises 109, the warnings 164, 165 and
-/// 1427, and the fatal 141 and 146.
-void do_include();
+/// 1427, and the fatal 141 and 146. Returns the newlines of a header that need not be read, since
+/// its include guard is defined; reading goes on behind the line then.
+int do_include();
 
-/// Searches for `name` (the "..." form when `quoted`) and pushes the file. Returns whether it was
-/// opened, or is already known while only dependencies are listed.
+/// Searches for `name` (the "..." form when `quoted`) and pushes the file, unless it need not be
+/// read. Returns whether it was opened, or is already known while only dependencies are listed.
 bool find_include(const char* name, bool quoted);
 
-/// Opens `path` and pushes it as a file frame. Returns false, with errno set, when it cannot be
-/// opened.
+/// Opens `path` and pushes it as a file frame, unless it need not be read. Returns false, with
+/// errno set, when it cannot be opened.
 bool open_include(const char* path);
 
 /// Prints `path` to standard error the first time it is given (-H).

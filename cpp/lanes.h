@@ -26,8 +26,8 @@ inline constexpr bool lanes = true;
 inline constexpr std::size_t search_slack = 16;
 
 /// The first byte in [p, end) that is one of those given, or `end`.
-template <class... Byte>
-inline unsigned char* find_any(unsigned char* p, unsigned char* end, Byte... wanted) {
+template <class Pointer, class... Byte>
+inline Pointer find_any(Pointer p, Pointer end, Byte... wanted) {
 #if defined(CPP_SSE2)
   for (; p < end; p += 16) {
     const __m128i bytes = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p));

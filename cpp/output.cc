@@ -1,11 +1,11 @@
 #include "cpp/output.h"
 
-#include <cstdlib>
+#include <charconv>
+#include <cstddef>
 #include <string>
+#include <string_view>
 
-#include "common/format.h"
 #include "common/host.h"
-#include "common/osdep.h"
 #include "cpp/control.h"
 #include "cpp/include.h"
 #include "cpp/options.h"
@@ -18,8 +18,37 @@ namespace {
 
 constexpr int marker_threshold = 5;
 
-// The name in the most recent marker that carried one; a heap copy.
-unit* last_marker_name = nullptr;
+// The name in the most recent marker that carried one. Most are a file's own, and those are told
+// by their path, which lives for the run; a name given by #line has none.
+struct {
+  std::u16string text;
+  const char* path;
+  bool written;
+} last_marker;
+
+void out_number(int n) {
+  char digits[16];
+  const char* end = std::to_chars(digits, digits + sizeof digits, n).ptr;
+  out_bytes(digits, static_cast<std::size_t>(end - digits));
+}
+
+// Writes the name of the file frame `f` unless the last marker with a name has the same.
+void write_changed_name(const input_frame* f) {
+  const char* path = f->line_name == nullptr ? f->path : nullptr;
+  if (path != nullptr && path == last_marker.path) return;
+  const std::u16string_view name = effective_name(f);
+  if (last_marker.written && last_marker.text == name) return;
+  last_marker.text = name;
+  last_marker.path = path;
+  last_marker.written = true;
+  out_text(" \"");
+  if (path != nullptr) {
+    out_text(path);
+  } else {
+    put_text16(f->line_name);
+  }
+  out_byte('"');
+}
 
 }  // namespace
 
@@ -38,19 +67,9 @@ void write_line_marker() {
     out_text("\n#endasm");
     count_line(-1);
   }
-  char line[32];
-  const std::size_t n = format_text(line, sizeof line, "\n# %d", cur_line);
-  out_bytes(line, n);
-  if (in_file_frame()) {
-    const unit* name = effective_name(cur_frame);
-    if (last_marker_name == nullptr || str16_cmp(last_marker_name, name) != 0) {
-      std::free(last_marker_name);
-      last_marker_name = str16_dup(name);
-      out_text(" \"");
-      put_text16(name);
-      out_byte('"');
-    }
-  }
+  out_text("\n# ");
+  out_number(cur_line);
+  if (in_file_frame()) write_changed_name(cur_frame);
   if (in_asm) {
     out_text("\n#asm");
     count_line();

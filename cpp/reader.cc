@@ -141,14 +141,18 @@ void lower_depth(int n) {
   expand_depth = n < expand_depth ? expand_depth - n : 0;
 }
 
+void settle(input_frame* below) {
+  lower_depth(below->pop_tally);
+  below->pop_tally = 0;
+}
+
 // Tells expand_depth of the frames removed above a frame, one read late: what this read removed is
 // noted below the frame, and settled by the next read that removes nothing.
 void account(const input_frame* f, int pops) {
   input_frame* below = f->parent;
   if (below == nullptr) return;
   if (pops == 0) {
-    lower_depth(below->pop_tally);
-    below->pop_tally = 0;
+    settle(below);
   } else {
     below->pop_tally += pops;
   }
@@ -701,6 +705,13 @@ input_frame* push_file(source_file* file, const char* name) {
   cur_line = 1;
   need_linemark = true;
   return f;
+}
+
+void pass_over_file() {
+  settle(cur_frame);
+  detached.unit = 0;
+  line_shown = false;
+  need_linemark = true;
 }
 
 void push_text(const unit* text) {

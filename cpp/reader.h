@@ -142,6 +142,10 @@ void pass_over_lines(input_frame* f, unsigned char* last, unsigned char* end, in
 /// must live for the run. Sets cur_line to 1 and need_linemark.
 input_frame* push_file(source_file* file, const char* name);
 
+/// Lane: with a file on top, leaves the state that pushing another file, reading it and coming back
+/// leaves where nothing in that file has an effect of its own.
+void pass_over_file();
+
 /// Pushes a text frame that delivers a copy of `text` (zero-ended).
 void push_text(const unit* text);
 

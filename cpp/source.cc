@@ -6,6 +6,7 @@
 #include "cpp/source.h"
 
 #include <cstddef>
+#include <cstdlib>
 #include <cstring>
 
 #include "common/alloc.h"
@@ -17,7 +18,7 @@ namespace kv::cpp {
 namespace {
 
 // What all copies of a run may take together.
-constexpr std::size_t copies_limit = 64 * 1024 * 1024;
+constexpr std::size_t copies_limit = 4 * 1024 * 1024;
 std::size_t copies_size = 0;
 
 static_assert(source_block_size > 2 * line_capacity,
@@ -66,9 +67,11 @@ void keep_content(source_file* f, source_copy& keep, std::size_t expected) {
   const auto size = static_cast<std::size_t>(f->limit - f->block);
   if (size == expected) f->at_end = true;
   if (!f->at_end || size == 0 || copies_size + size > copies_limit) return;
-  keep.bytes = static_cast<unsigned char*>(checked_alloc_raw(size));
+  keep.bytes = static_cast<unsigned char*>(std::malloc(size + 1 + search_slack));
+  if (keep.bytes == nullptr) return;
   keep.size = size;
   std::memcpy(keep.bytes, f->block, size);
+  keep.bytes[size] = '\n';
   copies_size += size;
 }
 
@@ -94,6 +97,18 @@ source_file* source_open(int fd, source_copy* keep, std::size_t size) {
   f->fd = fd;
   if (keep != nullptr) keep_content(f, *keep, size);
   return f;
+}
+
+source_copy source_content(source_file* f) {
+  if (!f->at_end || f->next != f->block) return {};
+  *f->limit = '\n';
+  return {f->block, static_cast<std::size_t>(f->limit - f->block)};
+}
+
+void source_forget(source_copy& copy) {
+  std::free(copy.bytes);
+  copies_size -= copy.size;
+  copy = {};
 }
 
 source_file* source_open_copy(const source_copy& copy) {

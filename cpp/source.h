@@ -17,7 +17,7 @@ struct source_line {
 };
 
 /// The content of a small file, kept for the next time it is read in the run; null when it is not
-/// kept.
+/// kept. Behind it lies a newline.
 struct source_copy {
   unsigned char* bytes = nullptr;
   std::size_t size = 0;
@@ -44,6 +44,14 @@ struct source_file {
 /// `size` is the file's size where it is known, else 0: a file that ends there need not be asked
 /// again.
 source_file* source_open(int fd, source_copy* keep, std::size_t size);
+
+/// The whole content of a file of which no line has been read yet, as it lies in the file's block;
+/// null where it does not fit in. Valid until a line is asked for.
+source_copy source_content(source_file* file);
+
+/// Gives back the memory of a copy, which is null from then on. A source_file that reads it must
+/// have been asked for a line: the whole copy lies in its block then.
+void source_forget(source_copy& copy);
 
 /// Gives a source_file that reads a copy kept earlier; it counts as an open file. Null, with errno
 /// set, when too many are open.

@@ -3,10 +3,12 @@
 #include <cstdlib>
 #include <initializer_list>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "common/alloc.h"
 #include "common/hash.h"
+#include "common/text_table.h"
 #include "common/vector.h"
 
 namespace kv {
@@ -225,6 +227,35 @@ TEST(alloc, formatted_strings_are_cut_at_4095_characters) {
     EXPECT_EQ(testing::internal::GetCapturedStderr(), c.complaint);
     EXPECT_EQ(std::string(s).size(), c.got);
     std::free(s);
+  }
+}
+
+TEST(text_table, finds_each_text_again_and_keeps_its_place) {
+  static text_table<int> table;
+  std::vector<text_table<int>::entry*> entries;
+  for (int i = 0; i < 2000; ++i) {
+    entries.push_back(&table["name" + std::to_string(i)]);
+    EXPECT_EQ(entries.back()->record, 0);
+    entries.back()->record = i;
+  }
+  for (int i = 0; i < 2000; ++i) {
+    const std::string name = "name" + std::to_string(i);
+    EXPECT_EQ(&table[name], entries[static_cast<std::size_t>(i)]);
+    EXPECT_EQ(table[name].record, i);
+    EXPECT_EQ(table[name].text, name);
+  }
+}
+
+TEST(text_table, tells_texts_apart_by_every_byte_and_their_length) {
+  static text_table<int> table;
+  int n = 0;
+  const std::string long_text(20000, 'x');
+  const std::string_view texts[] = {"", "a", "aa", {"a\0", 2}, "b", long_text};
+  for (const std::string_view text : texts) table[text].record = ++n;
+  n = 0;
+  for (const std::string_view text : texts) {
+    EXPECT_EQ(table[text].record, ++n);
+    EXPECT_EQ(std::string_view(table[text].text, table[text].length), text);
   }
 }
 

@@ -1,0 +1,251 @@
+// The plain way through a header whose guard is defined is a blank line or a comment here and
+// there, the #ifndef, the skipped group, its #endif, and again nothing but blanks. This file
+// follows that way in the header's bytes, with one question at each step: would reading this do
+// more than count a newline? Where it would, or where finding out takes more than a glance (a
+// joined line before a directive, a trigraph, a word that is no directive), the header has no
+// guard and is read.
+#include "cpp/guard.h"
+
+#include <array>
+#include <cstddef>
+#include <cstring>
+#include <string_view>
+
+#include "cpp/lanes.h"
+#include "cpp/reader.h"
+#include "cpp/scan.h"
+
+namespace kv::cpp {
+
+namespace {
+
+// What a control line means inside a skipped group.
+enum class role { opens, alternates, closes, passed_over, unknown };
+
+constexpr struct {
+  std::string_view word;
+  role meaning;
+} roles[] = {
+    {"define", role::passed_over}, {"if", role::opens},
+    {"endif", role::closes},       {"ifdef", role::opens},
+    {"ifndef", role::opens},       {"else", role::alternates},
+    {"elif", role::alternates},    {"include", role::passed_over},
+    {"undef", role::passed_over},  {"error", role::passed_over},
+    {"pragma", role::passed_over}, {"warning", role::passed_over},
+};
+
+role role_of(std::string_view word) {
+  for (const auto& r : roles) {
+    if (r.word == word) return r.meaning;
+  }
+  return role::unknown;
+}
+
+bool is_blank(unsigned char c) {
+  return char_class(c) == CT_SPACE || c == '\v' || c == '\f';
+}
+
+const unsigned char* find_byte(const unsigned char* from, const unsigned char* end, int c) {
+  return static_cast<const unsigned char*>(
+      std::memchr(from, c, static_cast<std::size_t>(end - from)));
+}
+
+// Whether the text is free of what the steps below do not look for: zero bytes, trigraphs, a
+// carriage return without its newline, and lines that would be cut.
+bool is_regular(const unsigned char* text, const unsigned char* end) {
+  if (find_byte(text, end, 0) != nullptr) return false;
+  for (const unsigned char* p = text; (p = find_byte(p, end, '?')) != nullptr; ++p) {
+    if (p[1] == '?') return false;
+  }
+  for (const unsigned char* p = text; (p = find_byte(p, end, '\r')) != nullptr; ++p) {
+    if (p[1] != '\n') return false;
+  }
+  if (end - text < line_capacity) return true;
+  for (const unsigned char* line = text; line < end;) {
+    const unsigned char* newline = find_byte(line, end + 1, '\n');
+    if (newline - line >= line_capacity) return false;
+    line = newline + 1;
+  }
+  return true;
+}
+
+// The steps. Each moves on over what it is named after, and returns false at anything that has to
+// be read.
+class header_scan {
+ public:
+  header_scan(const unsigned char* text, const unsigned char* end) : p_(text), end_(end) {}
+
+  bool guarded(include_guard& guard) {
+    if (!pass_blank_lines() || *p_ != '#') return false;
+    guard.outer_comments = comments_;
+    if (directive_word() != "ifndef" || !pass_name(guard) || !pass_line_end()) return false;
+    if (!pass_group()) return false;
+    comments_ = false;
+    if (!pass_blank_lines() || p_ < end_) return false;
+    guard.outer_comments |= comments_;
+    guard.newlines = newlines_;
+    guard.depth = static_cast<int>(most_groups_);
+    return true;
+  }
+
+ private:
+  static constexpr std::size_t group_limit = 32;
+
+  bool pass_comment() {
+    comments_ = true;
+    const bool block = p_[1] == '*';
+    p_ += 2;
+    if (!block) {
+      const unsigned char* newline = find_byte(p_, end_ + 1, '\n');
+      if (find_byte(p_, newline, '\\') != nullptr) return false;
+      p_ = newline;
+      return true;
+    }
+    for (;; ++p_) {
+      p_ = find_any(p_, end_, '*', '/');
+      if (p_ == end_ || (*p_ == '/' && p_[1] == '*')) return false;
+      if (*p_ == '*' && p_[1] == '/') break;
+    }
+    p_ += 2;
+    return true;
+  }
+
+  bool at_comment() const { return *p_ == '/' && (p_[1] == '*' || p_[1] == '/'); }
+
+  bool pass_blanks() {
+    for (;;) {
+      while (is_blank(*p_) || *p_ == '\r') ++p_;
+      if (!at_comment()) return true;
+      if (!pass_comment()) return false;
+    }
+  }
+
+  void pass_newline() {
+    ++p_;
+    ++newlines_;
+  }
+
+  bool pass_blank_lines() {
+    while (p_ < end_) {
+      if (!pass_blanks()) return false;
+      if (*p_ != '\n') break;
+      pass_newline();
+    }
+    return true;
+  }
+
+  // The rest of a line that must be complete.
+  bool pass_line_end() {
+    if (!pass_blanks() || *p_ != '\n') return false;
+    pass_newline();
+    return true;
+  }
+
+  // A backslash that joins the next line, or several in front of a unit that they have no effect
+  // on.
+  bool pass_backslashes() {
+    const unsigned char* first = p_;
+    while (*p_ == '\\') ++p_;
+    if (plain.in_file[*p_] && !is_blank(*p_)) return true;
+    const bool single = p_ - first == 1;
+    if (*p_ == '\r') ++p_;
+    return single && *p_ == '\n' && ++p_ < end_;
+  }
+
+  // The rest of a skipped line, with the lines joined to it.
+  bool pass_skipped_text() {
+    for (;;) {
+      p_ = find_any(p_, end_, '/', '\\', '\n');
+      if (*p_ == '\n') break;
+      if (*p_ == '\\') {
+        if (!pass_backslashes()) return false;
+      } else if (at_comment()) {
+        if (!pass_comment()) return false;
+      } else {
+        ++p_;
+      }
+    }
+    pass_newline();
+    return true;
+  }
+
+  std::string_view word() {
+    const unsigned char* start = p_;
+    while (continues_id(*p_)) ++p_;
+    return {reinterpret_cast<const char*>(start), static_cast<std::size_t>(p_ - start)};
+  }
+
+  // From the `#` of a control line; empty where there is none.
+  std::string_view directive_word() {
+    ++p_;
+    return pass_blanks() ? word() : std::string_view();
+  }
+
+  bool pass_name(include_guard& guard) {
+    if (!pass_blanks() || char_class(*p_) != CT_LETTER) return false;
+    guard.name = p_;
+    guard.name_len = word().size();
+    return true;
+  }
+
+  bool open_group() {
+    if (groups_ == group_limit) return false;
+    else_seen_[groups_++] = false;
+    if (groups_ > most_groups_) most_groups_ = groups_;
+    return true;
+  }
+
+  // An #else or #elif of a nested group; the guard itself has none.
+  bool alternate(std::string_view keyword) {
+    if (groups_ == 1 || else_seen_[groups_ - 1]) return false;
+    if (keyword == "elif") return pass_skipped_text();
+    else_seen_[groups_ - 1] = true;
+    return pass_line_end();
+  }
+
+  bool pass_control_line() {
+    const std::string_view keyword = directive_word();
+    switch (role_of(keyword)) {
+      case role::opens:
+        return open_group() && pass_skipped_text();
+      case role::alternates:
+        return alternate(keyword);
+      case role::closes:
+        --groups_;
+        return pass_line_end();
+      case role::passed_over:
+        return pass_skipped_text();
+      default:
+        return false;
+    }
+  }
+
+  // The guard's group, from behind its first line to behind its #endif.
+  bool pass_group() {
+    open_group();
+    while (groups_ != 0) {
+      if (p_ >= end_ || !pass_blanks() || *p_ == '\\') return false;
+      if (!(*p_ == '#' ? pass_control_line() : pass_skipped_text())) return false;
+    }
+    return true;
+  }
+
+  const unsigned char* p_;
+  const unsigned char* end_;  // a newline stands there, too
+  int newlines_ = 0;
+  bool comments_ = false;
+  std::array<bool, group_limit> else_seen_{};
+  std::size_t groups_ = 0;
+  std::size_t most_groups_ = 0;
+};
+
+}  // namespace
+
+include_guard guard_of(const unsigned char* text, std::size_t size) {
+  include_guard guard;
+  const unsigned char* end = text + size;
+  if (!is_regular(text, end) || !header_scan(text, end).guarded(guard)) return {};
+  return guard;
+}
+
+}  // namespace kv::cpp
