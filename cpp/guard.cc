@@ -175,10 +175,13 @@ class header_scan {
     return {reinterpret_cast<const char*>(start), static_cast<std::size_t>(p_ - start)};
   }
 
-  // From the `#` of a control line; empty where there is none.
+  // From the `#` of a control line; empty where there is none, or where it might be a longer one
+  // that goes on with the next line.
   std::string_view directive_word() {
     ++p_;
-    return pass_blanks() ? word() : std::string_view();
+    if (!pass_blanks()) return {};
+    const std::string_view found = word();
+    return *p_ == '\\' ? std::string_view() : found;
   }
 
   bool pass_name(include_guard& guard) {

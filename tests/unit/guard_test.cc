@@ -68,7 +68,8 @@ TEST(Guard, WhatMayRaiseAMessageOrNeedsTranslationUndoesIt) {
   for (const char* inner :
        {"/* /* */\n", "/* open\n", "// joined \\\nx\n", "a \\ \nb\n", "\\\n#endif\n", "a \\\\\nb\n",
         "\"?\?/\"\n", "a\rb\n", "#unknown x\n", "#if 1\n#endif x\n", "#if 1\n#else x\n#endif\n",
-        "#if 1\n#else\n#else\n#endif\n", "#if 1\n#else\n#elif 1\n#endif\n", "#\n"}) {
+        "#if 1\n#else\n#else\n#endif\n", "#if 1\n#else\n#elif 1\n#endif\n", "#\n",
+        "#define\\\nX\n"}) {
     EXPECT_EQ(seen(around(inner)), "") << inner;
   }
   EXPECT_EQ(seen(around(std::string("a\0b\n", 4))), "");
