@@ -341,6 +341,135 @@ class CallWriter:
         return f"{name}{blank()}({blank()}{(blank() + ',' + blank()).join(arguments)}{blank()})"
 
 
+class LineWriter:
+    """Writes programs of well-formed control lines: nested groups that are kept or skipped, headers
+    with guards, definitions, comments over many lines.
+
+    They keep the lane of control lines going over runs of lines and over the ends of blocks. One
+    line in many is then damaged, so that the lane must leave it to the plain path.
+    """
+
+    _NAMES = ("A", "B", "C1", "_d", "$E", "HAVE_X", "a_name_of_more_than_eight", "defined", "p",
+              "a_name_with_more_than_thirty_one_units_1", "a_name_with_more_than_thirty_one_units_2")
+    _PIECES = ("1", "0x1Fu", "42", "07L", "1.5e+3", ".5", "1..2", "10LL", "1A", '"s // \\" t"', "'c'", "'\\''",
+               "+", "-", "/", "*", "%", "?", ":", "(", ")", ",", ";", "==", "<", "x", "->", "@", "\x80",
+               "...", "#", "##")
+    _COMMENTS = ("/* c */", "/**/", "/***/", "// c", "/* // */", "// /* \\x", "/* a\n * b / c\n*/",
+                 "/*\n\n\n\n\n*/", "/* ' */", "/*/ */", "/* /* */", "/* ? */", "/* ??= */")
+    _DAMAGE = ("\\\n", "\\", "/*", "*/", "//", "??/", "??=", "\0", "\r", "\f", "\v", "\x1f", "'", '"',
+               "\n", "#", "?", "\x1d")
+
+    def __init__(self, rng):
+        self.rng = rng
+        self.headers = [f"h{n}.h" for n in range(rng.randint(0, 2))]
+
+    def program(self):
+        rng = self.rng
+        files = {}
+        for n, name in enumerate(self.headers):
+            guard = rng.choice((f"H{n}", f"H{n}", rng.choice(self._NAMES)))
+            body = self.lines(rng.randint(1, 4), 1, included=True)
+            files[name] = [f"#ifndef {guard}", f"#define {guard}", *body, "#endif" + self.ending()]
+        files["main.c"] = self.lines(rng.randint(4, 14), 0, included=False)
+        newline = rng.choice(("\n",) * 6 + ("\r\n",))
+        for name, lines in files.items():
+            if rng.random() < 0.4:
+                at = rng.randrange(len(lines))
+                lines[at] = self.damaged(lines[at])
+            text = newline.join(lines) + newline
+            files[name] = text[:-len(newline)] if rng.random() < 0.1 else text
+        return files
+
+    def damaged(self, line):
+        at = self.rng.randint(0, len(line))
+        return line[:at] + self.rng.choice(self._DAMAGE) + line[at:]
+
+    def lines(self, count, depth, included):
+        return [line for _ in range(count) for line in self.item(depth, included)]
+
+    def item(self, depth, included):
+        rng = self.rng
+        pick = rng.random()
+        if pick < 0.30:
+            return [self.definition()]
+        if pick < 0.38:
+            return [self.control("undef", rng.choice(self._NAMES))]
+        if pick < 0.62 and depth < 4:
+            return self.group(depth, included)
+        if pick < 0.70 and self.headers and not included:
+            return [self.control("include", f'"{rng.choice(self.headers)}"')]
+        if pick < 0.80:
+            return [rng.choice(("", " ")) + rng.choice(self._COMMENTS) + rng.choice(("", " x", " #if 1"))]
+        if pick < 0.82 and depth:
+            return self.filling()
+        if pick < 0.86:
+            return [""] * rng.randint(1, 6)
+        return [self.text()]
+
+    def group(self, depth, included):
+        rng = self.rng
+        word = rng.choice(("if", "if", "ifdef", "ifndef"))
+        lines = [self.control(word, self.expression() if word == "if" else rng.choice(self._NAMES))]
+        for word in rng.choice(((), ("elif",), ("else",), ("elif", "elif", "else"))):
+            lines += self.lines(rng.randint(0, 3), depth + 1, included)
+            lines.append(self.control(word, self.expression() if word == "elif" else ""))
+        lines += self.lines(rng.randint(0, 3), depth + 1, included)
+        lines.append(self.control("endif", rng.choice(("",) * 8 + ("x",))))
+        return lines
+
+    def control(self, word, rest):
+        rng = self.rng
+        blank = lambda: rng.choice(("", "", "", " ", "\t", "  ", "/* c */"))
+        between = rng.choice((" ", " ", " ", "\t", " /* c */ ", "/**/"))
+        return f"{blank()}#{blank()}{word}{between}{rest}{self.ending()}"
+
+    def ending(self):
+        return self.rng.choice(("",) * 8 + (" ", "\t", " /* end */", "/* end */", " // end", "//", " /**/ "))
+
+    def definition(self):
+        rng = self.rng
+        parameters = ""
+        if rng.random() < 0.4:
+            names = rng.sample(("p", "q", "A", "long_parameter", "p"), rng.randint(0, 3))
+            parameters = f"({rng.choice((',', ', ', ' , ', ' /* c */, ')).join(names)})"
+        pieces = []
+        for _ in range(rng.randint(0, 6)):
+            name = rng.choice(("p", "q", "long_parameter") + self._NAMES)
+            pieces.append(name if rng.random() < 0.4 else rng.choice(self._PIECES))
+            pieces.append(rng.choice((" ", " ", "", "  ", "\t", "\x1f", " /* c */ ", "/**/")))
+        blank = rng.choice((" ", " ", "", "\t", "/**/"))
+        return self.control("define", rng.choice(self._NAMES) + parameters + blank + "".join(pieces))
+
+    def expression(self):
+        rng = self.rng
+        def operand():
+            name = rng.choice(self._NAMES)
+            return rng.choice(("0", "1", "0x10", "010", "3u", "'a'", name, name, f"defined {name}",
+                               f"defined({name})", f"defined ( {name} )", f"!{name}", "(1)", "-1",
+                               f"({name} + 1)", "sizeof(int)", "1 2", "/* c */ 1"))
+        text = operand()
+        for _ in range(rng.randint(0, 4)):
+            text += rng.choice((" && ", "||", " == ", "!=", "<", " >= ", "+", " - ", "*", "/", "%", " ? 2 : ",
+                                ",", "<<", "&", "=")) + operand()
+        return text
+
+    def text(self):
+        rng = self.rng
+        words = self._NAMES + ('"a\\n"', '"//"', "'x'", "1", "+", "/", "(", ")", ";", "?", "/* c */", "// c", "\\x")
+        return " ".join(rng.choice(words) for _ in range(rng.randint(1, 8)))
+
+    def filling(self):
+        """Lines enough to reach over the end of a block: a comment or text, most likely skipped."""
+        rng = self.rng
+        longest = rng.choice((30, 100, 2000, 10300))
+        lines = []
+        left = 70000
+        while left > 0:
+            lines.append(rng.choice(("x ", "* ", "word ", "/ ", "")) * rng.randint(0, longest // 4))
+            left -= len(lines[-1]) + 1
+        return ["/*", *lines, "*/"] if rng.random() < 0.5 else lines
+
+
 def write_program(files, directory):
     shutil.rmtree(directory, ignore_errors=True)
     directory.mkdir(parents=True)
@@ -389,7 +518,7 @@ def check_random(seed, number, programs):
     """Returns (passed, skipped, report) for one random program in every mode."""
     directory = SCRATCH / f"work-{os.getpid()}"
     rng = random.Random(f"{seed} {number}")
-    files = rng.choice((Writer, CallWriter))(rng).program()
+    files = rng.choice((Writer, CallWriter, LineWriter))(rng).program()
     passed = skipped = 0
     for mode, options in MODES.items():
         write_program(files, directory)

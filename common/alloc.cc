@@ -34,6 +34,12 @@ void* checked_alloc(std::size_t size) {
   return block;
 }
 
+void* checked_alloc_raw(std::size_t size) {
+  void* const block = std::malloc(std::max<std::size_t>(size, 1));
+  if (block == nullptr) alloc_failed();
+  return block;
+}
+
 char* str_concat(const char* a, const char* b) {
   const std::size_t a_length = std::strlen(a);
   const std::size_t b_length = std::strlen(b);

@@ -1,8 +1,8 @@
 // Checked allocation and the string building on top of it.
 //
 // No caller tests for exhausted memory: an allocation that fails reports the fatal message 296,
-// which ends the run. Blocks come from the C library's heap, are zero-filled, belong to the caller
-// and are released with std::free.
+// which ends the run. Blocks come from the C library's heap, are zero-filled unless it is said,
+// belong to the caller and are released with std::free.
 
 #pragma once
 
@@ -19,6 +19,9 @@ namespace kv {
 
 /// A new zero-filled block of `size` bytes, never null. Raises 296 (fatal) without memory.
 void* checked_alloc(std::size_t size);
+
+/// As `checked_alloc`, but what the block holds is not defined.
+void* checked_alloc_raw(std::size_t size);
 
 /// A new string: `a` followed by `b`. Raises 296 (fatal) without memory.
 char* str_concat(const char* a, const char* b);

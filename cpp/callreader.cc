@@ -28,7 +28,8 @@ void call_reader::scan_name(int c) {
     token = name_buf.data();
     token_length = 1;
   }
-  for (int next; (next = peek()) == MARK_NOEXPAND || (next < 256 && lane::word_units[next]);) {
+  for (int next; (next = peek()) == MARK_NOEXPAND ||
+                 (next < 256 && lane::word_units[static_cast<std::size_t>(next)]);) {
     if (token != name_buf.data()) {
       if (token_length > name_limit) {
         fail();

@@ -46,14 +46,49 @@ constexpr std::size_t cond_entries = 32;
 std::array<cond_entry, cond_entries> cond_stack;
 cond_entry* cond_top = cond_stack.data();
 
-bool no_group_open() {
-  return cond_top == cond_stack.data();
+}  // namespace
+
+bool group_fits() {
+  return cond_top != &cond_stack.back();
 }
 
-void push_group(std::uint8_t flags) {
-  if (cond_top == &cond_stack.back()) alert_msg(144);
-  *++cond_top = {flags, cur_line};
+void open_group(bool live) {
+  if (!group_fits()) alert_msg(144);
+  *++cond_top = {static_cast<std::uint8_t>(live ? COND_LIVE : 0), cur_line};
 }
+
+void choose_branch(bool chosen) {
+  compiling = chosen;
+  if (chosen) cond_top->flags |= COND_TAKEN;
+}
+
+bool group_is_open() {
+  return cond_top != cond_stack.data();
+}
+
+bool else_fits() {
+  return group_is_open() && (cond_top->flags & COND_ELSE_SEEN) == 0;
+}
+
+bool elif_decides() {
+  return (cond_top->flags & (COND_LIVE | COND_TAKEN)) == COND_LIVE;
+}
+
+void enter_else() {
+  cond_top->flags |= COND_ELSE_SEEN;
+  if ((cond_top->flags & COND_LIVE) != 0) {
+    compiling = (cond_top->flags & COND_TAKEN) == 0 && !compiling;
+  }
+}
+
+void close_group() {
+  const bool live = (cond_top->flags & COND_LIVE) != 0;
+  if (live && !compiling) need_linemark = true;
+  compiling = live;
+  --cond_top;
+}
+
+namespace {
 
 // ---- Pieces of control lines.
 
@@ -79,11 +114,6 @@ int skip_line_after(int pending) {
 
 std::string word() {
   return alert_str(token_buf);
-}
-
-void choose_branch(bool chosen) {
-  compiling = chosen;
-  if (chosen) cond_top->flags |= COND_TAKEN;
 }
 
 void missing_argument() {
@@ -112,29 +142,9 @@ void read_name_condition(bool wants_defined) {
   missing_argument();
 }
 
-// ---- The directives. Each takes the pending newline count and returns the new one.
-
-int do_if(int pending) {
-  push_group(COND_LIVE);
-  read_condition();
-  return end_of_line_check(pending);
-}
-
-int do_ifdef(int pending) {
-  push_group(COND_LIVE);
-  read_name_condition(true);
-  return end_of_line_check(pending);
-}
-
-int do_ifndef(int pending) {
-  push_group(COND_LIVE);
-  read_name_condition(false);
-  return end_of_line_check(pending);
-}
-
 // Whether #else or #elif has no place here; the message has then been raised.
 bool misplaced_else() {
-  if (no_group_open()) {
+  if (!group_is_open()) {
     alert_msg(102, word());
     return true;
   }
@@ -145,10 +155,20 @@ bool misplaced_else() {
   return false;
 }
 
+}  // namespace
+
+// ---- The directives. Each takes the pending newline count and returns the new one.
+
+int do_if(int pending) {
+  open_group(true);
+  read_condition();
+  return end_of_line_check(pending);
+}
+
 int do_elif(int pending) {
   if (misplaced_else()) return skip_line_after(pending);
-  if ((cond_top->flags & (COND_LIVE | COND_TAKEN)) != COND_LIVE) {
-    compiling = false;
+  if (!elif_decides()) {
+    choose_branch(false);
     return skip_line_after(pending);
   }
   cond_top->line = cur_line;
@@ -156,29 +176,37 @@ int do_elif(int pending) {
   return end_of_line_check(pending);
 }
 
+int do_include_line(int pending) {
+  return pending + do_include() + 1;
+}
+
+namespace {
+
+int do_ifdef(int pending) {
+  open_group(true);
+  read_name_condition(true);
+  return end_of_line_check(pending);
+}
+
+int do_ifndef(int pending) {
+  open_group(true);
+  read_name_condition(false);
+  return end_of_line_check(pending);
+}
+
 int do_else(int pending) {
   if (misplaced_else()) return skip_line_after(pending);
-  cond_top->flags |= COND_ELSE_SEEN;
-  if ((cond_top->flags & COND_LIVE) != 0) {
-    compiling = (cond_top->flags & COND_TAKEN) == 0 && !compiling;
-  }
+  enter_else();
   return end_of_line_check(pending);
 }
 
 int do_endif(int pending) {
-  if (no_group_open()) {
+  if (!group_is_open()) {
     alert_msg(102, word());
     return skip_line_after(pending);
   }
-  const bool live = (cond_top->flags & COND_LIVE) != 0;
-  if (live && !compiling) need_linemark = true;
-  compiling = live;
-  --cond_top;
+  close_group();
   return end_of_line_check(pending);
-}
-
-int do_include_line(int pending) {
-  return pending + do_include() + 1;
 }
 
 int do_define_line(int pending) {
@@ -351,7 +379,7 @@ void read_word(int c) {
 int skipped_directive(const directive* d, int pending) {
   if (d == nullptr) return end_of_line_check(pending);
   if ((d->flags & while_skipping) != 0) return d->carry_out(pending);
-  if ((d->flags & opens_group) != 0) push_group(0);
+  if ((d->flags & opens_group) != 0) open_group(false);
   return skip_line_after(pending);
 }
 
@@ -380,7 +408,7 @@ bool groups_fit(int n) {
 }
 
 bool outermost_open_group(int& line) {
-  if (no_group_open()) return false;
+  if (!group_is_open()) return false;
   line = cond_stack[1].line;
   return true;
 }

@@ -193,6 +193,7 @@ symbol* enter_definition(int c, bool& known, unit*& old_body) {
   if (known) {
     old_body = sym->body;
     sym->body = nullptr;
+    ++macros_epoch;
     return sym;
   }
   sym = sym_enter(token_buf, false);
@@ -230,7 +231,7 @@ void do_define() {
   definition def;
   def.macro = sym;
   if (read_definition(def)) {
-    sym_set_body(sym, work_end());
+    sym_set_body(sym, work_end(), work_len);
     sym->nargs = def.nargs;
     if (settings.macro_report) report_macro(sym);
     if (known && (old_body == nullptr || str16_cmp(old_body, sym->body) != 0)) {

@@ -15,6 +15,7 @@
 #include "common/osdep.h"
 #include "common/registry.h"
 #include "cpp/control.h"
+#include "cpp/controllane.h"
 #include "cpp/define.h"
 #include "cpp/depend.h"
 #include "cpp/diag.h"
@@ -162,6 +163,7 @@ struct line_start {
 line_start find_text_line(int pending) {
   line_start line = {0, pending, 0};
   for (;;) {
+    take_calm_lines(line.pending);
     line.c = get();
     if (char_class(line.c) == CT_SPACE) {
       if (in_asm) ++line.indent;
@@ -174,7 +176,6 @@ line_start find_text_line(int pending) {
     } else if (line.c == 0 || compiling) {
       return line;
     } else {
-      if (skip_plain_lines(line.pending)) continue;
       skip_line();
       ++line.pending;
     }

@@ -102,7 +102,7 @@ class header_scan {
       return true;
     }
     for (;; ++p_) {
-      p_ = find_any(p_, end_, '*', '/', '*', '/');
+      p_ = find_any(p_, end_, '*', '/');
       if (p_ == end_ || (*p_ == '/' && p_[1] == '*')) return false;
       if (*p_ == '*' && p_[1] == '/') break;
     }
@@ -155,7 +155,7 @@ class header_scan {
   // The rest of a skipped line, with the lines joined to it.
   bool pass_skipped_text() {
     for (;;) {
-      p_ = find_any(p_, end_, '/', '\\', '\n', '\n');
+      p_ = find_any(p_, end_, '/', '\\', '\n');
       if (*p_ == '\n') break;
       if (*p_ == '\\') {
         if (!pass_backslashes()) return false;

@@ -4,11 +4,15 @@
 #include "cpp/ifexpr.h"
 
 #include <cstddef>
+#include <string_view>
 
 #include "common/alert.h"
 #include "common/osdep.h"
 #include "cpp/expand.h"
 #include "cpp/ifsizeof.h"
+#include "cpp/lanes.h"
+#include "cpp/lanescan.h"
+#include "cpp/options.h"
 #include "cpp/reader.h"
 #include "cpp/scan.h"
 #include "cpp/symtab.h"
@@ -226,6 +230,30 @@ int hex_value(int c) {
   return 16;
 }
 
+// The number that begins with `c`, already read; `next` gives the units behind it, and has given
+// the one that ended it.
+template <class Next>
+if_operand read_number(int c, Next next) {
+  int radix = 10;
+  std::uint32_t value = 0;
+  if (c == '0') {
+    radix = 8;
+    c = next();
+    if (c == 'x' || c == 'X') {
+      radix = 16;
+      c = next();
+    }
+  }
+  for (; hex_value(c) < radix; c = next()) {
+    value = value * static_cast<std::uint32_t>(radix) + static_cast<std::uint32_t>(hex_value(c));
+  }
+  bool is_signed = value <= INT32_MAX;
+  for (; c == 'u' || c == 'U' || c == 'l' || c == 'L'; c = next()) {
+    if (c == 'u' || c == 'U') is_signed = false;
+  }
+  return {value, is_signed};
+}
+
 // ---- The evaluator. One for each #if; it reads, and ends at the end of the line or at an error.
 
 enum class token { operand, op, stop };
@@ -263,10 +291,16 @@ class evaluator {
   }
 
   token next_token();
+  bool take_calm_token(token& found);
+  bool take_calm_word(unsigned char* p, token& found);
   token illegal_unit(int c);
   token character_constant();
   std::uint32_t escape_sequence(int& c);
-  token number(int c);
+  token number(int c) {
+    const if_operand n = read_number(c, get);
+    unget();
+    return give(n.value, n.is_signed);
+  }
   token identifier();
   token defined_operand();
   token operator_token(int c);
@@ -308,6 +342,7 @@ class evaluator {
 
 token evaluator::next_token() {
   for (;;) {
+    if (token found; take_calm_token(found)) return found;
     const int c = next_expanded();
     if (ends_line(c)) {
       unget();
@@ -330,6 +365,88 @@ token evaluator::next_token() {
         return operator_token(c);
     }
   }
+}
+
+// Lane: takes the token ahead in the line of the file on top without asking whether it is to be
+// expanded or pasted, where that shows in the line. A token is calm if it can be told by itself and
+// the unit behind it has no effect when it is read ahead.
+bool evaluator::take_calm_token(token& found) {
+  input_frame* f = cur_frame;
+  if (!lanes || f == nullptr || f->rdptr >= f->lane_end || settings.cmode_asm) return false;
+  unsigned char* const p = lane::skip_blanks(f->rdptr);
+  if (*p == '\n') {
+    f->rdptr = p;
+    found = give_op(IFOP_EOE);
+    return true;
+  }
+  const int cls = char_class(*p);
+  if (cls == CT_LETTER) return take_calm_word(p, found);
+  if (cls == CT_OTHER || cls > IFOP_BOTTOM || !lane::is_calm(p) || !lane::is_calm(p + 1)) {
+    return false;
+  }
+  f->rdptr = p + 1;
+  found = cls == CT_DIGIT ? number(*p) : operator_token(*p);
+  return true;
+}
+
+// Where the name that a calm `defined` asks for begins and ends.
+struct defined_name {
+  const unsigned char* start;
+  const unsigned char* end;
+  unsigned char* behind;  // what follows the operand
+};
+
+// The operand at `p`, behind the word; `start` is null where it must be read in the plain way.
+defined_name calm_defined_name(unsigned char* p) {
+  constexpr defined_name none = {nullptr, nullptr, nullptr};
+  p = lane::skip_blanks(p);
+  const bool parenthesised = *p == '(';
+  if (parenthesised) p = lane::skip_blanks(p + 1);
+  if (char_class(*p) != CT_LETTER) return none;
+  const unsigned char* const start = p;
+  while (lane::is_word_unit(p)) ++p;
+  const unsigned char* const end = p;
+  if (static_cast<std::size_t>(end - start) > settings.ident_max || !lane::is_calm(end))
+    return none;
+  if (!parenthesised) return {start, end, p};
+  p = lane::skip_blanks(p);
+  if (*p != ')') return none;
+  return {start, end, p + 1};
+}
+
+// The value of a macro that is nothing but a number; false for all others.
+bool number_of(const symbol* macro, if_operand& value) {
+  if (macro->nargs != NARGS_OBJECT || macro->disable != 0 || settings.macro_report) return false;
+  const unit* p = macro->body;
+  if (p == nullptr || char_class(*p) != CT_DIGIT) return false;
+  value = read_number(*p++, [&] { return int{*p++}; });
+  return p == macro->body + macro->body_len + 1;
+}
+
+bool evaluator::take_calm_word(unsigned char* p, token& found) {
+  symbol* macro = nullptr;
+  const unsigned char* const end = lane::end_of_word(p, macro);
+  if (end == nullptr) return false;
+  const std::string_view word(reinterpret_cast<const char*>(p), static_cast<std::size_t>(end - p));
+  unsigned char* behind = p + word.size();
+  if (macro != nullptr) {
+    // A message about this operand would be raised inside the macro.
+    if_operand value;
+    if (have_operand || nvalues == values.size() || !number_of(macro, value)) return false;
+    found = give(value.value, value.is_signed);
+  } else if (word == "defined") {
+    const defined_name name = calm_defined_name(behind);
+    if (name.start == nullptr) return false;
+    const symbol* known = sym_find(name.start, static_cast<std::size_t>(name.end - name.start));
+    found = give(known != nullptr && known->disable == 0 ? 1 : 0, true);
+    behind = name.behind;
+  } else if (word == "sizeof") {
+    return false;
+  } else {
+    found = give(0, true);
+  }
+  cur_frame->rdptr = behind;
+  return true;
 }
 
 token evaluator::illegal_unit(int c) {
@@ -407,28 +524,6 @@ token evaluator::character_constant() {
   raw_read = false;
   if (ends_line(c)) unget();
   return give(value, true);
-}
-
-token evaluator::number(int c) {
-  int radix = 10;
-  std::uint32_t value = 0;
-  if (c == '0') {
-    radix = 8;
-    c = get();
-    if (c == 'x' || c == 'X') {
-      radix = 16;
-      c = get();
-    }
-  }
-  for (; hex_value(c) < radix; c = get()) {
-    value = value * static_cast<std::uint32_t>(radix) + static_cast<std::uint32_t>(hex_value(c));
-  }
-  bool is_signed = value <= INT32_MAX;
-  for (; c == 'u' || c == 'U' || c == 'l' || c == 'L'; c = get()) {
-    if (c == 'u' || c == 'U') is_signed = false;
-  }
-  unget();
-  return give(value, is_signed);
 }
 
 token evaluator::identifier() {

@@ -22,33 +22,45 @@ inline constexpr bool lanes = false;
 inline constexpr bool lanes = true;
 #endif
 
-/// The first byte in [p, end) that is one of the four given, or `end`.
-template <class Byte>
-inline Byte* find_any(Byte* p, Byte* end, unsigned char a, unsigned char b, unsigned char c,
-                      unsigned char d) {
-  static_assert(std::is_same_v<std::remove_const_t<Byte>, unsigned char>);
+/// The bytes that must be readable behind the text given to the searches below: they look at whole
+/// blocks, since a line's last bytes are many where lines are short.
+inline constexpr std::size_t search_slack = 16;
+
+/// The first byte in [p, end) that is one of those given, or `end`.
+template <class Text, class... Byte>
+inline Text* find_any(Text* p, Text* end, Byte... wanted) {
+  static_assert(std::is_same_v<std::remove_const_t<Text>, unsigned char>);
 #if defined(CPP_SSE2)
-  const __m128i va = _mm_set1_epi8(static_cast<char>(a));
-  const __m128i vb = _mm_set1_epi8(static_cast<char>(b));
-  const __m128i vc = _mm_set1_epi8(static_cast<char>(c));
-  const __m128i vd = _mm_set1_epi8(static_cast<char>(d));
-  for (; end - p >= 16; p += 16) {
-    const __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p));
-    const __m128i hit = _mm_or_si128(_mm_or_si128(_mm_cmpeq_epi8(v, va), _mm_cmpeq_epi8(v, vb)),
-                                     _mm_or_si128(_mm_cmpeq_epi8(v, vc), _mm_cmpeq_epi8(v, vd)));
+  for (; p < end; p += 16) {
+    const __m128i bytes = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p));
+    __m128i hit = _mm_setzero_si128();
+    ((hit = _mm_or_si128(hit, _mm_cmpeq_epi8(bytes, _mm_set1_epi8(static_cast<char>(wanted))))),
+     ...);
     const int mask = _mm_movemask_epi8(hit);
-    if (mask != 0) return p + std::countr_zero(static_cast<unsigned>(mask));
+    if (mask == 0) continue;
+    p += std::countr_zero(static_cast<unsigned>(mask));
+    return p < end ? p : end;
   }
-#endif
-  while (p != end && *p != a && *p != b && *p != c && *p != d) ++p;
+  return end;
+#else
+  while (p != end && ((*p != wanted) && ...)) ++p;
   return p;
+#endif
 }
 
-/// The bytes that must be readable behind the text given to find_word_end().
-inline constexpr std::size_t word_slack = 16;
+/// The first newline in [p, end), or null. Lines are short: a call to the C library would cost more
+/// than the search.
+inline unsigned char* find_newline(unsigned char* p, unsigned char* end) {
+#if defined(CPP_SSE2)
+  p = find_any(p, end, '\n');
+  return p != end ? p : nullptr;
+#else
+  return static_cast<unsigned char*>(std::memchr(p, '\n', static_cast<std::size_t>(end - p)));
+#endif
+}
 
 /// The first byte from `p` on that continues no identifier, as `word_units` has it. Up to
-/// word_slack bytes behind that one are looked at.
+/// search_slack bytes behind that one are looked at.
 inline const unsigned char* find_word_end(
     const unsigned char* p, [[maybe_unused]] const std::array<bool, 256>& word_units) {
 #if defined(CPP_SSE2)

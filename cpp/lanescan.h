@@ -176,4 +176,34 @@ inline const Unit* end_of_token(const Unit* p, symbol*& macro) {
   }
 }
 
+/// The end of the comment that `p` stands at, a `/`; null where there is none, and where it does
+/// not end on the line, whose newline is `newline_at`, or raises a message.
+inline unsigned char* end_of_comment(unsigned char* p, unsigned char* newline_at) {
+  const bool block = p[1] == '*';
+  if (!block && p[1] != '/') return nullptr;
+  const unsigned char a = block ? '*' : '\\';
+  const unsigned char b = block ? '/' : '\n';
+  for (p += 2;; ++p) {
+    p = find_any(p, newline_at, a, b, '?', 0);
+    if (p == newline_at) return block ? nullptr : p;
+    if (*p == 0 || *p == '\\' || (*p == '?' && p[1] == '?')) return nullptr;
+    if (*p == '/' && p[1] == '*') return nullptr;
+    if (*p == '*' && p[1] == '/') break;
+  }
+  p += 2;
+  return *p == 0 ? nullptr : p;
+}
+
+/// Leaves in the line what the reader leaves there of a comment, which ends at `behind`: a space in
+/// place of its closing `/`, unless white space follows.
+inline void leave_comment_space(unsigned char* behind) {
+  if (kinds[*behind] != blank && *behind != '\n') behind[-1] = ' ';
+}
+
+/// The first byte from `p` on that is no blank.
+inline unsigned char* skip_blanks(unsigned char* p) {
+  while (kinds[*p] == blank) ++p;
+  return p;
+}
+
 }  // namespace kv::cpp::lane

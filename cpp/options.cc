@@ -62,7 +62,7 @@ std::u16string widened(std::string_view text) {
 void define_object(std::string_view name, std::string_view value) {
   symbol* sym = sym_enter(widened(name).c_str(), false);
   sym->nargs = NARGS_OBJECT;
-  sym_set_body(sym, widened(value).c_str());
+  sym_set_body(sym, widened(value).c_str(), value.size());
 }
 
 // ---- Single-letter options. `arg` is the whole argument, `rest` what follows the letter.

@@ -323,6 +323,18 @@ bool unget_detached(input_frame* f) {
   return true;
 }
 
+// The first place in [p, limit) that can matter in the text of a block comment, at the start of
+// which `p` is not behind a star: the comment's end, what may begin another or a trigraph, a zero
+// byte or a newline. `limit` without one.
+unsigned char* find_in_comment(unsigned char* p, unsigned char* limit) {
+  for (;; ++p) {
+    p = find_any(p, limit, '/', '\n', '?', 0);
+    if (p == limit || *p == '\n' || *p == 0) return p;
+    if (*p == '/' && p[-1] == '*') return p - 1;
+    if (p[1] == (*p == '/' ? '*' : '?')) return p;
+  }
+}
+
 // Comment text is read raw, unit by unit; `frame` is the number of the frame that the last unit
 // came from.
 struct comment_text {
@@ -351,17 +363,37 @@ struct comment_text {
     f->rdptr = p;
   }
 
-  // The same across the lines of a block comment.
-  void skip_plain_lines(unsigned char a, unsigned char b) const {
-    for (;;) {
-      skip_plain(a, b);
-      input_frame* f = cur_frame;
-      if (!lanes || copied || f == nullptr || f->rdptr >= f->lane_end || *f->rdptr != '\n') return;
-      ++f->rdptr;
-      count_line();
-      need_linemark = true;
-      if (!load_next_line()) return;
+  // Lane: passes over text of a block comment that cannot matter, and over whole lines of it.
+  void skip_block_lines() const {
+    input_frame* f = cur_frame;
+    if (!lanes || copied || f == nullptr || f->rdptr >= f->lane_end) return;
+    unsigned char* const limit = ahead_limit(f);
+    if (limit == nullptr) {
+      skip_plain('*', '/');
+      return;
     }
+    unsigned char* p = f->rdptr;
+    unsigned char* line = f->line_start;
+    unsigned char* last = line;
+    int lines = 0;
+    for (;;) {
+      p = find_in_comment(p, limit);
+      if (p == limit || *p != '\n' || p - line >= line_capacity) break;
+      last = line;
+      line = ++p;
+      ++lines;
+    }
+    if (lines == 0) {
+      f->rdptr = p;
+      return;
+    }
+    need_linemark = true;
+    f->rdptr = f->line_end;  // the first newline is that of the current line
+    count_line();
+    if (lines > 1) pass_over_lines(f, last, line, lines - 1);
+    // Without a newline behind it the line does not end here, and may be moved to be completed.
+    if (p == line || p == limit || !load_line(f)) return;
+    if (f->line_start == line && p < f->line_end) f->rdptr = p;
   }
 };
 
@@ -384,7 +416,7 @@ int block_comment(comment_text text) {
       continue;
     }
     if (c == '\n' && !text.copied) need_linemark = true;
-    text.skip_plain_lines('*', '/');
+    text.skip_block_lines();
     c = text.next(true);
   }
   raw_read = false;
@@ -567,6 +599,22 @@ int join_lines() {
   return 0;
 }
 
+// Lane: with a file on top whose reads need no accounting, takes the newline of the current line,
+// or the first unit of the next line where that is a plain one. Otherwise read_on.
+int take_line_end() {
+  input_frame* f = cur_frame;
+  if (!lanes || f == nullptr) return read_on;
+  if (f->rdptr < f->lane_end) {
+    if (*f->rdptr != '\n') return read_on;
+    ++f->rdptr;
+    count_line();
+    detached.unit = 0;
+    return '\n';
+  }
+  if (at_lane_end(f) && load_line(f) && plain.in_file[*f->rdptr]) return *f->rdptr++;
+  return read_on;
+}
+
 constexpr plain_tables initial_plain_tables() {
   plain_tables t{};
   for (int c = 0; c < 256; ++c) {
@@ -587,6 +635,7 @@ void set_semicolon_comments(bool on) {
 }
 
 int get_slow() {
+  if (const int c = take_line_end(); c != read_on) return c;
   if (detached.ungot) {
     detached.ungot = false;
     return detached.unit;
@@ -619,6 +668,31 @@ void unget() {
 
 bool load_next_line() {
   return load_line(cur_frame);
+}
+
+unsigned char* ahead_limit(const input_frame* f) {
+  return f->fp->next == f->line_end ? f->fp->limit : nullptr;
+}
+
+void pass_over_lines(input_frame* f, unsigned char* last, unsigned char* end, int count) {
+  if (f->parent == nullptr) outer_lines += count;
+  count_line(count);
+  f->line_start = last;
+  f->rdptr = f->line_end = f->lane_end = end;
+  f->fp->next = end;
+  f->settled_backslashes = nullptr;
+  detached.unit = 0;
+  line_shown = false;
+}
+
+bool load_first_line() {
+  input_frame* f = cur_frame;
+  if (f->line_end != nullptr || f->fp == nullptr || f->parent == nullptr || detached.ungot ||
+      !load_line(f)) {
+    return false;
+  }
+  account(f, 0);
+  return true;
 }
 
 input_frame* push_file(source_file* file, const char* name) {

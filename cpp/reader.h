@@ -117,9 +117,26 @@ inline bool next_is_plain() {
 /// frame's text (for a file: of the current line).
 void unget();
 
+/// Whether the line of the file `f` is used up, and its next one can be loaded and read without any
+/// accounting.
+inline bool at_lane_end(const input_frame* f) {
+  return f->lane_end != nullptr && f->rdptr == f->lane_end && f->lane_end == f->line_end;
+}
+
 /// Lane: with the line of the file on top used up, moves on to its next line. Returns false, and
 /// changes nothing, when the next unit comes from elsewhere.
 bool load_next_line();
+
+/// Lane: the same with nothing read yet of an included file on top.
+bool load_first_line();
+
+/// Lane: the end of the bytes that lie ahead of the file `f`, up to which its next lines can be
+/// looked at from line_end on; null where these are not simply its next lines.
+unsigned char* ahead_limit(const input_frame* f);
+
+/// Lane: passes over `count` lines that were found ahead of the file `f`: the last of them, [last,
+/// end), becomes the current one, used up. Counts the lines of the newlines passed over.
+void pass_over_lines(input_frame* f, unsigned char* last, unsigned char* end, int count);
 
 /// Pushes a file frame that reads from `file` (owned by the frame from now on) under `name`, which
 /// must live for the run. Sets cur_line to 1 and need_linemark.

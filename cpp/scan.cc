@@ -121,22 +121,6 @@ void skip_line() {
   } while (c != '\n' && c != 0);
 }
 
-bool skip_plain_lines(int& lines) {
-  input_frame* f = cur_frame;
-  if (!skips_in_bulk(f) || in_asm) return false;
-  for (;;) {
-    skip_plain_text(f);
-    if (*f->rdptr != '\n') return false;
-    ++f->rdptr;
-    ++lines;
-    count_line();
-    if (!load_next_line()) return true;
-    while (char_class(*f->rdptr) == CT_SPACE) ++f->rdptr;
-    // Whether it is a control line shows at sight only where the first unit is plain.
-    if (*f->rdptr != '\n' && (*f->rdptr == '#' || !plain.in_file[*f->rdptr])) return true;
-  }
-}
-
 void scan_id(int c) {
   token_len = 0;
   do {

@@ -64,11 +64,6 @@ inline int skip_ws() {
 /// Reads up to and including the next newline, or to the end of input.
 void skip_line();
 
-/// Lane: with reading inside a line of a skipped group, passes over text that cannot matter there,
-/// and over whole lines up to one that may be a control line; adds the newlines passed over to
-/// `lines`. Returns whether it stopped at the start of a line.
-bool skip_plain_lines(int& lines);
-
 /// Reads one unit, passing over MARK_PASTE and MARK_EXP_END.
 inline int get_nomark() {
   int c;

@@ -11,36 +11,18 @@
 
 #include "common/alloc.h"
 #include "common/host.h"
-#include "cpp/lanes.h"
 #include "cpp/reader.h"
-#include "cpp/symtab.h"
 
 namespace kv::cpp {
 
 namespace {
-constexpr std::size_t block_size = 65536;
 
 // What all copies of a run may take together.
 constexpr std::size_t copies_limit = 4 * 1024 * 1024;
 std::size_t copies_size = 0;
 
-static_assert(word_slack >= name_slack);
-static_assert(block_size > 2 * line_capacity, "a block must hold a whole line beside a cut one");
-}  // namespace
-
-struct source_file {
-  int fd;              // -1 when a copy is read
-  source_copy copy;    // what is left of it
-  bool at_end;         // nothing more can be read
-  bool displaced_set;  // `displaced` belongs at `next`
-  unsigned char displaced;
-  unsigned char* next;   // the first byte not yet handed out
-  unsigned char* limit;  // the end of the bytes read
-  source_file* free_link;
-  unsigned char block[block_size + 1 + word_slack];  // room for a supplied newline
-};
-
-namespace {
+static_assert(source_block_size > 2 * line_capacity,
+              "a block must hold a whole line beside a cut one");
 
 source_file* free_sources = nullptr;
 
@@ -48,6 +30,7 @@ source_file* free_sources = nullptr;
 long read_some(source_file* f, unsigned char* to, std::size_t room) {
   if (f->fd >= 0) return host::read_block(f->fd, to, room);
   const std::size_t n = f->copy.size < room ? f->copy.size : room;
+  if (n == 0) return 0;
   std::memcpy(to, f->copy.bytes, n);
   f->copy.bytes += n;
   f->copy.size -= n;
@@ -58,7 +41,7 @@ long read_some(source_file* f, unsigned char* to, std::size_t room) {
 void read_until(source_file* f, std::ptrdiff_t wanted) {
   while (!f->at_end && f->limit - f->next < wanted) {
     const long n =
-        read_some(f, f->limit, static_cast<std::size_t>(f->block + block_size - f->limit));
+        read_some(f, f->limit, static_cast<std::size_t>(f->block + source_block_size - f->limit));
     if (n <= 0) {
       f->at_end = true;
     } else {
@@ -79,13 +62,12 @@ void fill(source_file* f) {
 
 // Keeps the content, before anything is changed in the block, if the file fits into it.
 void keep_content(source_file* f, source_copy& keep, std::size_t expected) {
-  read_until(f, static_cast<std::ptrdiff_t>(expected != 0 && expected < block_size ? expected
-                                                                                   : block_size));
+  read_until(f, static_cast<std::ptrdiff_t>(
+                    expected != 0 && expected < source_block_size ? expected : source_block_size));
   const auto size = static_cast<std::size_t>(f->limit - f->block);
   if (size == expected) f->at_end = true;
   if (!f->at_end || size == 0 || copies_size + size > copies_limit) return;
-  keep.bytes = static_cast<unsigned char*>(std::malloc(size + 1));
-  if (keep.bytes == nullptr) return;
+  keep.bytes = static_cast<unsigned char*>(checked_alloc_raw(size + search_slack));
   keep.size = size;
   std::memcpy(keep.bytes, f->block, size);
   keep.bytes[size] = '\n';
@@ -105,10 +87,6 @@ source_file* new_source() {
   f->displaced_set = false;
   f->next = f->limit = f->block;
   return f;
-}
-
-unsigned char* find_newline(unsigned char* from, std::size_t n) {
-  return static_cast<unsigned char*>(std::memchr(from, '\n', n));
 }
 
 }  // namespace
@@ -139,23 +117,20 @@ source_file* source_open_copy(const source_copy& copy) {
   return f;
 }
 
-bool source_next_line(source_file* f, source_line& line) {
+bool source_fetch_line(source_file* f, source_line& line) {
   if (f->displaced_set) {
     *f->next = f->displaced;
     f->displaced_set = false;
   }
-  std::size_t left = static_cast<std::size_t>(f->limit - f->next);
-  unsigned char* newline =
-      find_newline(f->next, left < line_capacity ? left : std::size_t{line_capacity});
-  if (newline == nullptr && left < line_capacity && !f->at_end) {
+  unsigned char* newline = line_newline(f);
+  if (newline == nullptr && f->limit - f->next < line_capacity && !f->at_end) {
     fill(f);
-    left = static_cast<std::size_t>(f->limit - f->next);
-    newline = find_newline(f->next, left < line_capacity ? left : std::size_t{line_capacity});
+    newline = line_newline(f);
   }
+  const auto left = static_cast<std::size_t>(f->limit - f->next);
   line.start = f->next;
   if (newline != nullptr) {
-    line.end = newline + 1;
-    f->next = line.end;
+    line.end = f->next = newline + 1;
     return true;
   }
   if (left == 0) return false;

@@ -3,9 +3,11 @@
 
 #include <cstddef>
 
-namespace kv::cpp {
+#include "cpp/lanes.h"
+#include "cpp/reader.h"
+#include "cpp/symtab.h"
 
-struct source_file;
+namespace kv::cpp {
 
 /// One line inside a source_file's block: [start, end), the last byte a newline. Valid, and
 /// writable, until the next line is asked for.
@@ -19,6 +21,22 @@ struct source_line {
 struct source_copy {
   unsigned char* bytes = nullptr;
   std::size_t size = 0;
+};
+
+inline constexpr std::size_t source_block_size = 65536;
+static_assert(search_slack >= name_slack);
+
+/// A file being read. Only this module changes it.
+struct source_file {
+  unsigned char* next;   ///< the first byte not yet handed out
+  unsigned char* limit;  ///< the end of the bytes read
+  bool displaced_set;    ///< `displaced` belongs at `next`
+  unsigned char displaced;
+  bool at_end;       ///< nothing more can be read
+  int fd;            ///< -1 when a copy is read
+  source_copy copy;  ///< what is left of it
+  source_file* free_link;
+  unsigned char block[source_block_size + 1 + search_slack];  ///< room for a supplied newline
 };
 
 /// Takes over the open descriptor `fd` and gives a source_file to read it through. With `keep` the
@@ -39,10 +57,27 @@ void source_forget(source_copy& copy);
 /// set, when too many are open.
 source_file* source_open_copy(const source_copy& copy);
 
+/// The newline that ends the line at `next`, or null where none lies within the limit of a line.
+inline unsigned char* line_newline(const source_file* f) {
+  const bool whole = f->limit - f->next > line_capacity;
+  return find_newline(f->next, whole ? f->next + line_capacity : f->limit);
+}
+
+/// As source_next_line, for lines that end in the block or not.
+bool source_fetch_line(source_file* file, source_line& line);
+
 /// Moves to the next line of at most line_capacity bytes; a longer physical line is cut and a
 /// newline supplied at the cut, a last line without a newline gets one. Returns false at the end of
-/// the file (a read error counts as the end).
-bool source_next_line(source_file* file, source_line& line);
+/// the file (a read error counts as the end). Nearly every line lies whole in the block; the others
+/// are fetched.
+inline bool source_next_line(source_file* file, source_line& line) {
+  if (!lanes || file->displaced_set) return source_fetch_line(file, line);
+  unsigned char* const newline = line_newline(file);
+  if (newline == nullptr) return source_fetch_line(file, line);
+  line = {file->next, newline + 1};
+  file->next = newline + 1;
+  return true;
+}
 
 /// Closes the descriptor, if any, and keeps the record and its block for the next source_open.
 void source_close(source_file* file);

@@ -7,6 +7,7 @@
 #include <bit>
 #include <cstdlib>
 #include <cstring>
+#include <new>
 #include <vector>
 
 #include "common/alloc.h"
@@ -109,7 +110,8 @@ symbol* find(const Unit* name, std::size_t len) {
   }
 }
 
-std::uint32_t chain_hash(const unit* name, std::size_t len) {
+template <class Unit>
+std::uint32_t chain_hash(const Unit* name, std::size_t len) {
   auto h = static_cast<std::uint32_t>(len);
   for (std::size_t i = 0; i < len; ++i) h += name[i];
   return h;
@@ -173,15 +175,24 @@ void chain_insert(symbol* sym) {
 
 void free_record(symbol* sym) {
   std::free(sym->body);
-  std::free(sym->name);
   std::free(sym);
 }
 
-void take_out(symbol* sym) {
-  unlink(sym);
-  index_remove(sym);
-  sym->removed = true;
-  if (sym->frame_refs == 0) free_record(sym);
+template <class Unit>
+symbol* enter_new(const Unit* name, std::size_t len) {
+  void* const block = checked_alloc_raw(sizeof(symbol) + (len + 1) * sizeof(unit));
+  auto* sym = new (block) symbol{};
+  sym->name = reinterpret_cast<unit*>(sym + 1);
+  *std::copy(name, name + len, sym->name) = 0;
+  sym->name_len = static_cast<std::uint32_t>(len);
+  sym->hash = chain_hash(name, len);
+  sym->key = name_key(name, len);
+  chain_insert(sym);
+  index_insert(sym);
+  ++macros_epoch;
+  const std::size_t shape = len == 0 ? 0 : name_shape(name, len);
+  name_shapes[shape / 64] |= std::uint64_t{1} << (shape % 64);
+  return sym;
 }
 
 }  // namespace
@@ -241,20 +252,21 @@ symbol* sym_enter(const unit* name, bool remove) {
   static symbol removed;  // stands for a record that is gone
   const std::size_t len = str16_len(name);
   symbol* old = sym_search(name, len);
-  ++macros_epoch;
-  if (old != nullptr) take_out(old);
+  if (old != nullptr) sym_remove(old);
   if (remove) return old != nullptr ? &removed : nullptr;
+  return enter_new(name, len);
+}
 
-  auto* sym = static_cast<symbol*>(checked_alloc(sizeof(symbol)));
-  sym->name = str16_dup(name);
-  sym->name_len = static_cast<std::uint32_t>(len);
-  sym->hash = chain_hash(name, len);
-  sym->key = name_key(name, len);
-  chain_insert(sym);
-  index_insert(sym);
-  const std::size_t shape = len == 0 ? 0 : name_shape(name, len);
-  name_shapes[shape / 64] |= std::uint64_t{1} << (shape % 64);
-  return sym;
+symbol* sym_enter_new(const unsigned char* name, std::size_t len) {
+  return enter_new(name, len);
+}
+
+void sym_remove(symbol* sym) {
+  ++macros_epoch;
+  unlink(sym);
+  index_remove(sym);
+  sym->removed = true;
+  if (sym->frame_refs == 0) free_record(sym);
 }
 
 const symbol* symtab(std::size_t n) {
@@ -263,15 +275,16 @@ const symbol* symtab(std::size_t n) {
   return c.first;
 }
 
-void sym_set_body(symbol* sym, const unit* text) {
+void sym_set_body(symbol* sym, const unit* text, std::size_t len) {
+  const std::size_t size = (len + 1) * sizeof(unit);
   ++macros_epoch;
-  sym->body = str16_dup(text);
-  sym->body_len = static_cast<std::uint32_t>(str16_len(text));
+  sym->body = static_cast<unit*>(std::memcpy(checked_alloc_raw(size), text, size));
+  sym->body_len = static_cast<std::uint32_t>(len);
   sym->has_operators = sym->has_references = false;
-  for (; *text != 0; ++text) {
-    sym->has_operators |=
-        *text == MARK_STRINGIZE || *text == MARK_PASTE || *text == MARK_DIGITS_END;
-    sym->has_references |= is_param_ref(*text);
+  for (const unit* p = text; p != text + len; ++p) {
+    if (*p < MARK_DIGITS_END) continue;
+    sym->has_operators |= *p == MARK_STRINGIZE || *p == MARK_PASTE || *p == MARK_DIGITS_END;
+    sym->has_references |= is_param_ref(*p);
   }
 }
 

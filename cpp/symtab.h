@@ -24,7 +24,7 @@ inline constexpr int NARGS_FILE = -3;
 /// The most parameters or arguments a macro can have.
 inline constexpr int max_macro_args = 31;
 
-/// One macro. Texts are heap blocks owned by the record.
+/// One macro. The body is a heap block owned by the record, the name lies behind the record.
 struct symbol {
   symbol* link;              ///< next record of the chain
   symbol** linked_from;      ///< what points at this record in the chain
@@ -89,9 +89,14 @@ symbol* sym_find(const Unit* name, std::size_t len) {
 /// value exactly when there was one; that value must not be followed. Otherwise enters a fresh
 /// record (all fields but the name's zero) and returns it.
 symbol* sym_enter(const unit* name, bool remove);
+/// Enters a fresh record of a name of which there is none.
+symbol* sym_enter_new(const unsigned char* name, std::size_t len);
+/// Takes a record found with sym_find out of the table.
+void sym_remove(symbol* sym);
 
-/// Makes a copy of `text` (encoded, zero-ended) the body of `sym`; what it had before is not freed.
-void sym_set_body(symbol* sym, const unit* text);
+/// Makes a copy of `text` (encoded, `len` units and a zero) the body of `sym`; what it had before
+/// is not freed.
+void sym_set_body(symbol* sym, const unit* text, std::size_t len);
 
 /// Whether `sym` may be expanded where reading stands: it is not disabled, or the text being read
 /// is an argument or generated text directly above an expansion of this very macro.

@@ -25,31 +25,11 @@ using lane::blank;
 using lane::kinds;
 
 // A comment between tokens, `p` at its `/`. Returns what stands behind it, or null where the plain
-// path must take it: a comment that does not end on the line, that is copied, or that raises a
-// message. What the reader would leave in the line is left there too: a space in place of the
-// closing `/`.
+// path must take it.
 unsigned char* skip_comment(unsigned char* p, unsigned char* newline_at) {
-  if (keep_comments_now) return nullptr;
-  const bool block = p[1] == '*';
-  if (!block && p[1] != '/') return nullptr;
-  const unsigned char a = block ? '*' : '\\';
-  const unsigned char b = block ? '/' : '\n';
-  for (p += 2;; ++p) {
-    p = find_any(p, newline_at, a, b, '?', 0);
-    if (p == newline_at) return block ? nullptr : p;
-    if (*p == 0 || *p == '\\' || (*p == '?' && p[1] == '?')) return nullptr;
-    if (*p == '/' && p[1] == '*') return nullptr;
-    if (*p == '*' && p[1] == '/') break;
-  }
-  p += 2;
-  if (*p == 0) return nullptr;
-  if (kinds[*p] != blank && *p != '\n') p[-1] = ' ';
-  return p;
-}
-
-inline unsigned char* skip_blanks(unsigned char* p) {
-  while (kinds[*p] == blank) ++p;
-  return p;
+  unsigned char* behind = keep_comments_now ? nullptr : lane::end_of_comment(p, newline_at);
+  if (behind != nullptr) lane::leave_comment_space(behind);
+  return behind;
 }
 
 // What a single blank can stand before, as part of a run that is copied: tokens that cannot turn
@@ -108,11 +88,11 @@ unsigned char* copy_tokens(unsigned char* p, unsigned char* newline_at) {
     unsigned char* token = p = pass_tokens(p, macro, end);
     if (macro == nullptr) {
       unsigned char* resume = p;  // where the plain path goes on if it must
-      token = skip_blanks(p);
+      token = lane::skip_blanks(p);
       while (*token == '/') {
         unsigned char* behind = skip_comment(token, newline_at);
         if (behind == nullptr) break;
-        token = skip_blanks(behind);
+        token = lane::skip_blanks(behind);
         resume = token != behind ? behind : behind - 1;  // a blank, for the comment
       }
       out_bytes(run, static_cast<std::size_t>(p - run));

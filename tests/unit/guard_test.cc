@@ -6,13 +6,15 @@
 
 #include <string>
 
+#include "cpp/lanes.h"
+
 namespace kv::cpp {
 namespace {
 
 // "name newlines depth", with a `c` behind it for comments outside the group; empty for no guard.
 std::string seen(const std::string& text) {
   // The name lies in the text, so both are looked at together.
-  const std::string ended = text + '\n';
+  const std::string ended = text + '\n' + std::string(search_slack, ' ');
   const include_guard g =
       guard_of(reinterpret_cast<const unsigned char*>(ended.data()), text.size());
   if (g.name == nullptr) return {};
