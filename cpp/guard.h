@@ -16,10 +16,10 @@ struct include_guard {
   bool outer_comments = false;  ///< there are comments outside the group
 };
 
-/// The guard of the header `text`, `size` bytes with a newline behind them and search_slack bytes
-/// that can be looked at behind that. Text that could have any other effect, a message above all,
-/// counts as unguarded; that covers the default mode alone, without the assembler's and the
-/// linker's conventions.
+/// The guard of the header `text`, `size` bytes with a newline behind them and search_slack
+/// readable bytes behind that. Text that could have any other effect, a message above all, counts
+/// as unguarded; that covers the default mode alone, without the assembler's and the linker's
+/// conventions.
 include_guard guard_of(const unsigned char* text, std::size_t size);
 
 }  // namespace kv::cpp

@@ -6,6 +6,7 @@
 #include <bit>
 #include <cstddef>
 #include <cstring>
+#include <type_traits>
 
 // Some compilers have no macro of their own for what every 64-bit x86 processor can do.
 #if defined(__SSE2__) || defined(_M_X64)
@@ -26,8 +27,9 @@ inline constexpr bool lanes = true;
 inline constexpr std::size_t search_slack = 16;
 
 /// The first byte in [p, end) that is one of those given, or `end`.
-template <class Pointer, class... Byte>
-inline Pointer find_any(Pointer p, Pointer end, Byte... wanted) {
+template <class Text, class... Byte>
+inline Text* find_any(Text* p, Text* end, Byte... wanted) {
+  static_assert(std::is_same_v<std::remove_const_t<Text>, unsigned char>);
 #if defined(CPP_SSE2)
   for (; p < end; p += 16) {
     const __m128i bytes = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p));

@@ -67,8 +67,7 @@ void keep_content(source_file* f, source_copy& keep, std::size_t expected) {
   const auto size = static_cast<std::size_t>(f->limit - f->block);
   if (size == expected) f->at_end = true;
   if (!f->at_end || size == 0 || copies_size + size > copies_limit) return;
-  keep.bytes = static_cast<unsigned char*>(std::malloc(size + 1 + search_slack));
-  if (keep.bytes == nullptr) return;
+  keep.bytes = static_cast<unsigned char*>(checked_alloc_raw(size + search_slack));
   keep.size = size;
   std::memcpy(keep.bytes, f->block, size);
   keep.bytes[size] = '\n';
