@@ -461,9 +461,9 @@ class LineWriter:
     def filling(self):
         """Lines enough to reach over the end of a block: a comment or text, most likely skipped."""
         rng = self.rng
-        longest = rng.choice((30, 100, 2000, 10300))
+        longest = rng.choice((100, 2000, 10300))
         lines = []
-        left = 70000
+        left = 270000
         while left > 0:
             lines.append(rng.choice(("x ", "* ", "word ", "/ ", "")) * rng.randint(0, longest // 4))
             left -= len(lines[-1]) + 1

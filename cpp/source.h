@@ -23,7 +23,8 @@ struct source_copy {
   std::size_t size = 0;
 };
 
-inline constexpr std::size_t source_block_size = 65536;
+/// The bytes of a file that are read at once. Nearly every header fits, those of devices included.
+inline constexpr std::size_t source_block_size = 256 * 1024;
 static_assert(search_slack >= name_slack);
 
 /// A file being read. Only this module changes it.
