@@ -1,7 +1,7 @@
 // The frame stack and the translation of units.
 //
-// Frames are strictly last in, first out, so they live with their texts in an arena that grows at
-// the top and shrinks back when a frame is removed: once it is warm an expansion allocates nothing.
+// Frames are strictly last in, first out, so they live with their texts in an arena: once it is
+// warm an expansion allocates nothing.
 //
 // The reader reads ahead in two places, after `/` and after a backslash, and the text read ahead
 // may itself need translation. After `/` the look-ahead is raw, so it goes no deeper. Backslashes
@@ -16,8 +16,8 @@
 #include <vector>
 
 #include "common/alert.h"
-#include "common/alloc.h"
 #include "common/osdep.h"
+#include "cpp/arena.h"
 #include "cpp/lanes.h"
 #include "cpp/output.h"
 #include "cpp/scan.h"
@@ -65,66 +65,13 @@ struct {
 constexpr int joining_backslash = -1;  // a backslash outside raw mode, not yet looked behind
 constexpr int read_on = -2;            // nothing to deliver: take the next unit
 
-// ---- The arena of frames.
-
-struct arena_chunk {
-  arena_chunk* below;
-  arena_chunk* above;
-  std::size_t used;
-  std::size_t size;
-  std::byte* bytes() { return reinterpret_cast<std::byte*>(this + 1); }
-};
-constexpr std::size_t chunk_size = 256 * 1024;
-arena_chunk* top_chunk = nullptr;
-
-constexpr std::size_t aligned(std::size_t n) {
-  return (n + alignof(std::max_align_t) - 1) & ~(alignof(std::max_align_t) - 1);
-}
-
-// Makes a chunk with room for n bytes the top one. A chunk above the top is an empty one, kept from
-// an earlier, deeper stack.
-void grow_arena(std::size_t n) {
-  arena_chunk* above = top_chunk != nullptr ? top_chunk->above : nullptr;
-  if (above == nullptr || above->size < n) {
-    const std::size_t size = n > chunk_size ? n : chunk_size;
-    auto* fresh = static_cast<arena_chunk*>(std::malloc(sizeof(arena_chunk) + size));
-    if (fresh == nullptr) {
-      alert_msg(296);
-      std::abort();
-    }
-    *fresh = {top_chunk, above, 0, size};
-    if (above != nullptr) above->below = fresh;
-    if (top_chunk != nullptr) top_chunk->above = fresh;
-    above = fresh;
-  }
-  top_chunk = above;
-}
-
-std::byte* arena_alloc(std::size_t n) {
-  n = aligned(n);
-  if (top_chunk == nullptr || top_chunk->size - top_chunk->used < n) grow_arena(n);
-  std::byte* p = top_chunk->bytes() + top_chunk->used;
-  top_chunk->used += n;
-  return p;
-}
-
-// Gives back everything allocated since `p`, the frame record of the frame being removed.
-void arena_release(void* p) {
-  auto* at = static_cast<std::byte*>(p);
-  while (at < top_chunk->bytes() || at >= top_chunk->bytes() + top_chunk->size) {
-    top_chunk->used = 0;
-    top_chunk = top_chunk->below;
-  }
-  top_chunk->used = static_cast<std::size_t>(at - top_chunk->bytes());
-}
-
 // ---- Frames.
 
 // Frames pushed in the run; addresses are used again, these numbers are not.
 unsigned frames_pushed = 0;
 
 input_frame* push_frame(int size, const unit* name) {
-  constexpr std::size_t record = aligned(sizeof(input_frame));
+  constexpr std::size_t record = arena_rounded(sizeof(input_frame));
   std::byte* room = arena_alloc(record + static_cast<std::size_t>(size) * sizeof(unit));
   auto* f = new (room) input_frame{};
   f->buf = reinterpret_cast<unit*>(room + record);
