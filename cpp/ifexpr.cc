@@ -219,10 +219,6 @@ std::uint32_t unary_result(op_code code, std::uint32_t v) {
   }
 }
 
-bool ends_line(int c) {
-  return c == '\n' || c == 0;
-}
-
 int hex_value(int c) {
   if (c >= '0' && c <= '9') return c - '0';
   if (c >= 'a' && c <= 'f') return c - 'a' + 10;
@@ -367,8 +363,8 @@ token evaluator::next_token() {
   }
 }
 
-// Where reading one unit ahead of `p` and stepping back leaves the reader: behind the carriage return
-// of a CR LF, which is dropped. A message shows the place.
+// Where reading one unit ahead at `p` and stepping back leaves the reader: a message shows the
+// place, and the carriage return of a CR LF is dropped.
 unsigned char* past_look_ahead(unsigned char* p) {
   return *p == '\r' ? p + 1 : p;
 }
