@@ -82,7 +82,7 @@ class Writer:
         elif ending < 0.2:
             text += self.rng.choice(("/* open", "F(", "F(1,", "A\\", "// end\\", '"open', "#if 1",
                                      "#define A \\", "??/", "F", "#", "#include"))
-        return text
+        return text.replace("\n", "\r\n") if self.rng.random() < 0.15 else text
 
     def guarded_file(self, number):
         """A header that is wholly inside its guard, or nearly."""
@@ -154,7 +154,7 @@ class Writer:
         mark = self.rng.choice(("#",) * 12 + ("??=", " #", "/* c */#"))
         if self.rng.random() < 0.8:
             return f"{mark}{word} "
-        after = self.rng.choice((" ", "\t", "/**/", "\\\n"))
+        after = self.rng.choice((" ", "\t", "/**/", "\\\n", "\r"))
         return f"{mark}{blank()}{word}{after}"
 
     def definition(self):

@@ -125,7 +125,7 @@ void missing_argument() {
 void read_condition() {
   const int c = skip_ws();
   unget();
-  if (c == '\n' || c == 0) {
+  if (ends_line(c)) {
     missing_argument();
   } else {
     choose_branch(eval_if() != 0);
@@ -138,7 +138,7 @@ void read_name_condition(bool wants_defined) {
     choose_branch((is_macro(c) != nullptr) == wants_defined);
     return;
   }
-  if (c == '\n' || c == 0) unget();
+  if (ends_line(c)) unget();
   missing_argument();
 }
 
@@ -299,7 +299,7 @@ int do_endasm(int pending) {
     pending = sync_lines(pending);
   }
   int c;
-  while ((c = get()) != '\n' && c != 0) put_char_out(c);
+  while (!ends_line(c = get())) put_char_out(c);
   unget();
   return end_of_line_check(pending);
 }
@@ -387,7 +387,7 @@ int skipped_directive(const directive* d, int pending) {
 
 int control_line(int pending) {
   const int c = skip_ws();
-  if (c == '\n' || c == 0) return pending + 1;
+  if (ends_line(c)) return pending + 1;
   read_word(c);
   const directive* d = find_directive();
   if (cur_frame != nullptr && cur_frame->fp == nullptr) alert_msg(161, word());
@@ -412,11 +412,6 @@ bool outermost_open_group(int& line) {
 // ---- The assembler's conditionals.
 
 namespace {
-
-bool is_word_unit(int c) {
-  const int cls = char_class(c);
-  return cls == CT_LETTER || cls == CT_DIGIT;
-}
 
 unit lower(int c) {
   return static_cast<unit>(c >= 'A' && c <= 'Z' ? c - 'A' + 'a' : c);
@@ -457,7 +452,7 @@ void asm_ifdef_rewrite() {
   constexpr std::size_t word_least = 3;
   work_len = 0;
   while (work_len < word_least) {
-    if (is_word_unit(read_noted())) continue;
+    if (continues_id(read_noted())) continue;
     if (work_len == 1) {
       unget();
     } else {

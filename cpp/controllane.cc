@@ -36,11 +36,12 @@ namespace {
 
 // ---- What lies ahead on a line. Each of these returns null where the line is not calm.
 
-// Passes over blanks and comments, up to the next unit or the line's newline.
+// Passes over blanks and comments, up to the next unit or the line's newline. A carriage return
+// elsewhere is dropped when it is read, so that a word in front of it may go on behind it.
 unsigned char* skip_space(unsigned char* p, unsigned char* newline_at) {
   for (;;) {
     p = skip_blanks(p);
-    if (*p == '\r' && p[1] == '\n') return p + 1;
+    if (*p == '\r') return p[1] == '\n' ? p + 1 : nullptr;
     if (*p != '/' || (p[1] != '*' && p[1] != '/')) return p;
     p = end_of_comment(p, newline_at);
     if (p == nullptr) return nullptr;
@@ -392,7 +393,10 @@ outcome take_line(unsigned char* p, unsigned char* newline_at, int& pending) {
 // what find_skipped_end() finds in it: an empty one, text whose first unit is plain, most
 // directives.
 bool is_idle_line(unsigned char* p) {
-  if (*p == '#') return is_idle_when_skipped(code_of(word_at(skip_blanks(p + 1))));
+  if (*p == '#') {
+    const word directive = word_at(skip_blanks(p + 1));
+    return is_idle_when_skipped(code_of(directive)) && is_calm(directive.end);
+  }
   return *p == '\n' || plain.in_file[*p];
 }
 

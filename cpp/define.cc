@@ -35,9 +35,6 @@ namespace {
 bool is_printable(int c) {
   return c >= 0x20 && c <= 0x7E;
 }
-bool ends_line(int c) {
-  return c == '\n' || c == 0;
-}
 
 // The definition being read. The parameter names lie in the macro area.
 struct definition {

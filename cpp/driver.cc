@@ -211,7 +211,7 @@ line_end copy_line(int& pending) {
     bool blanks = false;
     int c;
     while (char_class(c = get()) == CT_SPACE) blanks = blanks || c != MARK_PASTE;
-    if (blanks && c != 0 && c != '\n') put_char_out(' ');
+    if (blanks && !ends_line(c)) put_char_out(' ');
     c = try_expand(c);
     if (is_operand_class(char_class(c)) && paste_tokens(c)) continue;
     if (c == 0) return line_end::end_of_input;

@@ -219,10 +219,6 @@ std::uint32_t unary_result(op_code code, std::uint32_t v) {
   }
 }
 
-bool ends_line(int c) {
-  return c == '\n' || c == 0;
-}
-
 int hex_value(int c) {
   if (c >= '0' && c <= '9') return c - '0';
   if (c >= 'a' && c <= 'f') return c - 'a' + 10;
@@ -367,6 +363,12 @@ token evaluator::next_token() {
   }
 }
 
+// Where reading one unit ahead at `p` and stepping back leaves the reader: a message shows the
+// place, and the carriage return of a CR LF is dropped.
+unsigned char* past_look_ahead(unsigned char* p) {
+  return *p == '\r' ? p + 1 : p;
+}
+
 // Lane: takes the token ahead in the line of the file on top without asking whether it is to be
 // expanded or pasted, where that shows in the line. A token is calm if it can be told by itself and
 // the unit behind it has no effect when it is read ahead.
@@ -384,7 +386,7 @@ bool evaluator::take_calm_token(token& found) {
   if (cls == CT_OTHER || cls > IFOP_BOTTOM || !lane::is_calm(p) || !lane::is_calm(p + 1)) {
     return false;
   }
-  f->rdptr = p + 1;
+  f->rdptr = is_operand_class(cls) ? past_look_ahead(p + 1) : p + 1;
   found = cls == CT_DIGIT ? number(*p) : operator_token(*p);
   return true;
 }
@@ -408,7 +410,7 @@ defined_name calm_defined_name(unsigned char* p) {
   const unsigned char* const end = p;
   if (static_cast<std::size_t>(end - start) > settings.ident_max || !lane::is_calm(end))
     return none;
-  if (!parenthesised) return {start, end, p};
+  if (!parenthesised) return {start, end, past_look_ahead(p)};
   p = lane::skip_blanks(p);
   if (*p != ')') return none;
   return {start, end, p + 1};
@@ -428,7 +430,7 @@ bool evaluator::take_calm_word(unsigned char* p, token& found) {
   const unsigned char* const end = lane::end_of_word(p, macro);
   if (end == nullptr) return false;
   const std::string_view word(reinterpret_cast<const char*>(p), static_cast<std::size_t>(end - p));
-  unsigned char* behind = p + word.size();
+  unsigned char* behind = past_look_ahead(p + word.size());
   if (macro != nullptr) {
     // A message about this operand would be raised inside the macro.
     if_operand value;

@@ -64,7 +64,7 @@ bool error(unsigned number, const A&... args) {
 // A line's end that is the offending unit is given back, so that the message carries the right
 // line.
 bool syntax_error(int c) {
-  if (c == '\n' || c == 0) unget();
+  if (ends_line(c)) unget();
   return error(134);
 }
 

@@ -187,8 +187,9 @@ bool is_guarded(header& h) {
   return sym != nullptr && sym_eligible(sym);
 }
 
-// Opens and pushes a file, or passes over it. Returns false when it cannot be opened.
-bool open_header(known_header& known) {
+// Opens and pushes a file, or passes over it. Returns false, with errno set, when it cannot be
+// opened.
+bool open_include(known_header& known) {
   header& h = known.record;
   source_file* file = nullptr;  // stays so for a header that is passed over
   if (is_guarded(h)) {
@@ -212,7 +213,7 @@ bool open_header(known_header& known) {
 
 // While dependencies are listed every file is read at most once.
 bool try_candidate(known_header& h) {
-  return (h.record.opened && !text_output()) || open_header(h);
+  return (h.record.opened && !text_output()) || open_include(h);
 }
 
 // ---- The search.
@@ -283,7 +284,7 @@ bool read_name(unsigned char close) {
   raw_read = true;
   work_len = 0;
   int c;
-  while ((c = get()) != close && c != '\n' && c != 0) work_save(c);
+  while ((c = get()) != close && !ends_line(c)) work_save(c);
   raw_read = false;
   if (c != close) return false;
   if (work_len >= include_name_limit) alert_msg(146);
@@ -361,10 +362,6 @@ bool find_include(const char* name, bool quoted) {
     note_miss(i);
   }
   return false;
-}
-
-bool open_include(const char* path) {
-  return open_header(headers[path]);
 }
 
 void note_include(const char* path) {

@@ -31,10 +31,6 @@ int do_include();
 /// read. Returns whether it was opened, or is already known while only dependencies are listed.
 bool find_include(const char* name, bool quoted);
 
-/// Opens `path` and pushes it as a file frame, unless it need not be read. Returns false, with
-/// errno set, when it cannot be opened.
-bool open_include(const char* path);
-
 /// Prints `path` to standard error the first time it is given (-H).
 void note_include(const char* path);
 

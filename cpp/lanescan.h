@@ -15,6 +15,7 @@
 #include <cstdint>
 
 #include "cpp/lanes.h"
+#include "cpp/number.h"
 #include "cpp/options.h"
 #include "cpp/symtab.h"
 #include "cpp/text16.h"
@@ -48,13 +49,6 @@ constexpr std::array<bool, 256> make_word_units() {
   return t;
 }
 inline constexpr std::array<bool, 256> word_units = make_word_units();
-
-constexpr bool is_letter(int c, char lower) {
-  return c == lower || c == lower - 'a' + 'A';
-}
-constexpr bool is_hex_digit(int c) {
-  return (c >= '0' && c <= '9') || (c >= 'a' && c <= 'f') || (c >= 'A' && c <= 'F');
-}
 
 /// The units that have no effect whatever follows them.
 constexpr std::array<bool, 256> make_calm_units() {
@@ -122,18 +116,18 @@ inline const Unit* end_of_word(const Unit* p, symbol*& macro) {
 /// The digits and the suffix of an integer, whatever follows.
 template <class Unit>
 inline const Unit* end_of_digits(const Unit* p) {
-  if (*p == '0' && is_letter(p[1], 'x')) {
+  if (*p == '0' && number::is_letter(p[1], 'x')) {
     p += 2;
-    while (is_hex_digit(*p)) ++p;
+    while (kind_at(p) == digit || number::is_hex_letter(*p)) ++p;
   } else {
     while (kind_at(p) == digit) ++p;
   }
-  if (is_letter(*p, 'u')) {
+  if (number::is_letter(*p, 'u')) {
     ++p;
-    if (is_letter(*p, 'l')) ++p;
-  } else if (is_letter(*p, 'l')) {
+    if (number::is_letter(*p, 'l')) ++p;
+  } else if (number::is_letter(*p, 'l')) {
     ++p;
-    if (is_letter(*p, 'u')) ++p;
+    if (number::is_letter(*p, 'u')) ++p;
   }
   return p;
 }

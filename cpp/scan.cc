@@ -118,7 +118,7 @@ void skip_line() {
   do {
     if (skips_in_bulk(cur_frame)) skip_plain_text(cur_frame);
     c = get();
-  } while (c != '\n' && c != 0);
+  } while (!ends_line(c));
 }
 
 void scan_id(int c) {
@@ -150,7 +150,7 @@ bool scan_string(int q, output_routine out) {
       out(c);
       return true;
     }
-    if (c == '\n' || c == 0) {
+    if (ends_line(c)) {
       raw_read = false;
       unget();
       return false;
@@ -182,7 +182,7 @@ const unit* work_end() {
 
 const unit* work_rest_of_line(int c) {
   work_len = 0;
-  for (; c != '\n' && c != 0; c = get()) work_save(c);
+  for (; !ends_line(c); c = get()) work_save(c);
   unget();
   return work_end();
 }

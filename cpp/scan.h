@@ -41,6 +41,11 @@ inline bool continues_id(int c) {
   return cls == CT_LETTER || cls == CT_DIGIT;
 }
 
+/// Whether `c` is what a line ends with: its newline, or the end of the input.
+constexpr bool ends_line(int c) {
+  return c == '\n' || c == 0;
+}
+
 /// Whether a token paste is tried after a unit of class `cls`: digits, letters and the operator
 /// characters that can begin or continue a token.
 constexpr bool is_operand_class(int cls) {
