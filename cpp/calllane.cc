@@ -99,6 +99,7 @@ void call_lane::start_recording(symbol* macro) {
 
 void call_lane::finish_recording(bool ends_in_number) {
   watched_depth = 0;
+  if (failed) return;  // not all of it may have been written
   memos.finish(recorded_from, static_cast<std::size_t>(out_next - recorded_from), expansions,
                ends_in_number);
 }
