@@ -84,7 +84,7 @@ bool call_expander::find_open_paren() {
 }
 
 void call_expander::push_replacement(symbol* macro, const call* c) {
-  level l{u"", macro, nullptr, nullptr, 0, false};
+  level l{u"", macro, nullptr, nullptr, 0, false, {}};
   int references = macro->has_references ? 1 : 0;
   if (macro->body != nullptr && !macro->has_operators) {
     if (macro->body_len >= frame_capacity) fail();
@@ -108,7 +108,8 @@ void call_expander::push_replacement(symbol* macro, const call* c) {
     std::memcpy(pointers.data() + pointers_used, c->args.data(), n * sizeof(unit*));
     pointers_used += n;
   }
-  if (!failed) push(l);
+  l.tally = {l.at, 0};
+  if (!failed) enter(l);
   if (!failed) ++macro->disable;
 }
 
@@ -204,6 +205,10 @@ void call_expander::collect(call& c) {
       collect_run(parens);
       u = get_nomark();
     }
+    if (u == ')' && !failed) {
+      unget();
+      advance();
+    }
     collect_save(0);
     ++c.count;
     space_due = outer_space_due;
@@ -284,7 +289,10 @@ int call_expander::expand_fully(int c) {
 }
 
 bool call_expander::paste_tokens(int c) {
-  if (peek() != MARK_PASTE) return false;
+  if (peek() != MARK_PASTE) {
+    given_back();
+    return false;
+  }
   advance();
   unit* text = scratch.data() + kept;
   std::size_t n = 0;
@@ -323,6 +331,7 @@ void call_expander::note(symbol* macro) {
 
 void call_expander::begin(unsigned char* at) {
   line = at;
+  line_tally = cur_frame->pop_tally;
   failed = false;
   expansions = calls = 0;
   depth = watched_depth = kept = pointers_used = 0;
