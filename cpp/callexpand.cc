@@ -89,6 +89,8 @@ void call_expander::push_replacement(symbol* macro, const call* c) {
   if (macro->body != nullptr && !macro->has_operators) {
     if (macro->body_len >= frame_capacity) fail();
     l.at = macro->body;
+  } else if (macro->body != nullptr && kept == scratch_size) {
+    fail();
   } else if (macro->body != nullptr) {
     replacement made{scratch.data() + kept, scratch_size - kept};
     made.make(macro, c != nullptr ? call_arguments{c->args.data(), c->count} : call_arguments{});
@@ -123,7 +125,7 @@ void call_expander::collect_from_line(call& c) {
   for (bool more = true; more;) {
     while (lane::kinds[*p] == lane::blank) ++p;
     if (*p == ')') break;
-    if (c.count == max_macro_args) {
+    if (c.count == max_macro_args || to >= limit) {
       fail();
       return;
     }
