@@ -176,12 +176,12 @@ inline bool call_lane::ends_calmly(const unit* end, bool& leaves) const {
 
 // The same for a number, which goes on behind the end of an expansion, too, unless it has a suffix.
 inline bool call_lane::number_ends_calmly(const unit* end, bool& leaves) const {
-  const bool has_suffix = lane::is_letter(end[-1], 'u') || lane::is_letter(end[-1], 'l');
-  if (*end == 0 && has_suffix && top().macro != nullptr) {
+  leaves = *end == 0;
+  if (leaves && top().macro != nullptr &&
+      (lane::is_letter(end[-1], 'u') || lane::is_letter(end[-1], 'l'))) {
     leaves = false;
     return true;
   }
-  leaves = *end == 0;
   if (leaves && depth == 1) {
     return top().macro != nullptr && ends_number(line);
   }

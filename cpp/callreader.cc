@@ -15,7 +15,8 @@ void call_reader::push_argument(level& expansion, int n) {
   if (n >= expansion.arg_count || expansion.args[n] == nullptr) return;
   expansion.tally.read_to(expansion.at - 1);
   const unit* const text = expansion.args[n];
-  push({text, nullptr, macro, nullptr, 0, false, {text, expansion.tally.pops()}});
+  const int pops = expansion.tally.pops(expansion.at - 1);
+  push({text, nullptr, macro, nullptr, 0, false, {text, pops}});
   if (!failed) --macro->disable;
 }
 

@@ -46,8 +46,8 @@ class read_tally {
     what = {0, true};
     resume(at, 0);
   }
-  /// Texts removed by the read under way, if no unit has been read since.
-  int pops() const { return removed; }
+  /// Texts removed by the read under way, with reading at `at`.
+  int pops(const unit* at) const { return at == resumed ? removed : 0; }
   const tally_effect& effect() const { return what; }
 
  private:
@@ -95,12 +95,12 @@ class call_reader {
   }
   void pop() {
     level& l = levels[--depth];
-    l.tally.read_to(l.at);
     // The end of an expansion is delivered; the others end within the read that goes on.
     if (depth == 0) {
+      l.tally.read_to(l.at);
       line_tally = l.tally.effect().on(line_tally);
     } else {
-      top().tally.resume(top().at, l.macro != nullptr ? 1 : l.tally.pops() + 1);
+      top().tally.resume(top().at, l.macro != nullptr ? 1 : l.tally.pops(l.at) + 1);
     }
     if (depth < watched_depth) watched_depth = 0;
     if (l.macro != nullptr) {
