@@ -303,7 +303,6 @@ void call_lane::write_step() {
 }
 
 unsigned char* call_lane::run(symbol* macro, unsigned char* behind_name) {
-  if (macro->disable != 0) return nullptr;
   begin(behind_name);
   if (out_room() < output_limit) out_flush();
   unsigned char* const written = out_next;
