@@ -84,11 +84,13 @@ bool call_expander::find_open_paren() {
 }
 
 void call_expander::push_replacement(symbol* macro, const call* c) {
-  level l{u"", macro, nullptr, nullptr, 0, false};
+  level l{u"", macro, nullptr, nullptr, 0, false, {}};
   int references = macro->has_references ? 1 : 0;
   if (macro->body != nullptr && !macro->has_operators) {
     if (macro->body_len >= frame_capacity) fail();
     l.at = macro->body;
+  } else if (macro->body != nullptr && kept == scratch_size) {
+    fail();
   } else if (macro->body != nullptr) {
     replacement made{scratch.data() + kept, scratch_size - kept};
     made.make(macro, c != nullptr ? call_arguments{c->args.data(), c->count} : call_arguments{});
@@ -108,7 +110,8 @@ void call_expander::push_replacement(symbol* macro, const call* c) {
     std::memcpy(pointers.data() + pointers_used, c->args.data(), n * sizeof(unit*));
     pointers_used += n;
   }
-  if (!failed) push(l);
+  l.tally = {l.at, 0};
+  if (!failed) enter(l);
   if (!failed) ++macro->disable;
 }
 
@@ -122,7 +125,7 @@ void call_expander::collect_from_line(call& c) {
   for (bool more = true; more;) {
     while (lane::kinds[*p] == lane::blank) ++p;
     if (*p == ')') break;
-    if (c.count == max_macro_args) {
+    if (c.count == max_macro_args || to >= limit) {
       fail();
       return;
     }
@@ -204,6 +207,10 @@ void call_expander::collect(call& c) {
       collect_run(parens);
       u = get_nomark();
     }
+    if (u == ')' && !failed) {
+      unget();
+      advance();
+    }
     collect_save(0);
     ++c.count;
     space_due = outer_space_due;
@@ -284,7 +291,10 @@ int call_expander::expand_fully(int c) {
 }
 
 bool call_expander::paste_tokens(int c) {
-  if (peek() != MARK_PASTE) return false;
+  if (peek() != MARK_PASTE) {
+    given_back();
+    return false;
+  }
   advance();
   unit* text = scratch.data() + kept;
   std::size_t n = 0;
@@ -323,6 +333,7 @@ void call_expander::note(symbol* macro) {
 
 void call_expander::begin(unsigned char* at) {
   line = at;
+  line_tally = cur_frame->pop_tally;
   failed = false;
   expansions = calls = 0;
   depth = watched_depth = kept = pointers_used = 0;

@@ -18,6 +18,7 @@
 #include "cpp/number.h"
 #include "cpp/options.h"
 #include "cpp/outbuf.h"
+#include "cpp/reader.h"
 #include "cpp/scan.h"
 #include "cpp/text16.h"
 
@@ -66,6 +67,7 @@ class call_lane : call_expander {
   void write_token(int c);
 
   bool replay(const symbol* macro);
+  bool ends_included_file() const;
   void start_recording(symbol* macro);
   void finish_recording(bool ends_in_number);
 
@@ -79,6 +81,13 @@ bool call_lane::replay(const symbol* macro) {
   if (m == nullptr) return false;
   if (m->ends_in_number && !(depth == 0 ? ends_number(line) : ends_number(top().at))) return false;
   expansions += m->expansions;
+  if (depth == 0) {
+    line_tally = m->effect.on(line_tally);
+  } else {
+    top().tally.read_to(top().at);
+    top().tally.resume(top().at, 1);
+    if (m->ends_in_number) given_back();
+  }
   if (out_room() < m->length || expansions > expansions_limit) {
     fail();
     return true;
@@ -87,6 +96,14 @@ bool call_lane::replay(const symbol* macro) {
   std::memcpy(out_next, m->text, m->length);
   out_next += m->length;
   return true;
+}
+
+// Whether the next read may be the last one in an included file. If it has removed texts, they are
+// counted in the tally of the file below, where nothing that reads on here settles it.
+bool call_lane::ends_included_file() const {
+  if (cur_frame->parent == nullptr || (*line != '\n' && *line != '\r' && *line != 0)) return false;
+  const unsigned char* const ahead = ahead_limit(cur_frame);
+  return ahead == nullptr || ahead == cur_frame->line_end;
 }
 
 // Remembers what is written from here to the end of the expansion of `macro` that begins now.
@@ -99,8 +116,10 @@ void call_lane::start_recording(symbol* macro) {
 
 void call_lane::finish_recording(bool ends_in_number) {
   watched_depth = 0;
+  if (failed) return;  // not all of it may have been written
+  top().tally.read_to(top().at);
   memos.finish(recorded_from, static_cast<std::size_t>(out_next - recorded_from), expansions,
-               ends_in_number);
+               ends_in_number, top().tally.effect());
 }
 
 void call_lane::write_token(int c) {
@@ -123,7 +142,7 @@ void call_lane::write_token(int c) {
           shown = true;
           return lane.peek();
         }
-        void unget() const {}
+        void unget() const { lane.given_back(); }
       } input{*this};
       take_number(input, c, [this](int u) { put(u); });
       break;
@@ -155,9 +174,14 @@ inline bool call_lane::ends_calmly(const unit* end, bool& leaves) const {
   return lane::is_calm(below.at) && !lane::is_word_unit(below.at);
 }
 
-// The same for a number, which goes on behind the end of an expansion, too.
+// The same for a number, which goes on behind the end of an expansion, too, unless it has a suffix.
 inline bool call_lane::number_ends_calmly(const unit* end, bool& leaves) const {
   leaves = *end == 0;
+  if (leaves && top().macro != nullptr &&
+      (lane::is_letter(end[-1], 'u') || lane::is_letter(end[-1], 'l'))) {
+    leaves = false;
+    return true;
+  }
   if (leaves && depth == 1) {
     return top().macro != nullptr && ends_number(line);
   }
@@ -206,9 +230,13 @@ bool call_lane::write_tokens() {
         if (token_length > settings.ident_max || !ends_calmly(end, leaves)) return false;
         l.at = end;
         if (blanks) put(' ');
-        if (leaves) pop();
+        if (leaves) {
+          pop();
+          given_back();
+        }
         symbol* macro = look_up();
         if (macro != nullptr && eligible(macro)) {
+          given_back();
           if (replay(macro)) continue;
           if (watched_depth == 0) start_recording(macro);
           finish_token(expand(macro) ? try_expand(get()) : *at);
@@ -227,11 +255,13 @@ bool call_lane::write_tokens() {
         if (leaves) {
           if (depth == watched_depth) finish_recording(true);
           pop();
+          given_back();
         }
         continue;
       }
       case lane::stop:
         if (*at == 0 && (l.macro != nullptr || !blanks)) {
+          l.at = at;
           if (blanks) put(' ');
           if (depth == watched_depth) finish_recording(false);
           pop();
@@ -276,13 +306,18 @@ unsigned char* call_lane::run(symbol* macro, unsigned char* behind_name) {
   begin(behind_name);
   if (out_room() < output_limit) out_flush();
   unsigned char* const written = out_next;
-  if (macro->disable != 0) return nullptr;
-  if (replay(macro)) return line;
-  start_recording(macro);
-  if (expand(macro)) {
-    finish_token(try_expand(get()));
-    while (!failed && depth != 0) write_step();
-    if (!failed) return line;
+  if (!replay(macro)) {
+    start_recording(macro);
+    if (expand(macro)) {
+      finish_token(try_expand(get()));
+      while (!failed && depth != 0) write_step();
+    } else {
+      fail();
+    }
+  }
+  if (!failed && !ends_included_file()) {
+    cur_frame->pop_tally = line_tally;
+    return line;
   }
   while (depth != 0) pop();
   out_next = written;

@@ -29,7 +29,7 @@ bool call_memos::add(symbol* macro) {
 }
 
 void call_memos::finish(const unsigned char* text, std::size_t length, int begun,
-                        bool ends_in_number) {
+                        bool ends_in_number, tally_effect effect) {
   if (length > length_limit) return;
   if (count == memos_limit || text_size - text_used < length) {
     ++macros_epoch;
@@ -39,6 +39,7 @@ void call_memos::finish(const unsigned char* text, std::size_t length, int begun
   recorded.length = length;
   recorded.expansions = begun - recorded.expansions;
   recorded.ends_in_number = ends_in_number;
+  recorded.effect = effect;
   text_used += length;
   recorded.macros[0]->memo_epoch = epoch;
   recorded.macros[0]->memo_index = static_cast<std::uint32_t>(count);

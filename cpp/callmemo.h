@@ -9,6 +9,15 @@
 
 namespace kv::cpp {
 
+/// What reading a text did to the `pop_tally` of the input frame below it.
+struct tally_effect {
+  int pops;      ///< added to it, since it was settled if it was
+  bool settled;  ///< it was taken off the depth of expansions and began anew
+
+  /// The tally that was `tally` before.
+  int on(int tally) const { return settled ? pops : tally + pops; }
+};
+
 /// What an object-like macro came to when it was expanded: the same again as long as no macro is
 /// defined or removed, and none of those it depends on is being expanded.
 struct call_memo {
@@ -20,6 +29,7 @@ struct call_memo {
   std::size_t length;
   int expansions;       ///< begun on the way
   bool ends_in_number;  ///< so that what follows must not be able to continue it
+  tally_effect effect;
 };
 
 /// The memos of the macros as they are defined now. One expansion at a time is recorded.
@@ -41,7 +51,8 @@ class call_memos {
   bool add(symbol* macro);
 
   /// Completes the record: `length` bytes were written from `text` on.
-  void finish(const unsigned char* text, std::size_t length, int begun, bool ends_in_number);
+  void finish(const unsigned char* text, std::size_t length, int begun, bool ends_in_number,
+              tally_effect effect);
 
  private:
   static constexpr std::size_t memos_limit = 1024;

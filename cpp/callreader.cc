@@ -6,14 +6,17 @@
 
 namespace kv::cpp {
 
-void call_reader::push_argument(const level& expansion, int n) {
+void call_reader::push_argument(level& expansion, int n) {
   symbol* macro = expansion.macro;
   if (macro == nullptr || n >= macro->nargs) {
     fail();
     return;
   }
   if (n >= expansion.arg_count || expansion.args[n] == nullptr) return;
-  push({expansion.args[n], nullptr, macro, nullptr, 0, false});
+  expansion.tally.read_to(expansion.at - 1);
+  const unit* const text = expansion.args[n];
+  const int pops = expansion.tally.pops(expansion.at - 1);
+  push({text, nullptr, macro, nullptr, 0, false, {text, pops}});
   if (!failed) --macro->disable;
 }
 
@@ -45,6 +48,7 @@ void call_reader::scan_name(int c) {
     advance();
     name_buf[token_length++] = static_cast<unit>(next);
   }
+  given_back();
   if (token_length > settings.ident_max) fail();
 }
 

@@ -428,7 +428,7 @@ void take_calm_lines(int& pending) {
   if (!lanes || in_asm || settings.cmode_asm) return;
   for (;;) {
     input_frame* f = cur_frame;
-    if (f == nullptr) return;
+    if (f == nullptr || f->above_text) return;
     if (!compiling && at_lane_end(f)) skip_lines_ahead(f, pending);
     if (f->rdptr >= f->lane_end && !(at_lane_end(f) ? load_next_line() : load_first_line())) return;
     unsigned char* const newline_at = f->line_end - 1;

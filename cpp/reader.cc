@@ -649,6 +649,7 @@ input_frame* push_file(source_file* file, const char* name) {
   f->name = f->buf;
   f->path = name;
   f->fp = file;
+  f->above_text = f->parent != nullptr && (f->parent->fp == nullptr || f->parent->above_text);
   cur_line = 1;
   need_linemark = true;
   return f;

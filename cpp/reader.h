@@ -47,10 +47,12 @@ struct input_frame {
   unit** args;                ///< expansion frames: argument texts, null where none was given
   int arg_count;              ///< entries in `args`
   const unit* line_name;      ///< a file name given by #line, or null
-  int pop_tally;   ///< frames removed above this one that expand_depth has not yet been told of
-  bool at_end;     ///< text frames: MARK_EXP_END has been delivered
-  symbol* arg_of;  ///< argument frames: the macro whose argument this is
-  unit* buf;       ///< text frames: the text to deliver
+  int pop_tally;    ///< frames removed above this one that expand_depth has not yet been told of
+  bool at_end;      ///< text frames: MARK_EXP_END has been delivered
+  symbol* arg_of;   ///< argument frames: the macro whose argument this is
+  unit* buf;        ///< text frames: the text to deliver
+  bool above_text;  ///< file frames: a text frame lies somewhere below, where what expand_depth has
+                    ///< come to in this file is seen; its lines take no lane
   unsigned char* settled_backslashes;  ///< file frames: backslashes before this join no lines
 };
 
