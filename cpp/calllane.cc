@@ -178,7 +178,7 @@ inline bool call_lane::ends_calmly(const unit* end, bool& leaves) const {
 inline bool call_lane::number_ends_calmly(const unit* end, bool& leaves) const {
   leaves = *end == 0;
   if (leaves && top().macro != nullptr &&
-      (lane::is_letter(end[-1], 'u') || lane::is_letter(end[-1], 'l'))) {
+      (number::is_letter(end[-1], 'u') || number::is_letter(end[-1], 'l'))) {
     leaves = false;
     return true;
   }
