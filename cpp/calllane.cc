@@ -61,6 +61,11 @@ class call_lane : call_expander {
     while (at != end) *to++ = static_cast<unsigned char>(*at++);
     out_next = to;
   }
+  // Whether the expansion just entered begins with a token like any other. What else may come first
+  // is not treated as it is between tokens: blanks, for one, are written.
+  bool begins_plainly() const {
+    return is_plain(*top().at) && lane::kind_at(top().at) != lane::blank;
+  }
   bool write_tokens();
   void write_step();
   void finish_token(int c);
@@ -239,7 +244,11 @@ bool call_lane::write_tokens() {
           given_back();
           if (replay(macro)) continue;
           if (watched_depth == 0) start_recording(macro);
-          finish_token(expand(macro) ? try_expand(get()) : *at);
+          if (!expand(macro)) {
+            finish_token(*at);
+          } else if (!begins_plainly()) {
+            finish_token(try_expand(get()));
+          }
           continue;
         }
         write_run(at, end);
@@ -309,7 +318,7 @@ unsigned char* call_lane::run(symbol* macro, unsigned char* behind_name) {
   if (!replay(macro)) {
     start_recording(macro);
     if (expand(macro)) {
-      finish_token(try_expand(get()));
+      if (!begins_plainly()) finish_token(try_expand(get()));
       while (!failed && depth != 0) write_step();
     } else {
       fail();
