@@ -84,35 +84,35 @@ bool call_expander::find_open_paren() {
 }
 
 void call_expander::push_replacement(symbol* macro, const call* c) {
-  level l{u"", macro, nullptr, nullptr, 0, false, {}};
+  const unit* text = u"";
   int references = macro->has_references ? 1 : 0;
   if (macro->body != nullptr && !macro->has_operators) {
     if (macro->body_len >= frame_capacity) fail();
-    l.at = macro->body;
+    text = macro->body;
   } else if (macro->body != nullptr && kept == scratch_size) {
     fail();
   } else if (macro->body != nullptr) {
     replacement made{scratch.data() + kept, scratch_size - kept};
     made.make(macro, c != nullptr ? call_arguments{c->args.data(), c->count} : call_arguments{});
     if (made.full || made.stray_stringizes != 0 || made.len >= frame_capacity) fail();
-    l.at = made.text;
+    text = made.text;
     references = made.references;
     kept += made.len + 1;
   }
+  if (!failed) enter(text, macro);
+  if (failed) return;
+  ++macro->disable;
   if (references > 0 && c != nullptr && c->count > 0) {
     const auto n = static_cast<std::size_t>(c->count);
     if (pointers_size - pointers_used < n) {
       fail();
       return;
     }
-    l.args = pointers.data() + pointers_used;
-    l.arg_count = c->count;
+    top().args = pointers.data() + pointers_used;
+    top().arg_count = c->count;
     std::memcpy(pointers.data() + pointers_used, c->args.data(), n * sizeof(unit*));
     pointers_used += n;
   }
-  l.tally = {l.at, 0};
-  if (!failed) enter(l);
-  if (!failed) ++macro->disable;
 }
 
 // ---- Arguments.

@@ -16,7 +16,7 @@ void call_reader::push_argument(level& expansion, int n) {
   expansion.tally.read_to(expansion.at - 1);
   const unit* const text = expansion.args[n];
   const int pops = expansion.tally.pops(expansion.at - 1);
-  push({text, nullptr, macro, nullptr, 0, false, {text, pops}});
+  push(text, nullptr, macro, pops);
   if (!failed) --macro->disable;
 }
 

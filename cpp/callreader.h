@@ -19,9 +19,11 @@ namespace kv::cpp {
 /// settles the tally. Looked at only where texts are entered and left.
 class read_tally {
  public:
-  /// A text that begins at `start`, entered by a read that has removed `pops` texts.
-  read_tally(const unit* start, int pops) : resumed(start), removed(pops), what{0, false} {}
-  read_tally() = default;
+  /// A text that begins at `start` is entered by a read that has removed `pops` texts.
+  void begin(const unit* start, int pops) {
+    what = {0, false};
+    resume(start, pops);
+  }
 
   /// The units before `upto` have been read.
   void read_to(const unit* upto) {
@@ -62,7 +64,7 @@ struct level {
   const unit* at;  // the next unit; a zero ends the text
   symbol* macro;
   symbol* arg_of;
-  unit* const* args;  // expansions: the arguments, null where none was given
+  unit* const* args;  // expansions: the arguments, `arg_count` of them
   int arg_count;
   bool at_end;  // expansions: MARK_EXP_END has been delivered
   read_tally tally;
@@ -81,17 +83,26 @@ class call_reader {
     return 0;
   }
 
-  void push(const level& l) {
+  // Begins to read `text` on top of the others: an expansion of `macro`, an argument of `arg_of`,
+  // or generated. The read under way has removed `pops` texts. The fields are set where they lie,
+  // since a record that is put together first and copied then costs more than all else here.
+  void push(const unit* text, symbol* macro, symbol* arg_of, int pops) {
     if (depth == levels_limit) {
       fail();
-    } else {
-      levels[depth++] = l;
+      return;
     }
+    level& l = levels[depth++];
+    l.at = text;
+    l.macro = macro;
+    l.arg_of = arg_of;
+    l.arg_count = 0;
+    l.at_end = false;
+    l.tally.begin(text, pops);
   }
-  // Enters an expansion or a generated text, with what was read before counted.
-  void enter(const level& l) {
+  // Enters an expansion of `macro`, or a generated text, with what was read before counted.
+  void enter(const unit* text, symbol* macro) {
     if (depth != 0) top().tally.read_to(top().at);
-    push(l);
+    push(text, macro, nullptr, 0);
   }
   void pop() {
     level& l = levels[--depth];
@@ -111,9 +122,7 @@ class call_reader {
   }
   // Enters argument `n` of `expansion`, behind the reference to it.
   void push_argument(level& expansion, int n);
-  void push_generated(const unit* text) {
-    enter({text, nullptr, nullptr, nullptr, 0, false, {text, 0}});
-  }
+  void push_generated(const unit* text) { enter(text, nullptr); }
 
   // Leaves texts that are used up and enters arguments referred to, until there is a unit to read.
   // Returns whether it is one of a text, not of the line.
