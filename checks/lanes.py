@@ -282,8 +282,16 @@ class CallWriter:
         lines = []
         for _ in range(rng.randint(4, 14)):
             lines.append(self.definition())
+        # A chain about as long as expansions may go deep: whether message 115 comes, and where, tells
+        # how deep the program believes to be behind the calls before it.
+        chain = rng.random() < 0.15
+        if chain:
+            lines += [f"#define M{n} M{n + 1}" for n in range(1005)]
         for _ in range(rng.randint(4, 16)):
             lines.append(self.text(rng.randint(1, 6), ()))
+            if chain:
+                start = f"M{rng.randint(4, 12)}"
+                lines.append(rng.choice((start, start, f"F(x {start})", f"G({start}, M8)")))
             if rng.random() < 0.15:
                 lines.append(rng.choice((self.definition(), "#undef " + rng.choice(self._OBJECTS))))
         return {"main.c": "\n".join(lines) + "\n"}
