@@ -21,10 +21,6 @@ constexpr std::array<bool, 256> make_argument_units() {
 }
 constexpr std::array<bool, 256> argument_units = make_argument_units();
 
-bool begins_identifier(int c) {
-  return c == MARK_NOEXPAND || (c < 256 && char_class(c) == CT_LETTER);
-}
-
 }  // namespace
 
 int call_expander::try_expand(int c) {
@@ -44,18 +40,18 @@ bool call_expander::replace(symbol* macro) {
 }
 
 bool call_expander::expand(symbol* macro) {
-  if (failed || ++expansions > expansions_limit) return fail() != 0;
+  if (failed || ++expansions > expansions_limit) return refuse();
   if (macro->nargs == NARGS_OBJECT) {
     push_replacement(macro, nullptr);
     return !failed;
   }
-  if (macro->nargs < 0 || calls == calls_limit) return fail() != 0;
+  if (macro->nargs < 0 || calls == calls_limit) return refuse();
   if (!find_open_paren()) return false;
   call c(macro);
   ++calls;
   collect(c);
   --calls;
-  if (failed || c.count != macro->nargs) return fail() != 0;
+  if (failed || c.count != macro->nargs) return refuse();
   push_replacement(macro, &c);
   return !failed;
 }
@@ -208,6 +204,7 @@ void call_expander::collect(call& c) {
       u = get_nomark();
     }
     if (u == ')' && !failed) {
+      // It is given back and read again as the list's end, which the tally tells.
       unget();
       advance();
     }
@@ -308,11 +305,7 @@ bool call_expander::paste_tokens(int c) {
     text[n++] = static_cast<unit>(c);
   }
   c = get();
-  constexpr unsigned joining_classes = 0x03048C1E;  // 1-4, 10, 11, 15, 18, 24, 25
-  const int cls = char_class(c);
-  if (c != MARK_NOEXPAND && (c > 255 || cls > 31 || ((joining_classes >> cls) & 1U) == 0)) {
-    return fail() != 0;
-  }
+  if (!begins_right_operand(c)) return refuse();
   scan_name(c);
   const std::size_t marks = marks_before_token();
   if (failed || keep(token_length - marks) == nullptr) return false;

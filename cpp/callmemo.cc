@@ -32,7 +32,7 @@ void call_memos::finish(const unsigned char* text, std::size_t length, int begun
                         bool ends_in_number, tally_effect effect) {
   if (length > length_limit) return;
   if (count == memos_limit || text_size - text_used < length) {
-    ++macros_epoch;
+    ++macros_epoch;  // no record may be taken for one of the memos that make room
     forget();
   }
   recorded.text = static_cast<unsigned char*>(std::memcpy(texts.data() + text_used, text, length));

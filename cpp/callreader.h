@@ -78,9 +78,14 @@ class call_reader {
   // Whether the unit of a text is delivered as it is, whatever surrounds it.
   static bool is_plain(unit c) { return c < 256 && lane::calm_units[c] && c != '\n'; }
 
+  // Both note that the call must be given up; one returns no unit, the other false.
   int fail() {
     failed = true;
     return 0;
+  }
+  bool refuse() {
+    failed = true;
+    return false;
   }
 
   // Begins to read `text` on top of the others: an expansion of `macro`, an argument of `arg_of`,

@@ -63,10 +63,6 @@ constexpr step resolved(int c) {
   return {false, c};
 }
 
-bool begins_identifier(int c) {
-  return c == MARK_NOEXPAND || (c < 256 && char_class(c) == CT_LETTER);
-}
-
 // ---- Replacement: the body becomes an expansion frame.
 
 // Gives the frame copies of the arguments, which lie end to end in the macro area.
@@ -428,9 +424,7 @@ bool paste_at_marker(int c) {
     work_save(c);
   }
   c = get();
-  constexpr unsigned joining_classes = 0x03048C1E;  // 1-4, 10, 11, 15, 18, 24, 25
-  const int cls = char_class(c);
-  if (c == MARK_NOEXPAND || (c < 256 && cls < 32 && ((joining_classes >> cls) & 1U) != 0)) {
+  if (begins_right_operand(c)) {
     scan_id(c);
     const unit* right = token_text();
     if (work_len + str16_len(right) >= work_size) alert_msg(155, alert_str(work_end()));

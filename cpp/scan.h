@@ -53,6 +53,19 @@ constexpr bool is_operand_class(int cls) {
   return cls >= 0 && cls < 32 && ((members >> cls) & 1U) != 0;
 }
 
+/// Whether `c` begins an identifier: a letter or MARK_NOEXPAND.
+inline bool begins_identifier(int c) {
+  return c == MARK_NOEXPAND || (c < 256 && char_class(c) == CT_LETTER);
+}
+
+/// Whether `c` can begin the right operand of a token paste: an identifier, a digit, or one of
+/// + - & | < >.
+inline bool begins_right_operand(int c) {
+  constexpr unsigned members = 0x03048C1E;  // 1-4, 10, 11, 15, 18, 24, 25
+  const int cls = char_class(c);
+  return c == MARK_NOEXPAND || (c < 256 && cls < 32 && ((members >> cls) & 1U) != 0);
+}
+
 /// Receives the units of a number or string, one call a unit.
 using output_routine = void (*)(int c);
 
