@@ -22,7 +22,7 @@ import sys
 ROOT = pathlib.Path(__file__).resolve().parent.parent
 sys.path.insert(0, str(ROOT / "checks"))
 
-import packages  # noqa: E402  (found through the line above)
+import corpus  # noqa: E402  (found through the line above)
 import tokens  # noqa: E402
 import workloads  # noqa: E402
 
@@ -211,7 +211,7 @@ def main():
     runs = options.runs or (QUICK_RUNS if options.quick else RUNS)
     _install_missing()
     _build_tools()
-    packages.fetch(PACKAGES)
+    corpus.fetch(PACKAGES)
     if options.claims:
         print("\n".join(claims(program, runs)))
         return

@@ -21,7 +21,7 @@ import subprocess
 import sys
 import time
 
-import packages
+import corpus
 import units
 
 ROOT = pathlib.Path(__file__).resolve().parent.parent
@@ -579,7 +579,7 @@ def main():
                    for number in range(options.count)]
         if options.real:
             found = ROOT / "build/real-input/packages"
-            packages.fetch(found)
+            corpus.fetch(found)
             futures += [pool.submit(check_real, unit, programs) for unit in units.all_units(found)]
         for future in futures:
             good, left, report = future.result()

@@ -19,7 +19,7 @@ import subprocess
 import sys
 import time
 
-import packages
+import corpus
 import reasons
 import robustness
 import tokens
@@ -100,7 +100,7 @@ def main():
     started = time.monotonic()
     if not shutil.which("cpp"):
         subprocess.run(["apt-get", "install", "-y", "-qq", "cpp"], check=True)
-    versions = packages.fetch(SCRATCH / "packages")
+    versions = corpus.fetch(SCRATCH / "packages")
     work = [u for u in units.all_units(SCRATCH / "packages") if options.only in u.name]
     SCRATCH.mkdir(parents=True, exist_ok=True)
     with concurrent.futures.ProcessPoolExecutor(options.jobs) as pool:
