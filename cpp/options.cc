@@ -1,5 +1,6 @@
-// An option is a row of one of two tables, by letter or by keyword, and acts at once, in
-// command-line order: the start-up macros exist already, so -D and -U act on them too.
+// An option is a row of one table and acts at once, in command-line order: the start-up macros
+// exist already, so -D and -U act on them too. The row is also all the documentation there is of
+// the option: --help prints it, and the manual page and the shells' completions are made from that.
 #include "cpp/options.h"
 
 #include <cctype>
@@ -23,6 +24,7 @@
 #include "cpp/report.h"
 #include "cpp/scan.h"
 #include "cpp/symtab.h"
+#include "cpp/usage.h"
 
 namespace kv::cpp {
 
@@ -65,7 +67,7 @@ void define_object(std::string_view name, std::string_view value) {
   sym_set_body(sym, widened(value).c_str(), value.size());
 }
 
-// ---- Single-letter options. `arg` is the whole argument, `rest` what follows the letter.
+// ---- The options. `arg` is the whole argument, `rest` what follows the spelling.
 
 struct option_call {
   const char* arg;
@@ -178,18 +180,6 @@ void opt_warnings(const option_call& o) {
   alert_set_warnlevel(settings.warn_level);
 }
 
-struct letter_option {
-  char letter;
-  void (*apply)(const option_call&);
-};
-constexpr letter_option letter_options[] = {
-    {'C', opt_comments},      {'D', opt_define},      {'E', opt_errors},       {'F', opt_file_name},
-    {'H', opt_show_includes}, {'I', opt_include_dir}, {'L', opt_dependencies}, {'N', opt_names},
-    {'S', opt_sizes},         {'U', opt_undefine},    {'V', opt_show_search},  {'W', opt_warnings},
-};
-
-// ---- Long options. `rest` is what follows the keyword.
-
 void opt_edf(const option_call& o) {
   if (!open_edf(o.rest)) alert_printf("Could not open error description file %s\n", o.rest);
 }
@@ -207,10 +197,20 @@ void opt_emax(const option_call& o) {
   set_maxerrors(settings.max_errors);
 }
 
+void opt_dump(const option_call&) {
+  settings.dump_macros = true;
+}
+
 void opt_version(const option_call&) {
   show_version();
   cpp_exit(0);
 }
+
+void opt_promote(const option_call& o) {
+  werr_setOption(o.arg, 0);
+}
+
+[[noreturn]] void opt_help(const option_call&);
 
 void opt_cmode(const option_call& o) {
   settings.cmode_asm = cmode_set(o.rest) == CMODE_TSASM;
@@ -232,59 +232,86 @@ void opt_kvdebug(const option_call& o) {
   db_trace_args(static_cast<int>(o.command_line.size()) - 1, o.command_line.data() + 1);
 }
 
-struct long_option {
-  std::string_view keyword;
-  bool exact;
+// The order is that of --help. An argument takes the first row that fits: -dM stands before -D,
+// which is the same letter.
+struct option : option_doc {
   void (*apply)(const option_call&);
+  bool (*accepts)(const char* arg) = nullptr;  // where more than the row's spelling fits
 };
-constexpr long_option long_options[] = {
-    {"edf=", false, opt_edf},
-    {"udf=", false, opt_udf},
-    {"disl=", false, opt_msgdisable},
-    {"emax=", false, opt_emax},
-    {"msgdisable=", false, opt_msgdisable},
-    {"ver", true, opt_version},
-    {"cmode=", false, opt_cmode},
-    {"dep_nosys", true, opt_dep_nosys},
-    {"include=", false, opt_include},
-    {"kvdebug=", false, opt_kvdebug},
+constexpr option options[] = {
+    {{in_general, "--help", "", "write this page and end"}, opt_help},
+    {{in_general, "--version", "", "write the version and end"}, opt_version},
+    {{in_general, "--ver", "", "the same"}, opt_version},
+    {{in_general, "--cmode=", "lvx|r20|r20e|tsasm|tslink|tslib|ssc|ovk",
+      "compatibility mode (default: lvx)"},
+     opt_cmode},
+
+    {{in_output, "-C", "", "keep comments in the output"}, opt_comments},
+    {{in_output, "-dM", "", "write the definitions of all macros instead"}, opt_dump},
+    {{in_output, "-F", "NAME", "the input's name in markers, __FILE__ and rules"}, opt_file_name},
+    {{in_output, "--udf=", "FILE", "write the HTML report of the macros"}, opt_udf},
+
+    {{in_macros, "-D", "NAME[=VALUE]", "define a macro, as 1 or as the value"}, opt_define},
+    {{in_macros, "-U", "NAME", "remove a macro"}, opt_undefine},
+    {{in_macros, "-N", "LENGTH", "significant length of names, 31 (default) to 255"}, opt_names},
+    {{in_macros, "-S", "[P]SIZE,...", "sizes of types (P: of pointers) for sizeof in #if"},
+     opt_sizes},
+
+    {{in_headers, "-I", "DIR", "add a directory to the include search (up to 255)"},
+     opt_include_dir},
+    {{in_headers, "--include=", "FILE", "include <FILE> before the first line"}, opt_include},
+    {{in_headers, "-H", "", "name each included file on standard error, once"}, opt_show_includes},
+    {{in_headers, "-V", "", "write the search list to standard error"}, opt_show_search},
+
+    {{in_rules, "-L", "gcc|list", "list the included files instead of the text"}, opt_dependencies},
+    {{in_rules, "--dep_nosys", "", "leave the installation's own headers out"}, opt_dep_nosys},
+
+    {{in_messages, "-W", "[LEVEL][!]", "show warnings from LEVEL on; !: they fail the run"},
+     opt_warnings},
+    {{in_messages, "--Werror", "[=N]", "warnings, or warning N, are errors"},
+     opt_promote,
+     werr_isOption},
+    {{in_messages, "--Wno-error", "[=N]", "take that back, or except warning N"},
+     opt_promote,
+     werr_isOption},
+    {{in_messages, "--msgdisable=", "N,...", "hide these warnings and notices"}, opt_msgdisable},
+    {{in_messages, "--disl=", "N,...", "the same"}, opt_msgdisable},
+    {{in_messages, "--emax=", "N", "end the run at the error after the Nth (-1: never)"}, opt_emax},
+    {{in_messages, "-E", "DIGIT|FILE", "layout of messages, or a file for all of them"},
+     opt_errors},
+    {{in_messages, "--edf=", "FILE", "take message texts from a newer message file"}, opt_edf},
+    {{in_messages, "--kvdebug=", "ITEM,...", "trace, statistics, checks of the program itself"},
+     opt_kvdebug},
 };
+
+void opt_help(const option_call&) {
+  std::vector<option_doc> rows(std::begin(options), std::end(options));
+  show_usage(rows);
+  cpp_exit(0);
+}
 
 void unknown_option(const char* arg) {
   alert_msg(168, arg);
 }
 
-void apply_long_option(option_call o) {
-  const std::string_view text = o.arg + 2;
-  for (const long_option& opt : long_options) {
-    if (opt.exact ? same_nocase(text, opt.keyword)
-                  : same_nocase(text.substr(0, opt.keyword.size()), opt.keyword)) {
-      o.rest = o.arg + 2 + opt.keyword.size();
-      opt.apply(o);
-      return;
-    }
-  }
-  if (werr_isOption(o.arg)) {
-    werr_setOption(o.arg, 0);
-  } else {
-    unknown_option(o.arg);
-  }
+// What follows the spelling of `row` in `arg`, or null when it is another option. Keywords and
+// capital letters fit in either case, what is spelled in small letters as it stands.
+const char* behind_spelling(const option& row, const char* arg) {
+  const std::string_view spelling = row.spelling;
+  const std::string_view head = std::string_view(arg).substr(0, spelling.size());
+  const bool is_keyword = spelling.starts_with("--");
+  const bool as_it_stands = !is_keyword && spelling[1] != std::toupper(spelling[1]);
+  if (as_it_stands ? head != spelling : !same_nocase(head, spelling)) return nullptr;
+  const char* rest = arg + spelling.size();
+  const bool is_whole = is_keyword ? spelling.back() != '=' : as_it_stands && row.argument.empty();
+  return is_whole && *rest != 0 ? nullptr : rest;
 }
 
 void apply_option(option_call o) {
-  if (std::strcmp(o.arg, "-dM") == 0) {
-    settings.dump_macros = true;
-    return;
-  }
-  if (o.arg[1] == '-') {
-    apply_long_option(o);
-    return;
-  }
-  const char letter = static_cast<char>(std::toupper(static_cast<unsigned char>(o.arg[1])));
-  for (const letter_option& opt : letter_options) {
-    if (opt.letter == letter) {
-      o.rest = o.arg + 2;
-      opt.apply(o);
+  for (const option& row : options) {
+    o.rest = behind_spelling(row, o.arg);
+    if (o.rest != nullptr || (row.accepts != nullptr && row.accepts(o.arg))) {
+      row.apply(o);
       return;
     }
   }

@@ -77,6 +77,7 @@ import time
 import zipfile
 
 TIMEOUT = 60
+READ_BY_PROGRAM = ("TEMP", "TMP", "TMPDIR", "SOURCE_DATE_EPOCH")
 PLACEHOLDER = re.compile(rb"\{\{(.+?)\}\}")
 BYTES = {b"cr": b"\r", b"nul": b"\0", b"tab": b"\t", b"sp": b" ", b"noeol": b""}
 PATTERNS = {
@@ -278,7 +279,7 @@ class Runner:
         env = {
             name: value
             for name, value in os.environ.items()
-            if not name.startswith("LVX_") and name not in ("TEMP", "TMP", "TMPDIR")
+            if not name.startswith("LVX_") and name not in READ_BY_PROGRAM
         }
         env.update(TEMP=self.spelled(temp), TMP=self.spelled(temp), LC_ALL="C")
         for setting in case.env:
