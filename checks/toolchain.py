@@ -181,6 +181,10 @@ def check_terminal(prefix, work):
                                           ["-DX='a b'\n", "\n", "-DY typed.c\n", end_of_input]),
          (0, f"{PROMPT}|" * 4 + text % "a b 1"))
     same("a command file", on_terminal([program, "@args"], work, []), (0, text % "1 Y"))
+    same("a mistyped option", on_terminal([program, "-Q", "-DX"], work, []),
+         (1, '(168) unknown option "-Q"\ncpp --help lists the options\n'))
+    same("a mistyped option with a file", on_terminal([program, "-Q", "typed.c"], work, []),
+         (1, '(168) unknown option "-Q"\n' + text % "X Y"))
     same("a pipe", run([program], work, text="-DX=1 typed.c\n"), (0, text % "1 Y", ""))
 
 

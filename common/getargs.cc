@@ -6,11 +6,14 @@
 
 #include "common/getargs.h"
 
+#include <algorithm>
 #include <array>
+#include <cerrno>
 #include <cstdlib>
 #include <cstring>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "common/alert.h"
 #include "common/alloc.h"
@@ -26,6 +29,7 @@ namespace {
 
 constexpr int standard_input = 0;
 constexpr int standard_output = 1;
+constexpr unsigned message_cannot_open = 141;
 constexpr unsigned message_too_long = 917;
 constexpr unsigned capacity_step = 1024;
 
@@ -111,6 +115,32 @@ class word_splitter {
   bool escaped_ = false;
 };
 
+// Appends the words of the open file `fd`, each line asked for with `prompt`.
+void add_words_of(int fd, std::string_view prompt) {
+  line_reader lines(fd);
+  word_splitter words;
+  const char* line;
+  do {
+    host::write_all(standard_output, prompt.data(), prompt.size());
+    line = read_long_line(lines);
+  } while (line != nullptr && words.split(line));
+}
+
+// Whether `arg` stands for the words of a file. A file that is really called so comes first.
+bool names_command_file(const char* arg) {
+  return arg[0] == '@' && arg[1] != 0 && !host::exists(arg) && host::exists(arg + 1);
+}
+
+void add_words_of_file(const char* path) {
+  const int fd = host::open_read(path);
+  if (fd < 0) {
+    alert_msg(message_cannot_open, "command", path);
+    return;
+  }
+  add_words_of(fd, {});
+  host::close_file(fd);
+}
+
 }  // namespace
 
 void add_arg(const char* text) {
@@ -126,13 +156,37 @@ char** getargs(const char* progname) {
   add_arg(progname);
   const std::string prompt =
       host::is_terminal(standard_input) ? std::string(progname) + "> " : std::string();
-  line_reader lines(standard_input);
-  word_splitter words;
-  const char* line;
-  do {
-    host::write_all(standard_output, prompt.data(), prompt.size());
-    line = read_long_line(lines);
-  } while (line != nullptr && words.split(line));
+  add_words_of(standard_input, prompt);
+  return arg_vec;
+}
+
+char** expand_command_files(int& argc, char** argv) {
+  if (std::none_of(argv + 1, argv + argc, names_command_file)) return argv;
+  // What is still to be looked at, the next one last; a file's words go where its name was.
+  std::vector<char*> ahead(argv + 1, argv + argc);
+  std::reverse(ahead.begin(), ahead.end());
+  char* const progname = argv[0];
+  arg_count = 0;
+  add_arg(progname);
+  unsigned files = 0;
+  while (!ahead.empty()) {
+    const char* const arg = ahead.back();
+    ahead.pop_back();
+    if (!names_command_file(arg)) {
+      add_arg(arg);
+      continue;
+    }
+    if (++files > command_file_limit) {
+      errno = EMFILE;
+      alert_msg(message_cannot_open, "command", arg + 1);
+    }
+    const unsigned first = arg_count;
+    add_words_of_file(arg + 1);
+    ahead.insert(ahead.end(), std::reverse_iterator(arg_vec + arg_count),
+                 std::reverse_iterator(arg_vec + first));
+    arg_count = first;
+  }
+  argc = static_cast<int>(arg_count);
   return arg_vec;
 }
 

@@ -1,5 +1,5 @@
-// Arguments that do not come from the command line: typed at a prompt, or read from a command file
-// that the caller has put in the place of standard input.
+// Arguments that do not come from the command line: typed at a prompt, read from a command file
+// that the caller has put in the place of standard input, or from one named among the others.
 //
 // A line is cut into words at blanks, tabs and newlines. Quotes of either kind group and vanish; a
 // backslash protects a quote, a blank or another backslash and stands for itself before anything
@@ -23,5 +23,15 @@ void add_arg(const char* text);
 /// which the caller keeps for the run. Raises 917 for a word of more than 2047 characters, which is
 /// cut there and ends the reading; an input that fails ends like one that is exhausted.
 char** getargs(const char* progname);
+
+/// The command files that expand_command_files reads at most; one that names itself ends there.
+inline constexpr unsigned command_file_limit = 512;
+
+/// Returns the `argc` arguments of `argv` with the words of FILE in the place of each `@FILE`, and
+/// so on for those words, and sets `argc` to their number. An argument stays as it is if there is a
+/// file of the name `@FILE` itself, or none of the name FILE. The result is arg_vec, or `argv`
+/// where nothing is replaced. Raises 917 as getargs does, and 141 (fatal) for a file that cannot be
+/// opened, or is one too many.
+char** expand_command_files(int& argc, char** argv);
 
 }  // namespace kv

@@ -125,6 +125,9 @@ extern const bool names_are_case_sensitive;
 /// True when the path names something that exists (symbolic links are followed).
 bool exists(const char* path);
 
+/// True when the path names a regular file or a link to one.
+bool is_regular_file(const char* path);
+
 /// True when the path names a directory or a link to one.
 bool is_directory(const char* path);
 

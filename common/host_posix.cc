@@ -407,6 +407,11 @@ bool exists(const char* path) {
   return stat_mode(path, mode);
 }
 
+bool is_regular_file(const char* path) {
+  mode_t mode = 0;
+  return stat_mode(path, mode) && S_ISREG(mode);
+}
+
 bool is_directory(const char* path) {
   mode_t mode = 0;
   return stat_mode(path, mode) && S_ISDIR(mode);

@@ -236,6 +236,10 @@ bool exists(const char* path) {
   return has_attributes(path, 0);
 }
 
+bool is_regular_file(const char* path) {
+  return exists(path) && !is_directory(path) && !has_attributes(path, FILE_ATTRIBUTE_DEVICE);
+}
+
 bool is_directory(const char* path) {
   return has_attributes(path, FILE_ATTRIBUTE_DIRECTORY);
 }

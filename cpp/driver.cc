@@ -36,9 +36,10 @@ namespace {
 constexpr int fd_in = 0;
 constexpr int fd_out = 1;
 
-int saved_stdout_fd = -1;         // what standard output was at start
-int temp_out = -1;                // under -dM: the temporary file that takes the text
-const char* dump_path = nullptr;  // under -dM: where the dump goes, standard output when null
+int saved_stdout_fd = -1;           // what standard output was at start
+int temp_out = -1;                  // under -dM: the temporary file that takes the text
+const char* dump_path = nullptr;    // under -dM: where the dump goes, standard output when null
+const char* output_path = nullptr;  // the file that standard output is bound to, once it is
 
 bool dumps_macros() {
   return settings.dump_macros && text_output();
@@ -73,6 +74,13 @@ command_line acquire_arguments(int argc, char** argv) {
   return {static_cast<int>(arg_count), acquired, cmd_file_arg};
 }
 
+// Whoever mistypes an option at a terminal does not mean to type the text as well.
+void stop_before_waiting(int nfiles) {
+  if (nfiles > 1 || !alert_failed() || !host::is_terminal(fd_in)) return;
+  alert_printf("cpp --help lists the options");
+  cpp_exit(1);
+}
+
 std::string temporary_name() {
   const auto name = temp_file_name();
   if (!name) alert_msg(2082);
@@ -95,6 +103,7 @@ void bind_output(const char* path) {
   }
   if (!host::redirect(fd_out, target.c_str(), host::open_mode::write))
     alert_msg(141, "output", path);
+  output_path = path;
 }
 
 bool is_standard_stream(const char* path) {
@@ -134,9 +143,11 @@ void start(int argc, char** argv) {
   saved_stdout_fd = host::duplicate(fd_out);
   set_up_messages();
   reg_set_c_stdlib("c90");
-  const command_line args = acquire_arguments(argc, argv);
+  command_line args = acquire_arguments(argc, argv);
+  args.argv = expand_command_files(args.argc, args.argv);
   define_startup_macros();
   const int nfiles = parse_options(args.argc, args.argv, args.cmd_file_arg);
+  stop_before_waiting(nfiles);
   if (dumps_macros()) divert_text();
   const char* input_name = bind_files(nfiles, args.argv);
   limit_messages();
@@ -268,6 +279,11 @@ void write_dump() {
   dump_defines();
 }
 
+// What a build would take for the result goes; a device or a pipe stays.
+void remove_output() {
+  if (output_path != nullptr && host::is_regular_file(output_path)) host::remove_file(output_path);
+}
+
 [[noreturn]] void finish(int pending) {
   if (pending > 0) put_char_out('\n');
   report_open_group();
@@ -294,6 +310,7 @@ void cpp_exit(int status) {
   if (dep_output && included_files != nullptr) hash_visit(included_files, nullptr, write_dep);
   out_flush();
   host::close_file(fd_out);
+  if (status != 0 && settings.delete_on_error) remove_output();
   close_temp_out();
   db_close();
   std::exit(status);

@@ -4,6 +4,8 @@
 #include "cpp/options.h"
 
 #include <cctype>
+#include <charconv>
+#include <chrono>
 #include <cstdlib>
 #include <cstring>
 #include <ctime>
@@ -13,6 +15,7 @@
 
 #include "common/alert.h"
 #include "common/cmode.h"
+#include "common/format.h"
 #include "common/host.h"
 #include "common/kvdebug.h"
 #include "common/osdep.h"
@@ -67,7 +70,8 @@ void define_object(std::string_view name, std::string_view value) {
   sym_set_body(sym, widened(value).c_str(), value.size());
 }
 
-// ---- The options. `arg` is the whole argument, `rest` what follows the spelling.
+// ---- The options. `arg` is the whole argument, `rest` what follows the spelling or is the next
+// argument where the row allows that.
 
 struct option_call {
   const char* arg;
@@ -75,6 +79,21 @@ struct option_call {
   const char* cmd_file_arg;
   const std::vector<char*>& command_line;
 };
+
+// The output named by -o; the last one counts.
+constinit const char* output_option = nullptr;
+
+void opt_output(const option_call& o) {
+  if (o.rest[0] == 0) {
+    alert_typed("E", "option \"%s\" names no file", o.arg);
+  } else {
+    output_option = o.rest;
+  }
+}
+
+void opt_delete_on_error(const option_call&) {
+  settings.delete_on_error = true;
+}
 
 void opt_comments(const option_call&) {
   settings.keep_comments = keep_comments_now = true;
@@ -246,6 +265,10 @@ constexpr option options[] = {
       "compatibility mode (default: lvx)"},
      opt_cmode},
 
+    {{in_output, "-o", " FILE", "the output, wherever it stands; also -oFILE"}, opt_output},
+    {{in_output, "--output=", "FILE", "the same"}, opt_output},
+    {{in_output, "--delete_on_error", "", "leave no output behind when the run fails"},
+     opt_delete_on_error},
     {{in_output, "-C", "", "keep comments in the output"}, opt_comments},
     {{in_output, "-dM", "", "write the definitions of all macros instead"}, opt_dump},
     {{in_output, "-F", "NAME", "the input's name in markers, __FILE__ and rules"}, opt_file_name},
@@ -290,10 +313,6 @@ void opt_help(const option_call&) {
   cpp_exit(0);
 }
 
-void unknown_option(const char* arg) {
-  alert_msg(168, arg);
-}
-
 // What follows the spelling of `row` in `arg`, or null when it is another option. Keywords and
 // capital letters fit in either case, what is spelled in small letters as it stands.
 const char* behind_spelling(const option& row, const char* arg) {
@@ -307,19 +326,69 @@ const char* behind_spelling(const option& row, const char* arg) {
   return is_whole && *rest != 0 ? nullptr : rest;
 }
 
-void apply_option(option_call o) {
+// Applies the argument `o.arg`. Returns how many arguments were used, with `next` (null at the
+// end) perhaps among them.
+int apply_option(option_call o, const char* next) {
   for (const option& row : options) {
     o.rest = behind_spelling(row, o.arg);
-    if (o.rest != nullptr || (row.accepts != nullptr && row.accepts(o.arg))) {
-      row.apply(o);
-      return;
-    }
+    if (o.rest == nullptr && (row.accepts == nullptr || !row.accepts(o.arg))) continue;
+    const bool takes_next = row.argument.starts_with(' ') && *o.rest == 0 && next != nullptr;
+    if (takes_next) o.rest = next;
+    row.apply(o);
+    return takes_next ? 2 : 1;
   }
-  unknown_option(o.arg);
+  alert_msg(168, o.arg);
+  return 1;
 }
 
 bool is_file_argument(const char* arg) {
   return arg[0] != '-' || arg[1] == 0;
+}
+
+// Makes the output named by -o the second of the file arguments. There is room for it: the option
+// stood among the arguments, and a null stands behind them.
+int add_output_argument(int nfiles, char** argv) {
+  static char standard_input[] = "-";
+  if (nfiles == 1) argv[nfiles++] = standard_input;
+  argv[nfiles] = const_cast<char*>(output_option);
+  return nfiles + 1;
+}
+
+// The last second of the year 9999, whose dates still have the layout of ctime().
+constexpr long long last_source_date = 253402300799;
+
+// The time that SOURCE_DATE_EPOCH gives in seconds, in the layout of ctime() but for the day of the
+// week. Whoever sets it wants the same text from every build, whatever its time zone. Empty, with
+// an error, for a value that is no such time.
+std::string source_date_stamp(std::string_view value) {
+  long long seconds = -1;
+  const auto read = std::from_chars(value.data(), value.data() + value.size(), seconds);
+  if (read.ec != std::errc() || read.ptr != value.data() + value.size() || seconds < 0 ||
+      seconds > last_source_date) {
+    alert_typed("E", "SOURCE_DATE_EPOCH \"%s\" is no number of seconds up to %s",
+                std::string(value), std::to_string(last_source_date));
+    return {};
+  }
+  using namespace std::chrono;
+  const sys_seconds time{std::chrono::seconds(seconds)};
+  const auto day = floor<days>(time);
+  const year_month_day date(day);
+  const hh_mm_ss clock(time - day);
+  constexpr std::string_view months = "JanFebMarAprMayJunJulAugSepOctNovDec";
+  const auto month = std::string(months.substr((static_cast<unsigned>(date.month()) - 1) * 3, 3));
+  return format_string("    %s %2u %02d:%02d:%02d %04d", month, static_cast<unsigned>(date.day()),
+                       static_cast<int>(clock.hours().count()),
+                       static_cast<int>(clock.minutes().count()),
+                       static_cast<int>(clock.seconds().count()), static_cast<int>(date.year()));
+}
+
+std::string time_stamp() {
+  std::string stamp;
+  if (const char* value = std::getenv("SOURCE_DATE_EPOCH")) stamp = source_date_stamp(value);
+  if (!stamp.empty()) return stamp;
+  const std::time_t now = std::time(nullptr);
+  const char* text = std::ctime(&now);  // "Wed Mar  7 12:34:56 2031\n"
+  return text != nullptr ? text : "??? ??? ?? ??:??:?? ????\n";
 }
 
 }  // namespace
@@ -328,12 +397,9 @@ void define_startup_macros() {
   define_object("__STDC__", "1");
   sym_enter(u"__LINE__", false)->nargs = NARGS_LINE;
   sym_enter(u"__FILE__", false)->nargs = NARGS_FILE;
-  const std::time_t now = std::time(nullptr);
-  const char* text = std::ctime(&now);  // "Wed Mar  7 12:34:56 2031\n"
-  const std::string_view stamp = text != nullptr ? text : "??? ??? ?? ??:??:?? ????\n";
+  const std::string stamp = time_stamp();
   const auto quoted = [](std::string_view s) { return '"' + std::string(s) + '"'; };
-  define_object("__DATE__",
-                quoted(std::string(stamp.substr(4, 7)) + std::string(stamp.substr(20, 4))));
+  define_object("__DATE__", quoted(stamp.substr(4, 7) + stamp.substr(20, 4)));
   define_object("__TIME__", quoted(stamp.substr(11, 8)));
 }
 
@@ -341,13 +407,15 @@ int parse_options(int argc, char** argv, const char* cmd_file_arg) {
   const std::vector<char*> command_line(argv, argv + argc);
   cmode_set("lvx");
   int nfiles = 1;
-  for (int i = 1; i < argc; ++i) {
+  for (int i = 1; i < argc;) {
     if (is_file_argument(argv[i])) {
-      argv[nfiles++] = argv[i];
+      argv[nfiles++] = argv[i++];
     } else {
-      apply_option({argv[i], nullptr, cmd_file_arg, command_line});
+      const char* next = i + 1 < argc ? argv[i + 1] : nullptr;
+      i += apply_option({argv[i], nullptr, cmd_file_arg, command_line}, next);
     }
   }
+  if (output_option != nullptr) nfiles = add_output_argument(nfiles, argv);
   unsigned significant = settings.ident_max;
   if (significant < ident_max_least) significant = ident_max_least;
   if (significant > ident_max_most) significant = ident_max_most;
