@@ -58,14 +58,16 @@ def run(command, cwd, env=None, text=None):
 
 # ---- The installation ----
 
+STAMP = re.search(r"build_stamp = (\d+)", (ROOT / "common/version.h").read_text())[1]
 INSTALLED = ["bin/", "bin/cpp", "docs/", "docs/ARCHITECTURE.md", "docs/README.md",
-             "docs/messages.md", "docs/udf_styles.css", "vex/", "vex/dat/", "vex/include/"]
+             "docs/messages.md", "docs/udf_styles.css", "vex/", "vex/dat/",
+             f"vex/dat/{STAMP}_en.msgs", "vex/include/"]
 MESSAGE_FILE = "20990101000000_en.msgs"
 FOUND = ("in.c: 3: of the tree: i\n", ["own.h"])
 NOT_FOUND = ("in.c: 3: #info: i\n", ["device.h", "own.h"])
 
 
-def check_tree(prefix, _):
+def check_tree(prefix, work):
     entries = sorted(f"{path.relative_to(prefix)}{'/' if path.is_dir() else ''}"
                      for path in prefix.rglob("*"))
     same("the installed files", entries, INSTALLED)
@@ -74,6 +76,11 @@ def check_tree(prefix, _):
     for text in (prefix / "docs").iterdir():
         if text.stat().st_size < 100:
             raise Failure(f"{text.name} is empty")
+    # Its message file says what is built in, and keeps the program from taking one found elsewhere.
+    (work / MESSAGE_FILE).write_text("1446\tM\tof the working directory: %s\n")
+    (work / "in.c").write_text("#info i\n")
+    same("a message of the installation", run([program, "in.c"], work)[2], "in.c: 1: #info: i\n")
+    (work / MESSAGE_FILE).unlink()
 
 
 def furnish(vex, dat="dat", include="include"):

@@ -1,12 +1,11 @@
-// The catalogue that the program carries inside itself, in the same text format as a message file.
+// The catalogue that the program carries inside itself, in the text format of a message file.
 //
-// It is text and not a table on purpose: a message file is written by editing a copy of it, and
-// both go through one loader, which therefore meets its own format in every run that prints a
-// message. Only entries that this program raises are here. Entries 1 to 3 have their texts in the
-// code, since they must print when no catalogue could be loaded; they stand here so that their
-// numbers are taken.
-//
-// The lines are separate literals because some texts end in a blank that has to stay visible.
+// Its text lies in builtin_catalogue.msgs, which the build puts into the literal below and the
+// installation copies as its own message file, so the two cannot differ. It stays text on purpose:
+// a message file is written by editing a copy of it, and both go through one loader, which meets
+// its own format in every run that prints a message. Only entries that this program raises are
+// there. Entries 1 to 3 have their texts in the code, since they must print when no catalogue could
+// be loaded; they stand in the file so that their numbers are taken.
 
 #include <string_view>
 
@@ -14,115 +13,8 @@
 
 namespace kv {
 
-// clang-format off
-constinit const std::string_view builtin_catalogue =
-    "#\n"
-    "#\tError and warning messages\n"
-    "#\tfor all\n"
-    "#\tVerandi compiler applications\n"
-    "#\n"
-    "#\tENGLISH\n"
-    "#\n"
-    "#\tmessage number:\t(must be larger than 0)\n"
-    "#\tmessage type:\tF,f: fatal error\n"
-    "#\t\t\tE,e: error\n"
-    "#\t\t\t-9 - 8: warning (value indicates level)\n"
-    "#\t\t\tM,m: message\n"
-    "#\tmessage string\n"
-    "#\n"
-    "#\terrors must be in numeric order\n"
-    "#\n"
-    "1\tM\ttoo many errors (%u)\n"
-    "2\tM\terror/warning (%u) generated but no description available\n"
-    "3\tM\tmalformed error information on line * in file *\n"
-    "5\tF\tKVA has encountered an internal error and must quit; provide Verandi support with the following details: %s\n"
-    "100\tE\tunterminated #if[n][def] block from line %d\n"
-    "101\tE\t#%s cannot follow #else\n"
-    "102\tE\t#%s must be in an #if\n"
-    "103\tE\t#error: %s\n"
-    "104\tE\tpreprocessor #assert failure\n"
-    "105\tE\tno #asm before #endasm\n"
-    "106\tE\tnested #asm directives\n"
-    "107\t0\tillegal # directive \"%s\"\n"
-    "108\tE\t#if[n][def] without an argument\n"
-    "109\tE\t#include syntax error\n"
-    "110\tE\ttoo many file arguments; usage: cpp [input [output]]\n"
-    "111\t1\tredefining preprocessor macro \"%s\" (%s: %d)\n"
-    "112\tE\t#define syntax error\n"
-    "113\tE\tunterminated string in preprocessor macro body\n"
-    "114\tE\tillegal #undef argument\n"
-    "115\tE\trecursive preprocessor macro definition of \"%s\" defined by \"%s\"\n"
-    "116\tE\tend of file within preprocessor macro argument from line %d\n"
-    "117\tE\tmisplaced constant in #if\n"
-    "118\tE\tstack overflow processing #if expression\n"
-    "119\tE\tinvalid expression in #if line\n"
-    "120\tE\toperator \"%s\" in incorrect context\n"
-    "121\tE\texpression stack overflow at operator \"%s\"\n"
-    "122\tE\tunbalanced parenthesis at operator \"%s\"\n"
-    "123\tE\tmisplaced \"?\" or \":\"; previous operator is \"%s\"\n"
-    "124\tE\tillegal character \"%c\" in #if\n"
-    "125\tE\tillegal character (%d decimal) in #if\n"
-    "126\tE\tstrings can't be used in #if\n"
-    "127\tE\tbad syntax for defined() in #[el]if\n"
-    "128\tE\tillegal operator in #if\n"
-    "129\tE\tunexpected \"\\\" in #if\n"
-    "130\tE\tunknown type \"%s\" in #[el]if sizeof()\n"
-    "131\tE\tillegal type combination in #[el]if sizeof()\n"
-    "132\tE\tno type specified in #[el]if sizeof() \n"
-    "133\tE\tunknown type code (0x%x) in #[el]if sizeof()\n"
-    "134\tE\tsyntax error in #[el]if sizeof() \n"
-    "137\t0\tstrange character \"%c\" after ##\n"
-    "138\t0\tstrange character (%d) after ##\n"
-    "139\tE\tend of file in comment\n"
-    "141\tF\tcan't open %s file \"%s\": %m\n"
-    "144\tF\ttoo many nested #if blocks\n"
-    "146\tF\t#include filename too long\n"
-    "147\tF\ttoo many #include directories specified\n"
-    "148\tF\ttoo many arguments for preprocessor macro\n"
-    "149\tF\tpreprocessor macro work area overflow\n"
-    "150\tF\tillegal \"__\" preprocessor macro \"%s\"\n"
-    "151\tF\ttoo many arguments in preprocessor macro expansion\n"
-    "152\tF\tbad dp/nargs in openpar(): c = %X\n"
-    "153\tF\tout of space in preprocessor macro \"%s\" argument expansion\n"
-    "155\tF\twork buffer overflow conatenating \"%s\"\n"
-    "156\tF\twork buffer \"%s\" overflow\n"
-    "158\tF\tinvalid disable in preprocessor macro \"%s\"\n"
-    "159\tF\ttoo many calls to unget()\n"
-    "161\t0\tcontrol line \"%s\" within preprocessor macro expansion\n"
-    "162\t0\t#warning: %s\n"
-    "163\t-1\tunexpected text in control line ignored\n"
-    "164\t-1\t#include filename \"%s\" was converted to lower case\n"
-    "165\t-1\t#include filename \"%s\" does not match actual name (check upper/lower case)\n"
-    "166\t0\ttoo few values specified with option \"%s\"\n"
-    "167\t0\ttoo many values specified with -S option; \"%s\" unused\n"
-    "168\tE\tunknown option \"%s\"\n"
-    "169\tE\tstrange character (%d) after ##\n"
-    "171\t0\twrong number of preprocessor macro arguments for \"%s\" (%d instead of %d)\n"
-    "172\t0\tformal parameter expected after #\n"
-    "174\t0\tmulti-byte constant \"%c\" isn't portable\n"
-    "175\t0\tdivision by zero in #if; zero result assumed\n"
-    "177\t0\tsymbol \"%s\" in -U option was never defined\n"
-    "179\t-2\tnested comments\n"
-    "180\t0\tunterminated comment in included file\n"
-    "296\tF\tout of memory\n"
-    "917\tE\targument too long\n"
-    "990\t0\tmodulus by zero in #if; zero result assumed\n"
-    "1342\t0\twhitespace after \"\\\"\n"
-    "1427\t0\tmachine-dependent path specified in name of included file; use -I instead\n"
-    "1445\tM\t#advisory: %s\n"
-    "1446\tM\t#info: %s\n"
-    "1447\t0\textra -L option (-L%s) ignored\n"
-    "1448\tF\tno dependency file type specified with -L option\n"
-    "1449\tF\tunknown dependency file type (%s)\n"
-    "1470\t-5\ttrigraph sequence \"??%c\" replaced\n"
-    "1486\t0\tsize of pointer cannot be determined during preprocessing; using default size %u\n"
-    "1500\tE\tinvalid token in #if expression\n"
-    "1501\t0\tassertion failure: %s (%s:%d) \n"
-    "1502\tE\tassertion failure: %s (%s:%d) \n"
-    "1503\tF\tassertion failure: %s (%s:%d) \n"
-    "1606\tE\tw[no-]error option has been passed an invalid or missing message identifier\n"
-    "2035\t0\tuse of sizeof() in preprocessor expressions is deprecated; use __SIZEOF_%s__ macro to avoid this warning\n"
-    "2082\tF\tcan't create temporary file\n";
-// clang-format on
+constexpr std::string_view builtin_catalogue =
+#include "builtin_catalogue_text.inc"
+    ;
 
 }  // namespace kv

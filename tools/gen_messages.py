@@ -18,7 +18,7 @@ import sys
 import textwrap
 
 ROOT = pathlib.Path(__file__).resolve().parent.parent
-CATALOGUE = ROOT / "common" / "builtin_catalogue.cc"
+CATALOGUE = ROOT / "common" / "builtin_catalogue.msgs"
 SOURCE = ROOT / "docs" / "messages.in"
 MANUAL = ROOT / "docs" / "messages.md"
 FIELDS = ("means", "example", "do")
@@ -31,7 +31,7 @@ PREFACE = """\
 This is the manual of every message that `cpp` prints. To look one up, search this page for its
 number, which stands in parentheses before the text: `(109) #include syntax error`.
 
-<!-- Written by tools/gen_messages.py from common/builtin_catalogue.cc and docs/messages.in;
+<!-- Written by tools/gen_messages.py from common/builtin_catalogue.msgs and docs/messages.in;
      edit those and run it again. -->
 
 **Kinds.** A *fatal error* ends the run at once. An *error* lets the run go on but makes it fail
@@ -67,10 +67,9 @@ class SourceError(Exception):
 
 
 def read_catalogue(path):
-    """Returns {number: (kind, text)} from the string literals of the built-in catalogue."""
+    """Returns {number: (kind, text)} from the built-in catalogue."""
     entries = {}
-    for literal in re.findall(r'^\s*"((?:[^"\\]|\\.)*)\\n"', path.read_text(), re.MULTILINE):
-        line = re.sub(r"\\(.)", lambda m: {"t": "\t"}.get(m[1], m[1]), literal)
+    for line in path.read_text().splitlines():
         if line.startswith("#"):
             continue
         number, kind, text = line.split("\t", 2)
