@@ -19,6 +19,7 @@
 
 #pragma once
 
+#include <algorithm>
 #include <cstdint>
 #include <span>
 #include <string>
@@ -51,6 +52,28 @@ struct msg_entry {
   std::uint32_t number;
   const char* text;
   std::int32_t level;
+};
+
+/// The numbers that the built-in catalogue calls fatal, in its order. They stay fatal whatever a
+/// message file calls them: what follows their reports relies on it.
+inline constexpr std::uint32_t fatal_messages[] = {5,   141, 144,  146,  147,  148, 149,
+                                                   150, 151, 152,  153,  155,  156, 158,
+                                                   159, 296, 1448, 1449, 1503, 2082};
+
+constexpr bool is_fatal_message(std::uint32_t number) {
+  return std::ranges::binary_search(fatal_messages, number);
+}
+
+/// One of fatal_messages. Another number does not compile.
+class fatal_number {
+ public:
+  consteval fatal_number(std::uint32_t number) : value_(number) {  // NOLINT(*-explicit-*)
+    if (!is_fatal_message(number)) throw "not a fatal message";
+  }
+  constexpr operator std::uint32_t() const { return value_; }  // NOLINT(*-explicit-*)
+
+ private:
+  std::uint32_t value_;
 };
 
 /// The language id that the message system always asks for; it reads as English.
@@ -98,7 +121,7 @@ bool open_edf_dir(const char* directory);
 
 /// Returns the effective entry of a number: type and level of the first table, text of the latest,
 /// then changed by the promotion rules and by the control table. A number without an entry gives an
-/// ALERT_ERROR with a fixed text.
+/// ALERT_ERROR with a fixed text. The fatal_messages are ALERT_FATAL in any case.
 msg_entry alert_lookup(std::uint32_t number);
 
 // ---------------------------------------------------------------------------------------------
@@ -132,6 +155,9 @@ void alert_set_echo(void (*echo)(const char16_t* line, const char16_t* file));
 
 /// Installs the function that ends the run; it must not return. Null: std::exit.
 void alert_set_exit(void (*leave)(int status));
+
+/// Ends the run through that function.
+[[noreturn]] void alert_leave(int status);
 
 /// Stores where reading stands. `file` is copied by reference and must stay valid until the next
 /// call; null or empty means no file. The three addresses (of the line number, of the pointer to
@@ -167,6 +193,13 @@ std::string alert_str(const char16_t* text16);
 template <formattable... Args>
 void alert_msg(std::uint32_t number, const Args&... args) {
   alert_vmsg(number, format_args(args...));
+}
+
+/// As alert_msg, for the sites that cannot go on.
+template <formattable... Args>
+[[noreturn]] void alert_msg_fatal(fatal_number number, const Args&... args) {
+  alert_vmsg(number, format_args(args...));
+  alert_leave(1);
 }
 
 /// As alert_msg, with "Non line specific message" in place of file and line.
@@ -207,7 +240,7 @@ void alert_printf(const char* text, const Args&... args) {
   alert_vprintf(text, format_args(args...));
 }
 
-/// Reports message 5 with the program's name and `code`, and ends the run.
+/// Reports message 5 with the program's name and `code`, and ends the run with status 1.
 [[noreturn]] void alert_fatal(int code);
 
 // ---------------------------------------------------------------------------------------------

@@ -415,6 +415,7 @@ msg_entry alert_lookup(std::uint32_t number) {
   } else if (loading == load_state::under_way && number == no_memory_entry.number) {
     return no_memory_entry;
   }
+  if (is_fatal_message(number)) result.type = ALERT_FATAL;
   apply_message_rules(result);
   return result;
 }

@@ -168,17 +168,12 @@ typed_kind kind_of(const char* type) {
   return kind;
 }
 
-[[noreturn]] void leave(int status) {
-  if (installed.leave) installed.leave(status);
-  std::exit(status);
-}
-
 // Counts an error and ends the run when it is one too many. A negative limit is a huge one.
 void count_error() {
   const std::uint32_t before = error_count++;
   if (before < static_cast<std::uint32_t>(max_errors_limit)) return;
   alert_raw(1, "M", "too many errors (%u)", error_count);
-  leave(1);
+  alert_leave(1);
 }
 
 // ---------------------------------------------------------------------------------------------
@@ -407,7 +402,7 @@ bool report_typed(std::uint32_t number, const char* type, const char* text,
   if (now.warn_threshold > kind.level) return false;
   if (with_hook) run_prehook();
   emit(branch_of(kind.type), number, text ? text : "(null)", args);
-  if (kind.type == ALERT_FATAL) leave(1);
+  if (kind.type == ALERT_FATAL) alert_leave(1);
   return true;
 }
 
@@ -516,6 +511,11 @@ void alert_set_exit(void (*leave)(int status)) {
   installed.leave = leave;
 }
 
+void alert_leave(int status) {
+  if (installed.leave) installed.leave(status);
+  std::exit(status);
+}
+
 void alert_set_position(const char16_t* file, const unsigned* line_at,
                         const char16_t* const* linestart_at, const char16_t* const* cursor_at) {
   now.where = {file && *file != 0 ? file : nullptr, line_at, linestart_at, cursor_at};
@@ -535,7 +535,7 @@ bool alert_vmsg(std::uint32_t number, std::span<const format_arg> args) {
   if (entry.type == ALERT_ERROR) count_error();
   if (entry.type == ALERT_WARNING) ++warning_count;
   emit(branch_of(entry.type), entry.number, entry.text, args);
-  if (entry.type == ALERT_FATAL) leave(1);
+  if (entry.type == ALERT_FATAL) alert_leave(1);
   return true;
 }
 
@@ -594,8 +594,7 @@ void alert_fatal(int code) {
   std::string name = program_path();
   name.erase(0, name.find_last_of("\\/:") + 1);
   if (name.empty()) name = "KVA";
-  alert_msg(5, format_string("%s%s fatal error %d", "", name, code));
-  leave(code != 0 ? code : 1);
+  alert_msg_fatal(5, format_string("%s%s fatal error %d", "", name, code));
 }
 
 }  // namespace kv

@@ -24,8 +24,7 @@ struct release {
 }  // namespace
 
 void alloc_failed() {
-  alert_msg(296);
-  std::abort();  // a fatal message does not come back
+  alert_msg_fatal(296);
 }
 
 void* checked_alloc(std::size_t size) {

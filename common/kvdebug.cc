@@ -55,7 +55,7 @@ const char* default_file_name() {
 void open_trace(const char* path, bool append) {
   gFilePath = path;
   const int fd = host::open_write(path, append, host::content::text);
-  if (fd < 0) return alert_msg(141, "debug-out", path);
+  if (fd < 0) alert_msg_fatal(141, "debug-out", path);
   if (gFile >= 0) host::close_file(gFile);
   gFile = fd;
 }

@@ -53,7 +53,7 @@ bool groups_fit(int n) {
 }
 
 void open_group(bool live) {
-  if (!groups_fit(1)) alert_msg(144);
+  if (!groups_fit(1)) alert_msg_fatal(144);
   *++cond_top = {static_cast<std::uint8_t>(live ? COND_LIVE : 0), cur_line};
 }
 

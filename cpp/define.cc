@@ -26,7 +26,7 @@ unit macro_area[macro_area_size];
 unit* macro_area_ptr = macro_area;
 
 void macro_area_save(int c) {
-  if (macro_area_ptr == macro_area + macro_area_size) alert_msg(149);
+  if (macro_area_ptr == macro_area + macro_area_size) alert_msg_fatal(149);
   *macro_area_ptr++ = static_cast<unit>(c);
 }
 
@@ -62,7 +62,7 @@ bool syntax_error(int c) {
 bool read_params(definition& def) {
   def.nargs = 0;
   for (;;) {
-    if (def.nargs == max_macro_args) alert_msg(148);
+    if (def.nargs == max_macro_args) alert_msg_fatal(148);
     int c = skip_ws();
     if (c == ')') return true;
     if (char_class(c) != CT_LETTER) return syntax_error(c);

@@ -65,7 +65,7 @@ command_line acquire_arguments(int argc, char** argv) {
   if (argc == 2 && argv[1][0] == '@') {
     cmd_file_arg = argv[1];
     if (!host::redirect(fd_in, cmd_file_arg + 1, host::open_mode::read)) {
-      alert_msg(141, "command", cmd_file_arg + 1);
+      alert_msg_fatal(141, "command", cmd_file_arg + 1);
     }
   } else if (argc > 1) {
     return {argc, argv, nullptr};
@@ -83,7 +83,7 @@ void stop_before_waiting(int nfiles) {
 
 std::string temporary_name() {
   const auto name = temp_file_name();
-  if (!name) alert_msg(2082);
+  if (!name) alert_msg_fatal(2082);
   return *name;
 }
 
@@ -91,7 +91,7 @@ std::string temporary_name() {
 void divert_text() {
   const std::string path = temporary_name();
   temp_out = host::open_write(path.c_str(), false);
-  if (temp_out < 0) alert_msg(141, "temp", path);
+  if (temp_out < 0) alert_msg_fatal(141, "temp", path);
   host::duplicate_onto(temp_out, fd_out);
 }
 
@@ -102,7 +102,7 @@ void bind_output(const char* path) {
     target = temporary_name();
   }
   if (!host::redirect(fd_out, target.c_str(), host::open_mode::write))
-    alert_msg(141, "output", path);
+    alert_msg_fatal(141, "output", path);
   output_path = path;
 }
 
@@ -115,7 +115,8 @@ const char* bind_files(int nfiles, char** argv) {
   if (nfiles > 3) cpp_exit(1);
   if (nfiles == 3 && !is_standard_stream(argv[2])) bind_output(argv[2]);
   if (nfiles < 2 || is_standard_stream(argv[1])) return "";
-  if (!host::redirect(fd_in, argv[1], host::open_mode::read)) alert_msg(141, "input", argv[1]);
+  if (!host::redirect(fd_in, argv[1], host::open_mode::read))
+    alert_msg_fatal(141, "input", argv[1]);
   return argv[1];
 }
 
@@ -274,7 +275,7 @@ void write_dump() {
   close_temp_out();
   host::duplicate_onto(saved_stdout_fd, fd_out);
   if (dump_path != nullptr && !host::redirect(fd_out, dump_path, host::open_mode::write)) {
-    alert_msg(141, "output", dump_path);
+    alert_msg_fatal(141, "output", dump_path);
   }
   dump_defines();
 }

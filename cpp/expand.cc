@@ -88,7 +88,7 @@ void push_replacement(symbol* sym, const macro_call* call) {
     made.make(sym,
               call != nullptr ? call_arguments{call->args.data(), call->count} : call_arguments{});
     for (int n = 0; n < made.stray_stringizes; ++n) alert_msg(172);
-    if (made.full) alert_msg(153, alert_str(sym->name));
+    if (made.full) alert_msg_fatal(153, alert_str(sym->name));
   }
   trim_expansion(made.len);
   ++sym->disable;
@@ -138,7 +138,7 @@ int begin_argument(macro_call& call) {
   int c;
   while ((c = skip_ws()) == '\n') need_linemark = true;
   if (c == ')') return c;
-  if (call.count == max_macro_args) alert_msg(151);
+  if (call.count == max_macro_args) alert_msg_fatal(151);
   call.args[static_cast<std::size_t>(call.count)] = macro_area_ptr;
   call.paren_depth = 0;
   call.in_argument = true;
@@ -304,7 +304,7 @@ expansion expand(symbol* sym) {
     default:
       break;
   }
-  if (sym->nargs < 0) alert_msg(150, alert_str(sym->name));
+  if (sym->nargs < 0) alert_msg_fatal(150, alert_str(sym->name));
   if (!find_open_paren()) return expansion::none;
   open_calls.emplace_back(sym, macro_area_ptr, cur_line);
   return expansion::call_opened;
@@ -427,7 +427,7 @@ bool paste_at_marker(int c) {
   if (begins_right_operand(c)) {
     scan_id(c);
     const unit* right = token_text();
-    if (work_len + str16_len(right) >= work_size) alert_msg(155, alert_str(work_end()));
+    if (work_len + str16_len(right) >= work_size) alert_msg_fatal(155, alert_str(work_end()));
     for (; *right != 0; ++right) work_save(*right);
   } else {
     alert_msg(169, c);

@@ -287,7 +287,7 @@ bool read_name(unsigned char close) {
   while ((c = get()) != close && !ends_line(c)) work_save(c);
   raw_read = false;
   if (c != close) return false;
-  if (work_len >= include_name_limit) alert_msg(146);
+  if (work_len >= include_name_limit) alert_msg_fatal(146);
   std::transform(work_buf.begin(), work_buf.begin() + work_len, include_name.begin(),
                  [](unit u) { return static_cast<char>(u); });
   include_name[work_len] = 0;
@@ -327,8 +327,7 @@ int do_include() {
   std::string slashed = name;
   for (char& c : slashed) c = c == '\\' ? '/' : c;
   if (slashed != name && find_include(slashed.c_str(), quoted)) return newlines_passed_over;
-  alert_msg(141, "include", name);
-  return 0;
+  alert_msg_fatal(141, "include", name);
 }
 
 bool find_include(const char* name, bool quoted) {
@@ -346,7 +345,7 @@ bool find_include(const char* name, bool quoted) {
   const host::sought_name component(first_component({name, name_len}));
   for (std::size_t i = 0; i < include_dir_count; ++i) {
     const std::string_view dir = include_dirs[i];
-    if (dir.size() + name_len >= candidate_limit) alert_msg(146);
+    if (dir.size() + name_len >= candidate_limit) alert_msg_fatal(146);
     if (surely_absent(i, component)) continue;
     path.clear();
     if (!rooted) {

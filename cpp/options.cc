@@ -128,7 +128,7 @@ void opt_show_includes(const option_call&) {
 }
 
 void opt_include_dir(const option_call& o) {
-  if (include_dir_count == include_dir_limit) alert_msg(147);
+  if (include_dir_count == include_dir_limit) alert_msg_fatal(147);
   include_dirs[include_dir_count++] = o.rest;
 }
 
@@ -136,13 +136,13 @@ void opt_dependencies(const option_call& o) {
   if (settings.dep_mode != dep_none) {
     alert_msg(1447, o.rest);
   } else if (o.rest[0] == 0) {
-    alert_msg(1448);
+    alert_msg_fatal(1448);
   } else if (same_nocase(o.rest, "gcc")) {
     settings.dep_mode = dep_gcc;
   } else if (same_nocase(o.rest, "list")) {
     settings.dep_mode = dep_list;
   } else {
-    alert_msg(1449, o.rest);
+    alert_msg_fatal(1449, o.rest);
   }
 }
 

@@ -116,7 +116,7 @@ void drop_top_frame() {
 void remove_text_frame(int& pops) {
   const input_frame* f = cur_frame;
   if (f->macro != nullptr) {
-    if (--f->macro->disable < 0) alert_msg(158, alert_str(f->macro->name));
+    if (--f->macro->disable < 0) alert_msg_fatal(158, alert_str(f->macro->name));
     sym_release(f->macro);
   } else if (f->arg_of != nullptr) {
     ++f->arg_of->disable;
@@ -138,7 +138,7 @@ void push_argument(int n) {
   input_frame* expansion = cur_frame;
   symbol* macro = expansion->macro;
   if (macro == nullptr || n >= macro->nargs) {
-    alert_msg(152, n);
+    alert_msg_fatal(152, n);
     return;
   }
   if (n >= expansion->arg_count || expansion->args[n] == nullptr) return;
@@ -600,7 +600,7 @@ void unget() {
   input_frame* f = cur_frame;
   if (f == nullptr || unget_detached(f)) return;
   if (f->fp == nullptr) {
-    if (f->txptr == f->buf) alert_msg(159);
+    if (f->txptr == f->buf) alert_msg_fatal(159);
     --f->txptr;
     f->at_end = false;
     return;
@@ -609,7 +609,7 @@ void unget() {
     --forced_pos;
     return;
   }
-  if (f->rdptr == f->line_start) alert_msg(159);
+  if (f->rdptr == f->line_start) alert_msg_fatal(159);
   if (*--f->rdptr == '\n') count_line(-1);
 }
 

@@ -169,7 +169,7 @@ const unit* token_text() {
 void work_save(int c) {
   if (work_len == work_size) {
     work_buf[work_size - 1] = 0;
-    alert_msg(156, alert_str(work_buf.data()));
+    alert_msg_fatal(156, alert_str(work_buf.data()));
   }
   work_buf[work_len++] = static_cast<unit>(c);
 }

@@ -84,6 +84,26 @@ class AlertDeathTest : public testing::Test {
   int status_ = 0;
 };
 
+TEST_F(AlertDeathTest, FatalMessagesStayFatalWhateverAMessageFileCallsThem) {
+  for (const char* type : {"M", "E", "-9", "?"}) {
+    std::string text;
+    for (const std::uint32_t number : fatal_messages)
+      text += std::to_string(number) + "\t" + type + "\tof the file\n";
+    file("20990101000000_en.msgs", text);
+    for (const std::uint32_t number : fatal_messages) {
+      const std::string said = run([&] {
+        alert_set_action(number, ALERT_ACTION_OFF);
+        alert_set_warnlevel(100);
+        alert_msg(number);
+        say("went on");
+      });
+      EXPECT_EQ(status_, left_with + 1) << number << ' ' << type;
+      const std::string line = "(" + std::to_string(number) + ") of the file\n";
+      EXPECT_TRUE(said.ends_with(line)) << said;
+    }
+  }
+}
+
 TEST_F(AlertDeathTest, TemplatesFillTheirPlaceholders) {
   const struct {
     const char* layout;
