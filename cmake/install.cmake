@@ -1,0 +1,58 @@
+# What is installed, and where: there are two layouts.
+#
+# The installation tree is the program's own place. bin/cpp finds vex/ beside bin/, whatever the
+# directory above is called, so a tree can be moved and there can be several. With CPP_TREE empty
+# the prefix is the tree; the presets and the archives have it so.
+#
+# In a system's own directories no file may be called cpp, because the system's preprocessor is.
+# There the tree stands in a directory of its own, CPP_TREE, and the prefix gets a link vex-cpp to
+# the program. Everything outside the tree goes where GNUInstallDirs says.
+#
+# A component is what has one root in every package: `program` and `tree`, `documents`, `manual`,
+# `share` (files that other programs look for) and `system` (the link). packages.cmake puts them
+# together.
+include(GNUInstallDirs)
+set(CPP_TREE "${CMAKE_INSTALL_LIBDIR}/${PROJECT_NAME}" CACHE STRING
+    "Directory of the installation tree below the prefix; empty: the prefix is the tree")
+
+set(system_tree ${CMAKE_INSTALL_LIBDIR}/${PROJECT_NAME})
+if(CPP_TREE STREQUAL "")
+  set(tree .)
+  set(documents .)
+  set(unless_tree EXCLUDE_FROM_ALL)
+  set(deb_tree ${system_tree})
+  set(deb_documents ${CMAKE_INSTALL_DOCDIR})
+else()
+  set(system_tree ${CPP_TREE})
+  set(tree ${CPP_TREE})
+  set(documents ${CMAKE_INSTALL_DOCDIR})
+  set(unless_tree "")
+endif()
+
+install(TARGETS cpp RUNTIME DESTINATION ${tree}/bin COMPONENT program)
+# Its own message file says what the built-in catalogue says. An installed program that finds one
+# here does not look for others where it happens to run.
+file(STRINGS common/version.h stamp REGEX "build_stamp =")
+string(REGEX MATCH "[0-9]+" stamp "${stamp}")
+install(FILES common/builtin_catalogue.msgs DESTINATION ${tree}/vex/dat RENAME ${stamp}_en.msgs
+        COMPONENT tree)
+install(DIRECTORY DESTINATION ${tree}/vex/include COMPONENT tree)
+
+# The documents lie as they do in the sources, so that their links lead to each other here, too.
+install(FILES ARCHITECTURE.md CHANGELOG.md CONTRIBUTING.md LICENSE NOTICES.md README.md
+        DESTINATION ${documents} COMPONENT documents)
+install(DIRECTORY docs DESTINATION ${documents} COMPONENT documents FILES_MATCHING PATTERN *.md)
+install(DIRECTORY licenses DESTINATION ${documents} COMPONENT documents)
+install(FILES examples/udf_styles.css DESTINATION ${documents}/examples COMPONENT documents)
+
+install(FILES docs/vex-cpp.1 DESTINATION ${CMAKE_INSTALL_MANDIR}/man1 COMPONENT manual)
+
+if(NOT WIN32)
+  cmake_path(ABSOLUTE_PATH system_tree BASE_DIRECTORY ${CMAKE_INSTALL_PREFIX}
+             OUTPUT_VARIABLE full_tree)
+  file(RELATIVE_PATH program ${CMAKE_INSTALL_FULL_BINDIR} ${full_tree}/bin/cpp)
+  file(MAKE_DIRECTORY ${PROJECT_BINARY_DIR}/system)
+  file(CREATE_LINK ${program} ${PROJECT_BINARY_DIR}/system/${PROJECT_NAME} SYMBOLIC)
+  install(FILES ${PROJECT_BINARY_DIR}/system/${PROJECT_NAME}
+          DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT system ${unless_tree})
+endif()
