@@ -1,7 +1,8 @@
 #!/usr/bin/env python3
-"""Runs the whole-program cases of tests/cases/*.case against a built cpp.
+"""Runs the whole-program cases of tests/cases/*.case against a built cpp, and the examples of
+docs/language.md, which are cases in the form of a document.
 
-    run_cases.py [--launcher WINE] [--only TEXT] PROGRAM [FILE.case ...]
+    run_cases.py [--launcher WINE] [--only TEXT] PROGRAM [FILE.case|FILE.md ...]
 
 A case is a title that says the behaviour, a command, input files and what must come out:
 
@@ -76,6 +77,7 @@ import tempfile
 import time
 import zipfile
 
+LANGUAGE = pathlib.Path(__file__).resolve().parent.parent / "docs" / "language.md"
 TIMEOUT = 60
 READ_BY_PROGRAM = ("TEMP", "TMP", "TMPDIR", "SOURCE_DATE_EPOCH")
 PLACEHOLDER = re.compile(rb"\{\{(.+?)\}\}")
@@ -152,6 +154,56 @@ def parse(path):
         elif line:
             raise BadCase(f"{where}: unknown line {line.decode()!r}")
     return cases
+
+
+def parse_document(path):
+    """Reads the examples of a document, boxes of Markdown: each ```c box begins one, as its in.c."""
+    cases, case, box, heading = [], None, None, b""
+    for number, line in enumerate(path.read_bytes().split(b"\n"), 1):
+        where = f"{path.name}:{number}"
+        if box is not None and line == b"```":
+            box = None
+        elif box is not None:
+            box.append(line)
+        elif line.startswith(b"```"):
+            kind, _, name = line[3:].decode().partition(" ")
+            box = []
+            if kind == "c" and not name:
+                case = Case(path, number, f"example {len(cases) + 1}, {heading.decode()}")
+                case.command = b"cpp -E1 in.c"
+                cases.append(case)
+            if case is None or kind not in ("c", "console", "text"):
+                raise BadCase(f"{where}: unknown box {line.decode()!r}")
+            kind = {"c": "file", "console": "console"}.get(kind, kind)
+            case.sections.append((kind, name or "in.c", box))
+        elif line.startswith(b"#"):
+            heading = line.lstrip(b"# ")
+    if box is not None:
+        raise BadCase(f"{path.name}: the last box is not closed")
+    for case in cases:
+        end_document_case(case)
+    return cases
+
+
+def end_document_case(case):
+    """Takes command, messages and status from what was typed and shown. An example that shows no
+    output is not about it."""
+    shown = [body for _, body in case.find("console")]
+    if len(shown) > 1 or not (shown or case.find("text")):
+        raise BadCase(f"{case.where}: an example has one command, an output or both")
+    messages = []
+    for line in shown[0] if shown else []:
+        if line.startswith(b"$ cpp "):
+            case.command = line[2:]
+        elif messages and messages[-1] == b"$ echo $?":
+            case.status = int(line)
+            messages.pop()
+        else:
+            messages.append(line)
+    case.sections = [section for section in case.sections if section[0] != "console"]
+    case.sections.append(("stderr", "", messages))
+    if not case.find("text"):
+        case.sections.append(("stdout", "", [b"{{re:.*}}{{noeol}}"]))
 
 
 def unescape(text):
@@ -373,8 +425,8 @@ def main():
 
     cases = []
     try:
-        for path in options.files or sorted((here / "cases").glob("*.case")):
-            cases += parse(path)
+        for path in options.files or [*sorted((here / "cases").glob("*.case")), LANGUAGE]:
+            cases += parse_document(path) if path.suffix == ".md" else parse(path)
     except (BadCase, OSError, ValueError) as error:
         sys.exit(f"error: {error}")
     titles = [case.title for case in cases]
