@@ -36,24 +36,10 @@ import time
 import urllib.error
 import urllib.request
 
+from tally import TIMEOUT, Failure, Tally, run, same
+
 ROOT = pathlib.Path(__file__).resolve().parent.parent
 PICTURES = ROOT / "build" / "toolchain"
-TIMEOUT = 20
-
-
-class Failure(Exception):
-    pass
-
-
-def same(what, actual, expected):
-    if actual != expected:
-        raise Failure(f"{what}:\n    expected {expected!r}\n    actual   {actual!r}")
-
-
-def run(command, cwd, env=None, text=None):
-    done = subprocess.run([str(word) for word in command], cwd=cwd, env=env, input=text or "",
-                          capture_output=True, text=True, timeout=TIMEOUT, check=False)
-    return done.returncode, done.stdout, done.stderr
 
 
 # ---- The installation ----
@@ -403,21 +389,6 @@ def have_browser():
 
 # ---- The run ----
 
-class Tally:
-    def __init__(self):
-        self.passed = self.failed = self.skipped = 0
-
-    def check(self, function, *arguments):
-        try:
-            function(*arguments)
-        except Exception as error:  # a page that is quite another one can break a check anywhere
-            self.failed += 1
-            kind = "" if isinstance(error, Failure) else f"{type(error).__name__}: "
-            print(f"{function.__name__}: {kind}{error}")
-        else:
-            self.passed += 1
-
-
 def check_in_browser(tally, prefix, scratch, is_required):
     work = scratch / "report"
     work.mkdir()
@@ -456,13 +427,12 @@ def main():
         status, _, err = run(["cmake", "--install", options.build, "--prefix", prefix], ROOT)
         if status != 0:
             print(err, end="")
-            print("0 passed, 1 failed, 0 skipped")
-            return 1
+            tally.failed += 1
+            return tally.close()
         for function in (check_tree, check_places, check_terminal):
             tally.check(function, prefix, work)
         check_in_browser(tally, prefix, scratch, options.require_browser)
-    print(f"{tally.passed} passed, {tally.failed} failed, {tally.skipped} skipped")
-    return 1 if tally.failed else 0
+    return tally.close()
 
 
 if __name__ == "__main__":
