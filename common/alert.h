@@ -3,7 +3,7 @@
 // A caller names the number and passes the arguments of the entry's text. The catalogue says what
 // kind of message it is (fatal error, error, warning with a level, plain message) and how it reads;
 // the rules of the --Werror family and the control tables may change the kind; the line then leaves
-// on standard error in one of two layouts. A fatal message, or one error too many, ends the run.
+// on standard error in one of three layouts. A fatal message, or one error too many, ends the run.
 //
 // Three things would surprise a reader:
 //  - Texts and layout templates come from files and from the environment, so they are data that
@@ -135,6 +135,10 @@ void alert_set_formats(const char* error, const char* warning, const char* messa
 /// Chooses the layout: non-zero the templates, zero the classic one with its caret display.
 void alert_use_formats(int flag);
 
+/// Chooses the layout of the GNU compilers, `file:line:column: error: text [number]`, which editors
+/// and build servers read. The column counts from 1; without a file "cpp" stands in its place.
+void alert_use_gcc_layout();
+
 /// Sets the threshold below which a warning's level hides it. Returns the previous one.
 int alert_set_warnlevel(int level);
 
@@ -152,6 +156,10 @@ void alert_set_prehook(void (*hook)());
 /// Installs the function that shows a source line above the classic layout's caret: it gets the
 /// start of the line and the file name (null when there is none). Null: none.
 void alert_set_echo(void (*echo)(const char16_t* line, const char16_t* file));
+
+/// Installs the function that follows up an error or a warning in the layout of the GNU compilers,
+/// with lines of its own by alert_printf. Null: none.
+void alert_set_notes(void (*notes)());
 
 /// Installs the function that ends the run; it must not return. Null: std::exit.
 void alert_set_exit(void (*leave)(int status));

@@ -10,8 +10,9 @@
 // in two fixed buffers and is cut at their ends. A message must come out when memory is short, and
 // a message file must not be able to ask for more of it.
 //
-// The classic layout puts the text next to a caret under the offending column: behind the caret,
-// or, when the text fits to its left, before it.
+// Three layouts share all that; each is a record of what is its own. The classic one puts the text
+// next to a caret under the offending column: behind the caret, or, when the text fits to its left,
+// before it.
 
 #include <algorithm>
 #include <cerrno>
@@ -53,9 +54,19 @@ struct position {
   const char16_t* const* cursor = nullptr;
 };
 
+// How a report is laid out.
+struct layout {
+  bool number_before_text;  // "(103) " leads the text of errors and warnings
+  bool has_notes;           // errors and warnings are followed by the notes of the application
+  void (*lay_out)(alert_type type, std::uint32_t number);
+};
+extern const layout classic_layout;
+extern const layout template_layout;
+extern const layout gcc_layout;
+
 // All that decides how a report looks and whether it is shown, beside the message itself.
 struct settings {
-  int use_formats = 0;
+  const layout* looks = &classic_layout;
   std::int32_t warn_threshold = 0;
   bool no_line = false;  // set for the length of one report
   bool no_file = false;  // the same
@@ -65,6 +76,7 @@ struct settings {
 struct hooks {
   void (*before)() = nullptr;
   void (*echo)(const char16_t* line, const char16_t* file) = nullptr;
+  void (*notes)() = nullptr;
   void (*leave)(int status) = nullptr;
 };
 
@@ -208,7 +220,7 @@ void expand_errno(const char* text, char* out) {
 void format_message(branch kind, std::uint32_t number, const char* text,
                     std::span<const format_arg> args) {
   std::size_t prefix = 0;
-  if (now.use_formats == 0 && kind != message_branch)
+  if (now.looks->number_before_text && kind != message_branch)
     prefix = format_text(text_buf, sizeof text_buf, "(%u) ", number);
   char work[work_limit + 1];
   expand_errno(text, work);
@@ -291,7 +303,8 @@ const char* append_placeholder(const char* p, std::uint32_t number) {
   return p;
 }
 
-void lay_out_template(branch kind, std::uint32_t number) {
+void lay_out_template(alert_type type, std::uint32_t number) {
+  const branch kind = branch_of(type);
   const char* p = templates[kind].text ? templates[kind].text : "%s";
   while (*p != 0) {
     if (*p != '%') {
@@ -349,7 +362,8 @@ void append_position_and_text() {
   line_buf.append(std::string_view(text_buf));
 }
 
-void lay_out_classic(branch kind) {
+void lay_out_classic(alert_type type, std::uint32_t /*number*/) {
+  const branch kind = branch_of(type);
   std::size_t column = 0;
   if (kind != message_branch && caret_column(column)) {
     if (installed.echo) installed.echo(*now.where.line_start, now.where.file);
@@ -360,14 +374,61 @@ void lay_out_classic(branch kind) {
   if (kind == warning_branch) line_buf.append(" (warning)");
 }
 
-void emit(branch kind, std::uint32_t number, const char* text, std::span<const format_arg> args) {
+// ---------------------------------------------------------------------------------------------
+// The layout of the GNU compilers, which other programs can read.
+
+void append_gcc_place() {
+  if (!now.where.file || now.no_file) {
+    line_buf.append("cpp");
+    return;
+  }
+  line_buf.append(now.where.file);
+  if (!now.where.line || now.no_line) return;
+  line_buf.append(':');
+  line_buf.append_number(*now.where.line);
+  std::ptrdiff_t column = 0;
+  cursor_offset(column);
+  line_buf.append(':');
+  line_buf.append_number(std::max<std::ptrdiff_t>(column, 1));
+}
+
+const char* gcc_kind(alert_type type) {
+  switch (type) {
+    case ALERT_FATAL:
+      return "fatal error";
+    case ALERT_ERROR:
+      return "error";
+    case ALERT_MESSAGE:
+      return "note";
+    default:
+      return "warning";
+  }
+}
+
+// The number goes last; a report that has none goes without.
+void lay_out_gcc(alert_type type, std::uint32_t number) {
+  append_gcc_place();
+  line_buf.append(": ");
+  line_buf.append(gcc_kind(type));
+  line_buf.append(": ");
+  line_buf.append(std::string_view(text_buf));
+  if (number == 0) return;
+  line_buf.append(" [");
+  line_buf.append_number(number);
+  line_buf.append(']');
+}
+
+constexpr layout classic_layout = {true, false, lay_out_classic};
+constexpr layout template_layout = {false, false, lay_out_template};
+constexpr layout gcc_layout = {false, true, lay_out_gcc};
+
+void emit(alert_type type, std::uint32_t number, const char* text,
+          std::span<const format_arg> args) {
   line_buf.length = 0;
-  format_message(kind, number, text, args);
-  if (now.use_formats != 0)
-    lay_out_template(kind, number);
-  else
-    lay_out_classic(kind);
+  format_message(branch_of(type), number, text, args);
+  now.looks->lay_out(type, number);
   write_line();
+  if (now.looks->has_notes && type != ALERT_MESSAGE && installed.notes) installed.notes();
 }
 
 // ---------------------------------------------------------------------------------------------
@@ -401,7 +462,7 @@ bool report_typed(std::uint32_t number, const char* type, const char* text,
   if (kind.type == ALERT_ERROR) count_error();
   if (now.warn_threshold > kind.level) return false;
   if (with_hook) run_prehook();
-  emit(branch_of(kind.type), number, text ? text : "(null)", args);
+  emit(kind.type, number, text ? text : "(null)", args);
   if (kind.type == ALERT_FATAL) alert_leave(1);
   return true;
 }
@@ -425,7 +486,7 @@ void set_templates(const char* error, const char* warning, const char* message) 
 void start() {
   if (started) return;
   started = true;
-  at_start.use_formats = now.use_formats;
+  at_start.looks = now.looks;
   at_start.warn_threshold = now.warn_threshold;
   set_templates(nullptr, nullptr, nullptr);
 }
@@ -483,7 +544,11 @@ void alert_set_formats(const char* error, const char* warning, const char* messa
 }
 
 void alert_use_formats(int flag) {
-  now.use_formats = flag;
+  now.looks = flag != 0 ? &template_layout : &classic_layout;
+}
+
+void alert_use_gcc_layout() {
+  now.looks = &gcc_layout;
 }
 
 int alert_set_warnlevel(int level) {
@@ -505,6 +570,10 @@ void alert_set_prehook(void (*hook)()) {
 
 void alert_set_echo(void (*echo)(const char16_t* line, const char16_t* file)) {
   installed.echo = echo;
+}
+
+void alert_set_notes(void (*notes)()) {
+  installed.notes = notes;
 }
 
 void alert_set_exit(void (*leave)(int status)) {
@@ -534,7 +603,7 @@ bool alert_vmsg(std::uint32_t number, std::span<const format_arg> args) {
   run_prehook();
   if (entry.type == ALERT_ERROR) count_error();
   if (entry.type == ALERT_WARNING) ++warning_count;
-  emit(branch_of(entry.type), entry.number, entry.text, args);
+  emit(entry.type, entry.number, entry.text, args);
   if (entry.type == ALERT_FATAL) alert_leave(1);
   return true;
 }

@@ -11,6 +11,7 @@
 #include "common/format.h"
 #include "common/osdep.h"
 #include "common/stringcache.h"
+#include "cpp/diag.h"
 #include "cpp/macro_area.h"
 #include "cpp/options.h"
 #include "cpp/outbuf.h"
@@ -232,7 +233,7 @@ void do_define() {
     sym->nargs = def.nargs;
     if (settings.macro_report) report_macro(sym);
     if (known && (old_body == nullptr || str16_cmp(old_body, sym->body) != 0)) {
-      alert_msg(111, alert_str(sym->name), sym->def_file, sym->def_line);
+      alert_msg(111, alert_str(sym->name), shown_path(sym->def_file), sym->def_line);
     }
   }
   std::free(old_body);

@@ -4,8 +4,7 @@
 #include <string_view>
 
 #include "common/cmode.h"
-#include "common/pathcmp.h"
-#include "common/registry.h"
+#include "cpp/include.h"
 #include "cpp/options.h"
 #include "cpp/outbuf.h"
 
@@ -18,16 +17,9 @@ namespace {
 
 bool dep_head_done = false;
 
-// Under --dep_nosys the base directory of the installation's device-family tree; headers below it
-// are left out. Asked for once; empty where there is no installation.
-bool is_system_path(const char* path) {
-  static const char* dep_sys_dir = nullptr;
-  if (!settings.dep_nosys) return false;
-  if (dep_sys_dir == nullptr) {
-    dep_sys_dir = reg_instdir(REG_BASE);
-    if (dep_sys_dir == nullptr) dep_sys_dir = "";
-  }
-  return dep_sys_dir[0] != 0 && path_begins_with_dir(path, dep_sys_dir);
+// Headers that --dep_nosys leaves out.
+bool is_left_out(const char* path) {
+  return settings.dep_nosys && is_installed_header(path);
 }
 
 void put_escaped(std::string_view path) {
@@ -84,7 +76,7 @@ bool write_rule_head() {
 int write_dep(void* /*context*/, std::uintptr_t /*key*/, std::uintptr_t value) {
   const auto* path = reinterpret_cast<const char*>(value);
   if (settings.dep_mode == dep_gcc && !dep_head_done) dep_head_done = write_rule_head();
-  if (!is_system_path(path)) {
+  if (!is_left_out(path)) {
     out_byte(' ');
     put_escaped(path);
     if (settings.dep_mode == dep_list) out_byte('\n');

@@ -1,5 +1,6 @@
 #include "cpp/diag.h"
 
+#include <algorithm>
 #include <array>
 #include <string>
 
@@ -9,6 +10,7 @@
 #include "common/osdep.h"
 #include "cpp/options.h"
 #include "cpp/reader.h"
+#include "cpp/symtab.h"
 
 namespace kv::cpp {
 
@@ -39,9 +41,118 @@ void append_narrow(std::string& to, const unit* text) {
   }
 }
 
+// What set_msg_position hands out where other programs read the messages.
+struct {
+  std::u16string name;
+  unsigned line;
+} portable_position;
+
+std::u16string widened(std::string_view text) {
+  std::u16string wide(text.size(), 0);
+  std::transform(text.begin(), text.end(), wide.begin(),
+                 [](char c) { return static_cast<unsigned char>(c); });
+  return wide;
+}
+
+open_file opened(const input_frame* f, int line) {
+  return {f->path, f->line_name, line, f->serial};
+}
+
+void hand_out(std::string_view name, int line, std::ptrdiff_t units_read) {
+  portable_position.name = widened(name);
+  portable_position.line = static_cast<unsigned>(line);
+  msg_line_start = msg_line.data();
+  msg_cursor = msg_line_start + units_read;
+  alert_set_position(portable_position.name.c_str(), &portable_position.line, &msg_line_start,
+                     &msg_cursor);
+}
+
+// The place of the last unit read from the nearest file, which at a line's end is its newline. Once
+// all is read, that is the end of the primary input.
+void set_portable_position() {
+  if (const input_frame* f = nearest_file_frame(); f != nullptr) {
+    const bool behind_newline = f->rdptr != f->line_start && f->rdptr[-1] == '\n';
+    hand_out(portable_name(opened(f, cur_line)), behind_newline ? cur_line - 1 : cur_line,
+             f->rdptr - f->line_start);
+  } else if (base_frame != nullptr) {
+    hand_out(portable_path(base_frame->path), cur_line, 0);
+  } else {
+    alert_set_position(nullptr, nullptr, nullptr, nullptr);
+  }
+}
+
+// The macros whose text is being read, from the innermost out to the nearest file.
+std::vector<const symbol*> open_expansions() {
+  std::vector<const symbol*> macros;
+  for (const input_frame* f = cur_frame; f != nullptr && f->fp == nullptr; f = f->parent) {
+    if (f->macro != nullptr) macros.push_back(f->macro);
+  }
+  return macros;
+}
+
+// Of a long chain of notes the two ends are told.
+constexpr std::size_t notes_at_each_end = 5;
+
+template <class Note>
+void write_chain(std::size_t length, Note note) {
+  const std::size_t skipped = length > 2 * notes_at_each_end ? length - 2 * notes_at_each_end : 0;
+  for (std::size_t i = 0; i < length; ++i) {
+    if (skipped != 0 && i == notes_at_each_end) {
+      i += skipped;
+      alert_printf("cpp: note: %u more like this", skipped);
+    }
+    note(i);
+  }
+}
+
+void note_expansion(const symbol* macro) {
+  const std::string name = alert_str(macro->name);
+  if (macro->def_file != nullptr) {
+    alert_printf("%s:%d: note: expanded from macro '%s'", portable_path(macro->def_file),
+                 macro->def_line, name);
+  } else {
+    alert_printf("cpp: note: expanded from macro '%s'", name);
+  }
+}
+
 }  // namespace
 
+std::vector<open_file> open_files() {
+  std::vector<open_file> files;
+  for (const input_frame* f = nearest_file_frame(); f != nullptr; f = f->parent) {
+    if (f->fp != nullptr) files.push_back(opened(f, files.empty() ? cur_line : f->saved_line));
+  }
+  std::reverse(files.begin(), files.end());
+  return files;
+}
+
+std::string portable_path(const char* path) {
+  std::string name = path;
+  std::replace(name.begin(), name.end(), '\\', '/');
+  return name;
+}
+
+std::string portable_name(const open_file& file) {
+  if (file.line_name == nullptr) return portable_path(file.path);
+  std::string name;
+  for (const unit* p = file.line_name; *p != 0; ++p) {
+    if (is_dropped_marker(*p)) continue;
+    if (*p == '\\' && (p[1] == '\\' || p[1] == '"')) ++p;
+    name += *p == '\\' ? '/' : static_cast<char>(*p);
+  }
+  return name;
+}
+
+std::string shown_path(const char* path) {
+  if (path == nullptr) return "(null)";
+  return settings.gcc_markers || settings.gcc_messages ? portable_path(path) : path;
+}
+
 void set_msg_position() {
+  if (settings.gcc_messages) {
+    set_portable_position();
+    return;
+  }
   const input_frame* f = cur_frame;
   if (f == nullptr) {
     alert_set_position(nullptr, nullptr, nullptr, nullptr);
@@ -52,8 +163,24 @@ void set_msg_position() {
   } else {
     msg_line_start = msg_cursor = f->buf;  // no position inside a text frame is a place in a line
   }
-  alert_set_position(f->name, reinterpret_cast<const unsigned*>(&cur_line), &msg_line_start,
+  const unit* name = f->name;
+  if (settings.gcc_markers && f->fp != nullptr) {
+    portable_position.name = widened(portable_path(f->path));
+    name = portable_position.name.c_str();
+  }
+  alert_set_position(name, reinterpret_cast<const unsigned*>(&cur_line), &msg_line_start,
                      &msg_cursor);
+}
+
+void write_notes() {
+  const std::vector<const symbol*> macros = open_expansions();
+  write_chain(macros.size(), [&](std::size_t i) { note_expansion(macros[i]); });
+  const std::vector<open_file> files = open_files();
+  if (files.size() < 2) return;
+  write_chain(files.size() - 1, [&](std::size_t i) {
+    const open_file& includer = files[files.size() - 2 - i];
+    alert_printf("%s:%d: note: included from here", portable_name(includer), includer.line);
+  });
 }
 
 void echo_source_line(const unit* line, const unit* file) {

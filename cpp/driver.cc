@@ -255,8 +255,9 @@ void report_open_group() {
     alert_msg(100, line);
     return;
   }
-  std::u16string name(std::strlen(settings.source_name), 0);
-  str8to16(name.data(), settings.source_name);
+  const std::string source = shown_path(settings.source_name);
+  std::u16string name(source.size(), 0);
+  str8to16(name.data(), source.c_str());
   const auto at = static_cast<unsigned>(line);
   alert_set_prehook(nullptr);
   alert_set_position(name.c_str(), &at, nullptr, nullptr);

@@ -18,9 +18,12 @@
 #include "common/host.h"
 #include "common/kvdebug.h"
 #include "common/osdep.h"
+#include "common/pathcmp.h"
+#include "common/registry.h"
 #include "common/stringcache.h"
 #include "common/text_table.h"
 #include "cpp/control.h"
+#include "cpp/diag.h"
 #include "cpp/expand.h"
 #include "cpp/guard.h"
 #include "cpp/lanes.h"
@@ -199,9 +202,9 @@ bool open_include(known_header& known) {
     file = h.content.bytes != nullptr ? source_open_copy(h.content) : open_file(known);
     if (file == nullptr) return false;
   }
-  if (h.lowered) alert_msg(164, known.text);
+  if (h.lowered) alert_msg(164, shown_path(known.text));
   if (settings.show_includes) note_include(known.text);
-  if (h.case_differs) alert_msg(165, known.text);
+  if (h.case_differs) alert_msg(165, shown_path(known.text));
   if (file != nullptr) {
     push_file(file, known.text);
   } else {
@@ -363,12 +366,18 @@ bool find_include(const char* name, bool quoted) {
   return false;
 }
 
+bool is_installed_header(const char* path) {
+  static const char* const base = reg_instdir(REG_BASE);  // asked for once
+  return path_begins_with_dir(path, base);
+}
+
 void note_include(const char* path) {
   if (shown_includes == nullptr) {
     shown_includes = hash_create(128, str_hash, str_compare, __FILE__, __LINE__);
   }
   const word key = to_word(str_intern(path));
-  if (hash_insert(shown_includes, key, key, __FILE__, __LINE__) != 0) file_printf(2, "%s\n", path);
+  if (hash_insert(shown_includes, key, key, __FILE__, __LINE__) != 0)
+    file_printf(2, "%s\n", shown_path(path));
 }
 
 void push_main_file(int fd, const char* name) {

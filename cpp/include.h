@@ -31,6 +31,9 @@ int do_include();
 /// read. Returns whether it was opened, or is already known while only dependencies are listed.
 bool find_include(const char* name, bool quoted);
 
+/// Whether `path` lies in the device-family tree of the installation. False where there is none.
+bool is_installed_header(const char* path);
+
 /// Prints `path` to standard error the first time it is given (-H).
 void note_include(const char* path);
 

@@ -20,6 +20,7 @@
 #include "common/kvdebug.h"
 #include "common/osdep.h"
 #include "common/version.h"
+#include "cpp/diag.h"
 #include "cpp/driver.h"
 #include "cpp/ifsizeof.h"
 #include "cpp/include.h"
@@ -95,6 +96,24 @@ void opt_delete_on_error(const option_call&) {
   settings.delete_on_error = true;
 }
 
+// Sets `setting` when the option's word is "gcc", the one layout beside the program's own.
+bool choose_gcc_layout(const option_call& o, bool& setting) {
+  const bool is_known = same_nocase(o.rest, "gcc");
+  if (!is_known) alert_msg(168, o.arg);
+  setting = setting || is_known;
+  return is_known;
+}
+
+void opt_markers(const option_call& o) {
+  choose_gcc_layout(o, settings.gcc_markers);
+}
+
+void opt_messages(const option_call& o) {
+  if (!choose_gcc_layout(o, settings.gcc_messages)) return;
+  alert_use_gcc_layout();
+  alert_set_notes(write_notes);
+}
+
 void opt_comments(const option_call&) {
   settings.keep_comments = keep_comments_now = true;
 }
@@ -113,6 +132,7 @@ void opt_errors(const option_call& o) {
   if (o.rest[0] == 0) return;
   if (is_digit(o.rest[0]) && o.rest[1] == 0) {
     settings.listing_style = o.rest[0] - '0';
+    settings.gcc_messages = false;
     alert_use_formats(settings.listing_style);
   } else {
     host::redirect(2, o.rest, host::open_mode::append);
@@ -269,6 +289,7 @@ constexpr option options[] = {
     {{in_output, "--output=", "FILE", "the same"}, opt_output},
     {{in_output, "--delete_on_error", "", "leave no output behind when the run fails"},
      opt_delete_on_error},
+    {{in_output, "--markers=", "gcc", "line markers that other compilers read"}, opt_markers},
     {{in_output, "-C", "", "keep comments in the output"}, opt_comments},
     {{in_output, "-dM", "", "write the definitions of all macros instead"}, opt_dump},
     {{in_output, "-F", "NAME", "the input's name in markers, __FILE__ and rules"}, opt_file_name},
@@ -300,6 +321,8 @@ constexpr option options[] = {
     {{in_messages, "--msgdisable=", "N,...", "hide these warnings and notices"}, opt_msgdisable},
     {{in_messages, "--disl=", "N,...", "the same"}, opt_msgdisable},
     {{in_messages, "--emax=", "N", "end the run at the error after the Nth (-1: never)"}, opt_emax},
+    {{in_messages, "--messages=", "gcc", "a layout that editors and build servers read"},
+     opt_messages},
     {{in_messages, "-E", "DIGIT|FILE", "layout of messages, or a file for all of them"},
      opt_errors},
     {{in_messages, "--edf=", "FILE", "take message texts from a newer message file"}, opt_edf},

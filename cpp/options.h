@@ -32,6 +32,8 @@ struct run_settings {
   bool cmode_asm = false;         ///< --cmode=tsasm: the assembler conventions
   bool dep_nosys = false;         ///< --dep_nosys
   bool delete_on_error = false;   ///< --delete_on_error
+  bool gcc_markers = false;       ///< --markers=gcc: markers that other programs read
+  bool gcc_messages = false;      ///< --messages=gcc: messages that other programs read
 };
 extern run_settings settings;
 

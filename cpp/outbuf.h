@@ -17,6 +17,9 @@ extern unsigned char* out_next;
 /// Writes what has gathered to descriptor 1. Write errors are not reported.
 void out_flush();
 
+/// Whether nothing has been written behind the last newline.
+bool out_at_line_start();
+
 /// The bytes that can be appended before the block has to leave.
 inline std::size_t out_room() {
   return static_cast<std::size_t>(out_block + out_size - out_next);

@@ -4,9 +4,12 @@
 #include <cstddef>
 #include <string>
 #include <string_view>
+#include <utility>
+#include <vector>
 
 #include "common/host.h"
 #include "cpp/control.h"
+#include "cpp/diag.h"
 #include "cpp/include.h"
 #include "cpp/options.h"
 #include "cpp/outbuf.h"
@@ -50,6 +53,110 @@ void write_changed_name(const input_frame* f) {
   out_byte('"');
 }
 
+// What begins a line of a marker: a newline, which leaves an empty line before a marker of the
+// program's own layout. Other compilers would count that line.
+void start_line() {
+  if (!settings.gcc_markers || !out_at_line_start()) out_byte('\n');
+}
+
+void write_plain_marker() {
+  start_line();
+  out_text("# ");
+  out_number(cur_line);
+  if (in_file_frame()) write_changed_name(cur_frame);
+}
+
+// ---- Markers that other compilers read.
+//
+// Their reader keeps a stack of files: the flag 1 enters one where the marker stands, 2 goes back
+// to the one that included it. Only files whose text is written are told of, and those that lead to
+// them; so there may be several to leave and to enter before the output is where it has to be.
+
+constexpr std::string_view no_flag = "";
+constexpr std::string_view flag_entered = " 1";
+constexpr std::string_view flag_returned = " 2";
+constexpr std::string_view flag_system = " 3";
+
+// A file that has been entered in the output and not left.
+struct entered_file {
+  unsigned serial;
+  bool system;
+  std::string name;  // as it is written
+  int line;          // of its last marker
+};
+std::vector<entered_file>& entered_files() {
+  static auto* const files = new std::vector<entered_file>;
+  return *files;
+}
+
+std::string marker_name(const open_file& file) {
+  std::string text;
+  for (const char c : portable_name(file)) {
+    if (c == '"' || c == '\\') text += '\\';
+    text += c;
+  }
+  return text;
+}
+
+void write_gcc_line(const entered_file& file, std::string_view flag) {
+  start_line();
+  out_text("# ");
+  out_number(file.line);
+  out_text(" \"");
+  out_text(file.name);
+  out_byte('"');
+  out_text(flag);
+  if (file.system) out_text(flag_system);
+}
+
+void enter_file(const open_file& file, std::string_view flag) {
+  entered_files().push_back(
+      {file.serial, is_installed_header(file.path), marker_name(file), file.line});
+  write_gcc_line(entered_files().back(), flag);
+}
+
+// Leaves the files that `files` does not begin with. Returns whether there was one; the last marker
+// is then that of the file returned to, at its line.
+bool leave_files(const std::vector<open_file>& files) {
+  std::vector<entered_file>& entered = entered_files();
+  std::size_t common = 0;
+  while (common < entered.size() && common < files.size() &&
+         entered[common].serial == files[common].serial) {
+    ++common;
+  }
+  const bool leaves = common < entered.size();
+  while (common < entered.size()) {
+    entered.pop_back();
+    if (entered.size() == common) entered.back().line = files[common - 1].line;
+    write_gcc_line(entered.back(), flag_returned);
+  }
+  return leaves;
+}
+
+void write_gcc_marker() {
+  const std::vector<open_file> files = open_files();
+  if (files.empty()) return;
+  std::vector<entered_file>& entered = entered_files();
+  bool is_there = leave_files(files);
+  if (entered.empty()) {
+    enter_file(files[0], no_flag);
+    is_there = true;
+  }
+  for (;;) {
+    // A file is entered where its includer stands, and a name may have come from #line.
+    const open_file& here = files[entered.size() - 1];
+    entered_file& last = entered.back();
+    if (std::string name = marker_name(here); !is_there || last.name != name) {
+      last.name = std::move(name);
+      last.line = here.line;
+      write_gcc_line(last, no_flag);
+    }
+    if (entered.size() == files.size()) return;
+    enter_file(files[entered.size()], flag_entered);
+    is_there = true;
+  }
+}
+
 }  // namespace
 
 void put_char_out(int c) {
@@ -64,14 +171,18 @@ void put_text16(const unit* text) {
 
 void write_line_marker() {
   if (in_asm) {
-    out_text("\n#endasm");
+    start_line();
+    out_text("#endasm");
     count_line(-1);
   }
-  out_text("\n# ");
-  out_number(cur_line);
-  if (in_file_frame()) write_changed_name(cur_frame);
+  if (settings.gcc_markers) {
+    write_gcc_marker();
+  } else {
+    write_plain_marker();
+  }
   if (in_asm) {
-    out_text("\n#asm");
+    start_line();
+    out_text("#asm");
     count_line();
   }
   out_byte('\n');
