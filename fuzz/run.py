@@ -1,0 +1,169 @@
+"""Runs the fuzz targets on inputs that are made from the whole-program cases.
+
+    python3 fuzz/run.py [--seconds 60] [--runs N] [--target NAME]... [--keep-going]
+
+What a target finds is kept in build/fuzz/findings and tried first the next time, until it is
+mended; then it goes to the target's corpus, which also grows from run to run. An input is text:
+fuzz/harness.h tells its form, and a target with a file as its argument runs that input alone.
+
+--keep-going goes on behind a finding, for a look at how many there are. The last line is
+'N passed, N failed', a target counting as one.
+"""
+
+import argparse
+import hashlib
+import os
+import pathlib
+import re
+import shlex
+import shutil
+import subprocess
+import sys
+import tempfile
+
+ROOT = pathlib.Path(__file__).resolve().parent.parent
+BUILD = ROOT / "build/fuzz"
+sys.path.insert(0, str(ROOT / "tests"))
+import run_cases  # noqa: E402
+
+LONGEST = 16384
+# The option sets of the main target, by the letter that chooses each (see input.cc).
+MODES = {"-C": "b", "--cmode=tsasm": "c", "-dM": "d", "-Llist": "e", "--cmode=tslink": "f",
+         "-E1": "g", "-Lgcc": "h", "--udf=r.htm": "i"}
+
+
+def read_cases():
+    """Yields (words, environment, files) of every case that could run on this host."""
+    expander = run_cases.Expander({b"cwd": b"/", b"tmp": b"/tmp", b"bin": b"/inst/bin"})
+    for path in sorted((ROOT / "tests/cases").glob("*.case")):
+        for case in run_cases.parse(path):
+            if case.only == "windows":
+                continue
+            command = expander.text(case.command).decode("latin-1")
+            files = {name: expander.text(run_cases.body_bytes(body))
+                     for name, body in case.find("file")}
+            for _, body in case.find("stdin"):
+                files["stdin"] = expander.text(run_cases.body_bytes(body))
+            yield (shlex.split(command)[1:], [expander.text(setting) for setting in case.env],
+                   files)
+
+
+def with_files(first, files):
+    """An input: the target's own part and the files behind it."""
+    text = first
+    for name, body in files.items():
+        if text and not text.endswith(b"\n"):
+            text += b"\n"
+        text += b"--- " + os.fsencode(name) + b"\n" + body
+    return text
+
+
+def builtin_messages():
+    source = (ROOT / "common/builtin_catalogue.cc").read_text()
+    lines = re.findall(r'^    "(\d+\\t.*)\\n"', source, re.M)
+    return [line.encode().decode("unicode_escape").encode() for line in lines]
+
+
+def seeds():
+    """Yields (target, content)."""
+    for words, environment, files in read_cases():
+        yield "options", with_files("\n".join(words).encode("latin-1"), files)
+        others = dict(files)
+        if "in.c" in others:
+            mode = next((MODES[word] for word in words if word in MODES), "a")
+            yield "input", with_files(mode.encode() + others.pop("in.c"), others)
+        for name in files:
+            if name.endswith((".msgs", "_msgs.txt")):
+                yield "messages", files[name]
+        texts = [setting.partition(b"=")[2] for setting in environment if b"_FORMAT=" in setting]
+        if texts:
+            yield "templates", b"\n".join(texts)
+    messages = builtin_messages()
+    for first in range(0, len(messages), 20):
+        yield "messages", b"\n".join(messages[first:first + 20]) + b"\n"
+
+
+def write_seeds(top):
+    shutil.rmtree(top, ignore_errors=True)
+    for target, content in seeds():
+        (top / target).mkdir(parents=True, exist_ok=True)
+        if len(content) <= LONGEST:
+            (top / target / hashlib.sha1(content).hexdigest()).write_bytes(content)
+    return sorted(path.name for path in top.iterdir())
+
+
+def run(target, arguments, scratch):
+    command = [str(BUILD / f"bin/fuzz_{target}"), f"-max_len={LONGEST}", "-timeout=600",
+               "-rss_limit_mb=0", "-entropic=0", *arguments]
+    return subprocess.run(command, env={**os.environ, "TMPDIR": scratch}, stdin=subprocess.DEVNULL,
+                          stdout=subprocess.PIPE, stderr=subprocess.STDOUT, check=False)
+
+
+def try_findings(target, findings, corpus, scratch):
+    """Runs what has been found before; returns whether all of it is mended."""
+    mended = True
+    for path in sorted(findings.iterdir()):
+        done = run(target, [str(path)], scratch)
+        if done.returncode == 0:
+            path.rename(corpus / path.name)
+        else:
+            report(target, done.stdout)
+            print(f"{target}: still wrong: {path.relative_to(ROOT)}")
+            mended = False
+    return mended
+
+
+def report(target, output):
+    """Prints what a finding's output says, without the fuzzer's own."""
+    start = output.find(b"\nfuzz: ")
+    end = output.find(b"ERROR: libFuzzer: deadly signal", start)
+    text = output[start:end] if start >= 0 else output[-6000:]
+    print(f"{target}: finding\n{text.decode('utf-8', 'backslashreplace')[:12000]}")
+
+
+def fuzz(target, seeds_dir, options, scratch):
+    """Returns whether the target ran without a finding."""
+    corpus, findings = (BUILD / name / target for name in ("corpus", "findings"))
+    for directory in (corpus, findings):
+        directory.mkdir(parents=True, exist_ok=True)
+    if not try_findings(target, findings, corpus, scratch) and not options.keep_going:
+        return False
+    arguments = [f"-dict={ROOT / 'fuzz/cpp.dict'}", f"-artifact_prefix={findings}/",
+                 "-print_final_stats=1", f"-max_total_time={options.seconds}"]
+    if options.runs:
+        arguments.append(f"-runs={options.runs}")
+    if options.keep_going:
+        arguments += ["-fork=1", "-ignore_crashes=1"]
+    done = run(target, [*arguments, str(corpus), str(seeds_dir / target)], scratch)
+    counts = re.findall(rb"^stat::number_of_executed_units: +(\d+)|^#(\d+): cov:", done.stdout, re.M)
+    runs = int(next(filter(None, counts[-1]))) if counts else 0
+    found = any(findings.iterdir())
+    if done.returncode != 0 and not options.keep_going:
+        report(target, done.stdout)
+    print(f"{target}: {runs} runs, {'kept in ' + str(findings.relative_to(ROOT)) if found else 'clean'}")
+    sys.stdout.flush()
+    return runs > 0 and done.returncode == 0 and not found
+
+
+def main():
+    parser = argparse.ArgumentParser(description="Runs the fuzz targets.")
+    parser.add_argument("--seconds", type=int, default=60, help="for each target (default 60)")
+    parser.add_argument("--runs", type=int, help="end a target after so many runs")
+    parser.add_argument("--target", action="append", help="only this one")
+    parser.add_argument("--keep-going", action="store_true")
+    options = parser.parse_args()
+    targets = write_seeds(BUILD / "seeds")
+    passed = failed = 0
+    memory = "/dev/shm" if os.access("/dev/shm", os.W_OK) else None
+    with tempfile.TemporaryDirectory(prefix="cpp-fuzz-", dir=memory) as scratch:
+        for target in options.target or targets:
+            if fuzz(target, BUILD / "seeds", options, scratch):
+                passed += 1
+            else:
+                failed += 1
+    print(f"{passed} passed, {failed} failed")
+    return 1 if failed else 0
+
+
+if __name__ == "__main__":
+    sys.exit(main())
