@@ -40,7 +40,7 @@ bool call_expander::replace(symbol* macro) {
 }
 
 bool call_expander::expand(symbol* macro) {
-  if (failed || ++expansions > expansions_limit) return refuse();
+  if (failed) return refuse();
   if (macro->nargs == NARGS_OBJECT) {
     push_replacement(macro, nullptr);
     return !failed;
@@ -95,7 +95,7 @@ void call_expander::push_replacement(symbol* macro, const call* c) {
     references = made.references;
     kept += made.len + 1;
   }
-  if (!failed) enter(text, macro);
+  if (!failed) push(text, macro, nullptr);
   if (failed) return;
   ++macro->disable;
   if (references > 0 && c != nullptr && c->count > 0) {
@@ -203,11 +203,6 @@ void call_expander::collect(call& c) {
       collect_run(parens);
       u = get_nomark();
     }
-    if (u == ')' && !failed) {
-      // It is given back and read again as the list's end, which the tally tells.
-      unget();
-      advance();
-    }
     collect_save(0);
     ++c.count;
     space_due = outer_space_due;
@@ -288,10 +283,7 @@ int call_expander::expand_fully(int c) {
 }
 
 bool call_expander::paste_tokens(int c) {
-  if (peek() != MARK_PASTE) {
-    given_back();
-    return false;
-  }
+  if (peek() != MARK_PASTE) return false;
   advance();
   unit* text = scratch.data() + kept;
   std::size_t n = 0;
@@ -326,9 +318,8 @@ void call_expander::note(symbol* macro) {
 
 void call_expander::begin(unsigned char* at) {
   line = at;
-  line_tally = cur_frame->pop_tally;
   failed = false;
-  expansions = calls = 0;
+  calls = 0;
   depth = watched_depth = kept = pointers_used = 0;
   collected = collected_text.data();
   memos.refresh();

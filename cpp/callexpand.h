@@ -15,8 +15,6 @@ namespace kv::cpp {
 
 class call_expander : protected call_reader {
  protected:
-  static constexpr int expansions_limit = 900;  // begun in one call; message 115 is due at 1000
-
   // As try_expand() and paste_tokens() of expand.h; 0 and false after a failure.
   int try_expand(int c);
   bool paste_tokens(int c);
@@ -46,7 +44,6 @@ class call_expander : protected call_reader {
   // Empties everything, for a call in the line at `at`.
   void begin(unsigned char* at);
 
-  int expansions = 0;
   call_memos memos;
 
  private:

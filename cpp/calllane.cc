@@ -72,7 +72,6 @@ class call_lane : call_expander {
   void write_token(int c);
 
   bool replay(const symbol* macro);
-  bool ends_included_file() const;
   void start_recording(symbol* macro);
   void finish_recording(bool ends_in_number);
 
@@ -85,15 +84,7 @@ bool call_lane::replay(const symbol* macro) {
   const call_memo* m = memos.find(macro);
   if (m == nullptr) return false;
   if (m->ends_in_number && !(depth == 0 ? ends_number(line) : ends_number(top().at))) return false;
-  expansions += m->expansions;
-  if (depth == 0) {
-    line_tally = m->effect.on(line_tally);
-  } else {
-    top().tally.read_to(top().at);
-    top().tally.resume(top().at, 1);
-    if (m->ends_in_number) given_back();
-  }
-  if (out_room() < m->length || expansions > expansions_limit) {
+  if (out_room() < m->length) {
     fail();
     return true;
   }
@@ -103,28 +94,18 @@ bool call_lane::replay(const symbol* macro) {
   return true;
 }
 
-// Whether the next read may be the last one in an included file. If it has removed texts, they are
-// counted in the tally of the file below, where nothing that reads on here settles it.
-bool call_lane::ends_included_file() const {
-  if (cur_frame->parent == nullptr || (*line != '\n' && *line != '\r' && *line != 0)) return false;
-  const unsigned char* const ahead = ahead_limit(cur_frame);
-  return ahead == nullptr || ahead == cur_frame->line_end;
-}
-
 // Remembers what is written from here to the end of the expansion of `macro` that begins now.
 void call_lane::start_recording(symbol* macro) {
   if (macro->nargs != NARGS_OBJECT || macro->disable != 0) return;
   watched_depth = depth + 1;
   recorded_from = out_next;
-  memos.start(macro, expansions);
+  memos.start(macro);
 }
 
 void call_lane::finish_recording(bool ends_in_number) {
   watched_depth = 0;
   if (failed) return;  // not all of it may have been written
-  top().tally.read_to(top().at);
-  memos.finish(recorded_from, static_cast<std::size_t>(out_next - recorded_from), expansions,
-               ends_in_number, top().tally.effect());
+  memos.finish(recorded_from, static_cast<std::size_t>(out_next - recorded_from), ends_in_number);
 }
 
 void call_lane::write_token(int c) {
@@ -147,7 +128,7 @@ void call_lane::write_token(int c) {
           shown = true;
           return lane.peek();
         }
-        void unget() const { lane.given_back(); }
+        static void unget() {}
       } input{*this};
       take_number(input, c, [this](int u) { put(u); });
       break;
@@ -235,13 +216,9 @@ bool call_lane::write_tokens() {
         if (token_length > settings.ident_max || !ends_calmly(end, leaves)) return false;
         l.at = end;
         if (blanks) put(' ');
-        if (leaves) {
-          pop();
-          given_back();
-        }
+        if (leaves) pop();
         symbol* macro = look_up();
         if (macro != nullptr && eligible(macro)) {
-          given_back();
           if (replay(macro)) continue;
           if (watched_depth == 0) start_recording(macro);
           if (!expand(macro)) {
@@ -264,7 +241,6 @@ bool call_lane::write_tokens() {
         if (leaves) {
           if (depth == watched_depth) finish_recording(true);
           pop();
-          given_back();
         }
         continue;
       }
@@ -324,10 +300,7 @@ unsigned char* call_lane::run(symbol* macro, unsigned char* behind_name) {
       fail();
     }
   }
-  if (!failed && !ends_included_file()) {
-    cur_frame->pop_tally = line_tally;
-    return line;
-  }
+  if (!failed) return line;
   while (depth != 0) pop();
   out_next = written;
   return nullptr;

@@ -14,10 +14,9 @@ const call_memo* call_memos::find(const symbol* macro) const {
   return &m;
 }
 
-void call_memos::start(symbol* macro, int begun) {
+void call_memos::start(symbol* macro) {
   recorded.macros[0] = macro;
   recorded.macro_count = 1;
-  recorded.expansions = begun;
 }
 
 bool call_memos::add(symbol* macro) {
@@ -28,8 +27,7 @@ bool call_memos::add(symbol* macro) {
   return true;
 }
 
-void call_memos::finish(const unsigned char* text, std::size_t length, int begun,
-                        bool ends_in_number, tally_effect effect) {
+void call_memos::finish(const unsigned char* text, std::size_t length, bool ends_in_number) {
   if (length > length_limit) return;
   if (count == memos_limit || text_size - text_used < length) {
     ++macros_epoch;  // no record may be taken for one of the memos that make room
@@ -37,9 +35,7 @@ void call_memos::finish(const unsigned char* text, std::size_t length, int begun
   }
   recorded.text = static_cast<unsigned char*>(std::memcpy(texts.data() + text_used, text, length));
   recorded.length = length;
-  recorded.expansions = begun - recorded.expansions;
   recorded.ends_in_number = ends_in_number;
-  recorded.effect = effect;
   text_used += length;
   recorded.macros[0]->memo_epoch = epoch;
   recorded.macros[0]->memo_index = static_cast<std::uint32_t>(count);

@@ -9,15 +9,6 @@
 
 namespace kv::cpp {
 
-/// What reading a text did to the `pop_tally` of the input frame below it.
-struct tally_effect {
-  int pops;      ///< added to it, since it was settled if it was
-  bool settled;  ///< it was taken off the depth of expansions and began anew
-
-  /// The tally that was `tally` before.
-  int on(int tally) const { return settled ? pops : tally + pops; }
-};
-
 /// What an object-like macro came to when it was expanded: the same again as long as no macro is
 /// defined or removed, and none of those it depends on is being expanded.
 struct call_memo {
@@ -27,9 +18,7 @@ struct call_memo {
   std::size_t macro_count;
   const unsigned char* text;  ///< what was written
   std::size_t length;
-  int expansions;       ///< begun on the way
   bool ends_in_number;  ///< so that what follows must not be able to continue it
-  tally_effect effect;
 };
 
 /// The memos of the macros as they are defined now. One expansion at a time is recorded.
@@ -44,15 +33,14 @@ class call_memos {
   /// not 0; null when that is not known.
   const call_memo* find(const symbol* macro) const;
 
-  /// Begins a record of `macro`, which is not being expanded, with `begun` expansions before it.
-  void start(symbol* macro, int begun);
+  /// Begins a record of `macro`, which is not being expanded.
+  void start(symbol* macro);
 
   /// Adds `macro`, met in the expansion being recorded. Returns whether the record still fits.
   bool add(symbol* macro);
 
   /// Completes the record: `length` bytes were written from `text` on.
-  void finish(const unsigned char* text, std::size_t length, int begun, bool ends_in_number,
-              tally_effect effect);
+  void finish(const unsigned char* text, std::size_t length, bool ends_in_number);
 
  private:
   static constexpr std::size_t memos_limit = 1024;

@@ -13,10 +13,7 @@ void call_reader::push_argument(level& expansion, int n) {
     return;
   }
   if (n >= expansion.arg_count || expansion.args[n] == nullptr) return;
-  expansion.tally.read_to(expansion.at - 1);
-  const unit* const text = expansion.args[n];
-  const int pops = expansion.tally.pops(expansion.at - 1);
-  push(text, nullptr, macro, pops);
+  push(expansion.args[n], nullptr, macro);
   if (!failed) --macro->disable;
 }
 
@@ -48,7 +45,6 @@ void call_reader::scan_name(int c) {
     advance();
     name_buf[token_length++] = static_cast<unit>(next);
   }
-  given_back();
   if (token_length > settings.ident_max) fail();
 }
 

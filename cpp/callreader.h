@@ -6,57 +6,12 @@
 #include <array>
 #include <cstddef>
 
-#include "cpp/callmemo.h"
 #include "cpp/lanescan.h"
 #include "cpp/scan.h"
 #include "cpp/symtab.h"
 #include "cpp/text16.h"
 
 namespace kv::cpp {
-
-/// Keeps what account() in the reader would have added to the `pop_tally` below a text: a unit that
-/// is read once, by the very read that has removed texts above, adds their number; every other unit
-/// settles the tally. Looked at only where texts are entered and left.
-class read_tally {
- public:
-  /// A text that begins at `start` is entered by a read that has removed `pops` texts.
-  void begin(const unit* start, int pops) {
-    what = {0, false};
-    resume(start, pops);
-  }
-
-  /// The units before `upto` have been read.
-  void read_to(const unit* upto) {
-    if (upto == resumed) return;
-    if (upto - resumed == 1 && removed != 0) {
-      what.pops += removed;
-    } else {
-      what = {0, true};
-    }
-    resumed = upto;
-    removed = 0;
-  }
-  /// Reading is back in the text, at `at`; the read that goes on has removed `pops` texts.
-  void resume(const unit* at, int pops) {
-    resumed = at;
-    removed = pops;
-  }
-  /// The unit at `at` has been read, given back, and is read again. The zero that ends a text is no
-  /// unit.
-  void read_twice(const unit* at) {
-    if (*at == 0) return;
-    what = {0, true};
-    resume(at, 0);
-  }
-  /// Texts removed by the read under way, with reading at `at`.
-  int pops(const unit* at) const { return at == resumed ? removed : 0; }
-  const tally_effect& effect() const { return what; }
-
- private:
-  const unit* resumed;
-  int removed;
-  tally_effect what;
-};
 
 /// One text being read: an expansion (`macro` set), an argument of one (`arg_of` set), or
 /// generated.
@@ -67,7 +22,6 @@ struct level {
   unit* const* args;  // expansions: the arguments, `arg_count` of them
   int arg_count;
   bool at_end;  // expansions: MARK_EXP_END has been delivered
-  read_tally tally;
 };
 
 class call_reader {
@@ -89,9 +43,9 @@ class call_reader {
   }
 
   // Begins to read `text` on top of the others: an expansion of `macro`, an argument of `arg_of`,
-  // or generated. The read under way has removed `pops` texts. The fields are set where they lie,
-  // since a record that is put together first and copied then costs more than all else here.
-  void push(const unit* text, symbol* macro, symbol* arg_of, int pops) {
+  // or generated. The fields are set where they lie, since a record that is put together first and
+  // copied then costs more than all else here.
+  void push(const unit* text, symbol* macro, symbol* arg_of) {
     if (depth == levels_limit) {
       fail();
       return;
@@ -102,22 +56,9 @@ class call_reader {
     l.arg_of = arg_of;
     l.arg_count = 0;
     l.at_end = false;
-    l.tally.begin(text, pops);
-  }
-  // Enters an expansion of `macro`, or a generated text, with what was read before counted.
-  void enter(const unit* text, symbol* macro) {
-    if (depth != 0) top().tally.read_to(top().at);
-    push(text, macro, nullptr, 0);
   }
   void pop() {
-    level& l = levels[--depth];
-    // The end of an expansion is delivered; the others end within the read that goes on.
-    if (depth == 0) {
-      l.tally.read_to(l.at);
-      line_tally = l.tally.effect().on(line_tally);
-    } else {
-      top().tally.resume(top().at, l.macro != nullptr ? 1 : l.tally.pops(l.at) + 1);
-    }
+    const level& l = levels[--depth];
     if (depth < watched_depth) watched_depth = 0;
     if (l.macro != nullptr) {
       --l.macro->disable;
@@ -127,7 +68,7 @@ class call_reader {
   }
   // Enters argument `n` of `expansion`, behind the reference to it.
   void push_argument(level& expansion, int n);
-  void push_generated(const unit* text) { enter(text, nullptr); }
+  void push_generated(const unit* text) { push(text, nullptr, nullptr); }
 
   // Leaves texts that are used up and enters arguments referred to, until there is a unit to read.
   // Returns whether it is one of a text, not of the line.
@@ -154,10 +95,6 @@ class call_reader {
     } while (c == MARK_PASTE || c == MARK_EXP_END);
     return c;
   }
-  // The next unit was read and given back.
-  void given_back() {
-    if (depth != 0) top().tally.read_twice(top().at);
-  }
   // Gives back the unit that get() has just read.
   void unget();
   level& top() { return levels[depth - 1]; }
@@ -181,7 +118,6 @@ class call_reader {
   }
 
   unsigned char* line = nullptr;  // the next byte of the file's line
-  int line_tally = 0;             // the pop_tally of the line's file
   bool failed = false;
   std::size_t depth = 0;          // texts being read
   std::size_t watched_depth = 0;  // becomes 0 when the text at this depth is left
@@ -242,7 +178,6 @@ inline void call_reader::unget() {
     top().at_end = false;
   } else {
     --top().at;
-    given_back();
   }
 }
 

@@ -102,7 +102,7 @@ int end_of_line_check(int pending) {
   const int c = skip_ws();
   if (c != '\n') {
     alert_msg(163);
-    skip_line();
+    skip_line(c);
   }
   return pending + 1;
 }
@@ -266,9 +266,10 @@ int do_line(int pending) {
   const unit* text = work_rest_of_line(skip_ws());
   cur_line = static_cast<int>(static_cast<unsigned>(str16_atoi(text)) - 1U);
   while (char_class(*text) == CT_DIGIT || char_class(*text) == CT_SPACE) ++text;
-  if (*text != 0 && cur_frame != nullptr) {
-    std::free(const_cast<unit*>(cur_frame->line_name));
-    cur_frame->line_name = line_name_copy(text);
+  input_frame* const f = frame_read();
+  if (*text != 0 && f != nullptr) {
+    std::free(const_cast<unit*>(f->line_name));
+    f->line_name = line_name_copy(text);
   }
   need_linemark = true;
   return end_of_line_check(pending);
@@ -390,7 +391,7 @@ int control_line(int pending) {
   if (ends_line(c)) return pending + 1;
   read_word(c);
   const directive* d = find_directive();
-  if (cur_frame != nullptr && cur_frame->fp == nullptr) alert_msg(161, word());
+  if (in_text_frame()) alert_msg(161, word());
   if (!compiling) return skipped_directive(d, pending);
   if (d == nullptr) {
     alert_msg(107, word());

@@ -48,17 +48,6 @@ unsigned char* skip_space(unsigned char* p, unsigned char* newline_at) {
   }
 }
 
-// The first byte in [p, limit) that ends a line of a skipped group or can matter there, or `limit`.
-unsigned char* find_skipped_end(unsigned char* p, unsigned char* limit) {
-  for (;; ++p) {
-    p = find_any(p, limit, '\n', '/', '\\', '?', 0);
-    if (p == limit) return p;
-    if (*p == '/' && p[1] != '*' && p[1] != '/') continue;
-    if (*p == '\\' && plain.in_file[p[1]] && kinds[p[1]] != blank) continue;
-    if (*p != '?' || p[1] == '?') return p;
-  }
-}
-
 // Passes over the rest of the line, whatever it holds.
 unsigned char* skip_rest(unsigned char* p, unsigned char* newline_at) {
   for (;;) {
@@ -428,9 +417,9 @@ void take_calm_lines(int& pending) {
   if (!lanes || in_asm || settings.cmode_asm) return;
   for (;;) {
     input_frame* f = cur_frame;
-    if (f == nullptr || f->above_text) return;
-    if (!compiling && at_lane_end(f)) skip_lines_ahead(f, pending);
-    if (f->rdptr >= f->lane_end && !(at_lane_end(f) ? load_next_line() : load_first_line())) return;
+    if (f == nullptr) return;
+    if (!compiling && at_line_end(f)) skip_lines_ahead(f, pending);
+    if (f->rdptr == f->line_end && !(at_line_end(f) ? load_next_line() : load_first_line())) return;
     unsigned char* const newline_at = f->line_end - 1;
     f->rdptr = skip_blanks(f->rdptr);
     if (*f->rdptr == '/' && !keep_comments_now) {

@@ -106,7 +106,10 @@ void save_quoted(int quote) {
   int c = get();
   while (c != quote && !ends_line(c)) {
     work_save(c);
-    if (c == '\\' && (c = get()) != 0) work_save(c);
+    if (c == '\\' && (c = get()) != 0) {
+      if (c == '\n') need_linemark = true;
+      work_save(c);
+    }
     c = get();
   }
   raw_read = false;
@@ -196,7 +199,7 @@ symbol* enter_definition(int c, bool& known, unit*& old_body) {
   }
   sym = sym_enter(token_buf, false);
   sym->def_line = cur_line;
-  if (cur_frame != nullptr) sym->def_file = frame_name(cur_frame);
+  if (const input_frame* f = frame_read()) sym->def_file = frame_name(f);
   return sym;
 }
 

@@ -153,7 +153,7 @@ void set_msg_position() {
     set_portable_position();
     return;
   }
-  const input_frame* f = cur_frame;
+  const input_frame* f = frame_read();
   if (f == nullptr) {
     alert_set_position(nullptr, nullptr, nullptr, nullptr);
     return;

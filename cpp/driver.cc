@@ -185,19 +185,27 @@ line_start find_text_line(int pending) {
       keep_comments_now = false;
       line.pending = control_line(line.pending);
       keep_comments_now = settings.keep_comments && compiling;
+    } else if (line.c == MARK_EXP_END) {
+      continue;  // a directive's macro has been read to its end
     } else if (line.c == 0 || compiling) {
       return line;
     } else {
-      skip_line();
+      skip_line(line.c);
       ++line.pending;
     }
   }
 }
 
+// Writes a unit of a literal. A newline that no line of a file stands for moves those behind it.
+void put_literal_unit(int c) {
+  put_char_out(c);
+  if (c == '\n' && in_text_frame()) need_linemark = true;
+}
+
 void write_token(int c) {
   switch (char_class(c)) {
     case CT_QUOTE:
-      scan_string(c, put_char_out);
+      scan_string(c, put_literal_unit);
       break;
     case CT_DIGIT:
     case CT_DOT:
@@ -241,7 +249,7 @@ int write_text_line(const line_start& line) {
   int pending = 0;
   if (copy_line(pending) == line_end::newline) {
     put_char_out('\n');
-    if (cur_frame != nullptr && cur_frame->fp == nullptr) need_linemark = true;
+    if (in_text_frame()) need_linemark = true;
   }
   return pending;
 }

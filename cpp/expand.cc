@@ -22,24 +22,18 @@ namespace kv::cpp {
 
 namespace {
 
-constexpr int expand_depth_limit = 1000;
-
-// The macro whose expansion began the current chain, named in message 115. Counted as a reference,
-// since its frame may be gone by then.
-symbol* first_macro = nullptr;
-
-void begin_chain(symbol* sym) {
-  if (sym == first_macro) return;
-  if (first_macro != nullptr) sym_release(first_macro);
-  first_macro = sym;
-  ++sym->frame_refs;
-}
+constexpr std::size_t expand_depth_limit = 1000;
 
 // A call whose arguments are being collected, one after the other in the macro area.
 struct macro_call {
-  macro_call(symbol* sym, unit* mark, int at) : macro(sym), area_mark(mark), line(at) {}
+  macro_call(symbol* sym, unit* mark, int at)
+      : macro(sym),
+        above(cur_frame != nullptr ? cur_frame->serial : 0),
+        area_mark(mark),
+        line(at) {}
 
   symbol* macro;
+  unsigned above;   // the number of the frame that was on top when it was opened
   unit* area_mark;  // what macro_area_ptr goes back to
   int line;         // where its `(` stands
   int count = 0;    // complete arguments
@@ -49,8 +43,28 @@ struct macro_call {
   std::array<unit*, max_macro_args> args;  // the first `count`, and the one being collected
 };
 
-// The calls being collected, the innermost last.
+// The calls being collected, the innermost last. All of them were opened above the nearest file, or
+// above one that has ended since: no file is included while arguments are collected.
 std::vector<macro_call> open_calls;
+
+// The expansions in progress above the nearest file: those being read, and those whose arguments
+// are being collected.
+std::size_t expand_depth() {
+  const int read = cur_frame != nullptr ? cur_frame->depth : 0;
+  return static_cast<std::size_t>(read) + open_calls.size();
+}
+
+// The macro of the outermost of them; `sym` where there is none, since it is about to begin.
+const symbol* first_macro(const symbol* sym) {
+  const input_frame* outermost = nullptr;
+  for (const input_frame* f = cur_frame; f != nullptr && f->fp == nullptr; f = f->parent) {
+    if (f->macro != nullptr) outermost = f;
+  }
+  if (!open_calls.empty() && (outermost == nullptr || open_calls[0].above < outermost->serial)) {
+    return open_calls[0].macro;
+  }
+  return outermost != nullptr ? outermost->macro : sym;
+}
 
 // Where the treatment of a unit has got to: `c` is the unit to go on with, or a call was opened
 // whose arguments must be read first.
@@ -173,9 +187,9 @@ void append_run(Unit*& from) {
 void append_plain_run() {
   input_frame* f = cur_frame;
   if (!lanes || f == nullptr) return;
-  if (f->rdptr < f->lane_end) {
+  if (f->rdptr != f->line_end) {
     append_run(f->rdptr);
-  } else if (f->lane_open && f->macro != nullptr) {
+  } else if (f->macro != nullptr) {
     append_run(f->txptr);
   }
 }
@@ -239,11 +253,10 @@ void push_file_name() {
 
 // Too deep: what is left of the expansions in progress is thrown away.
 void give_up_expansion(const symbol* sym) {
-  alert_msg(115, alert_str(sym->name), alert_str(first_macro->name));
+  alert_msg(115, alert_str(sym->name), alert_str(first_macro(sym)->name));
   const bool discarding = cur_frame != nullptr && cur_frame->fp == nullptr;
   while (cur_frame != nullptr && cur_frame->fp == nullptr) get();
   if (discarding) unget();
-  expand_depth = 0;
 }
 
 // Looks for the `(` of a call. Without one, gives back what was passed over as at most a newline
@@ -286,8 +299,7 @@ enum class expansion { none, done, call_opened };
 
 expansion expand(symbol* sym) {
   if (settings.macro_report) report_macro(sym);
-  if (expand_depth++ == 0) begin_chain(sym);
-  if (expand_depth >= expand_depth_limit) {
+  if (expand_depth() + 1 >= expand_depth_limit) {
     give_up_expansion(sym);
     return expansion::none;
   }
@@ -332,7 +344,6 @@ step consider(int c) {
 }
 
 step start(int c) {
-  if (in_file_frame()) expand_depth = 0;
   return begins_identifier(c) ? consider(c) : resolved(c);
 }
 

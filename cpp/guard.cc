@@ -12,6 +12,7 @@
 #include <string_view>
 
 #include "cpp/lanes.h"
+#include "cpp/lanescan.h"
 #include "cpp/reader.h"
 #include "cpp/scan.h"
 
@@ -155,14 +156,12 @@ class header_scan {
   // The rest of a skipped line, with the lines joined to it.
   bool pass_skipped_text() {
     for (;;) {
-      p_ = find_any(p_, end_, '/', '\\', '\n');
-      if (*p_ == '\n') break;
+      p_ = lane::find_skipped_end(p_, end_);
+      if (p_ == end_ || *p_ == '\n') break;
       if (*p_ == '\\') {
         if (!pass_backslashes()) return false;
-      } else if (at_comment()) {
-        if (!pass_comment()) return false;
-      } else {
-        ++p_;
+      } else if (!at_comment() || !pass_comment()) {
+        return false;
       }
     }
     pass_newline();

@@ -374,7 +374,7 @@ unsigned char* past_look_ahead(unsigned char* p) {
 // the unit behind it has no effect when it is read ahead.
 bool evaluator::take_calm_token(token& found) {
   input_frame* f = cur_frame;
-  if (!lanes || f == nullptr || f->above_text || f->rdptr >= f->lane_end || settings.cmode_asm) {
+  if (!lanes || f == nullptr || f->rdptr == f->line_end || settings.cmode_asm) {
     return false;
   }
   unsigned char* const p = lane::skip_blanks(f->rdptr);
@@ -438,7 +438,6 @@ bool evaluator::take_calm_word(unsigned char* p, token& found) {
     if_operand value;
     if (have_operand || nvalues == values.size() || !number_of(macro, value)) return false;
     found = give(value.value, value.is_signed);
-    cur_frame->pop_tally = 0;  // the number's units would have settled it
   } else if (word == "defined") {
     const defined_name name = calm_defined_name(behind);
     if (name.start == nullptr) return false;

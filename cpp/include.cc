@@ -265,7 +265,7 @@ std::string& candidate_path() {
 // Lane: takes the name from the line of the file on top if nothing in it is translated or too much.
 bool take_name(unsigned char close) {
   input_frame* f = cur_frame;
-  if (!lanes || f == nullptr || f->rdptr >= f->lane_end) return false;
+  if (!lanes || f == nullptr || f->rdptr == f->line_end) return false;
   unsigned char* name = f->rdptr;
   const void* end = std::memchr(name, close, static_cast<std::size_t>(f->line_end - name));
   if (end == nullptr) return false;

@@ -148,6 +148,21 @@ inline const Unit* end_of_quoted(const Unit* p) {
   return p + 1;
 }
 
+/// The end of the literal that the quote at `p`, in a skipped line, opens and the line closes; just
+/// behind the quote where the line does not close it. Null where the plain path must tell: where
+/// raw text is translated, and where the line does not end before `limit`.
+template <class Text>
+Text* skipped_literal_end(Text* p, Text* limit) {
+  Text* const opened = p + 1;
+  for (p = opened;; ++p) {
+    p = find_any(p, limit, *(opened - 1), '\\', '\n', '?', 0);
+    if (p == limit || *p == 0 || (*p == '?' && p[1] == '?')) return nullptr;
+    if (*p == '\n') return opened;
+    if (*p == opened[-1]) return p + 1;
+    if (*p == '\\' && p[1] != '\n' && p[1] != 0 && p[1] != '?') ++p;
+  }
+}
+
 /// A token that is a word with a record in the macro table sets `macro`; for others it stays as it
 /// is.
 template <class Unit>
@@ -186,6 +201,36 @@ inline unsigned char* end_of_comment(unsigned char* p, unsigned char* newline_at
   }
   p += 2;
   return *p == 0 ? nullptr : p;
+}
+
+/// The first byte in [p, limit) that ends a line of a skipped group or can matter there, or
+/// `limit`. `p` is not inside a literal.
+template <class Text>
+Text* find_skipped_end(Text* p, Text* limit) {
+  for (;; ++p) {
+    p = find_any(p, limit, '\n', '/', '\\', '?', '"', '\'', 0);
+    if (p == limit) return p;
+    switch (*p) {
+      case '/':
+        if (p[1] == '*' || p[1] == '/') return p;
+        break;
+      case '\\':
+        if (!plain.in_file[p[1]] || kinds[p[1]] == blank) return p;
+        break;
+      case '?':
+        if (p[1] == '?') return p;
+        break;
+      case '"':
+      case '\'': {
+        Text* const end = skipped_literal_end(p, limit);
+        if (end == nullptr) return p;
+        p = end - 1;
+        break;
+      }
+      default:
+        return p;
+    }
+  }
 }
 
 /// Leaves in the line what the reader leaves there of a comment, which ends at `behind`: a space in

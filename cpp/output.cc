@@ -63,7 +63,7 @@ void write_plain_marker() {
   start_line();
   out_text("# ");
   out_number(cur_line);
-  if (in_file_frame()) write_changed_name(cur_frame);
+  if (in_file_frame()) write_changed_name(frame_read());
 }
 
 // ---- Markers that other compilers read.

@@ -32,7 +32,6 @@ int cur_line = 0;
 bool need_linemark = false;
 bool raw_read = false;
 bool line_shown = false;
-int expand_depth = 0;
 std::string forced_includes;
 bool keep_comments_now = false;
 
@@ -45,20 +44,22 @@ bool no_arg_subst = false;
 bool semicolon_comments = false;
 
 // The prelude: the position in forced_includes of the next byte to deliver. Everything before the
-// first line of the outermost frame comes from there; outer_lines counts the lines read from that
-// frame, so that unget() knows where the unit before the first one came from.
+// first line of the outermost frame comes from there.
 std::size_t forced_pos = 0;
-int outer_lines = 0;
 
-// Reading ahead behind a `/` or a backslash can remove the frame that held it. unget() could then
-// not step back onto it: it would give back a unit of another frame, and a reference to the
-// argument that has just ended would be read for ever. Such a unit is kept here, with the place
-// where reading stands behind it.
+// Where reading stands: before a unit of the frame on top. No two places of a run are the same.
+struct place {
+  unsigned serial;  // the frame, 0 without one
+  unsigned line;    // lines loaded so far: what a block's bytes are changes with them
+  const void* at;   // the read position
+  bool operator==(const place&) const = default;
+};
+
+// A unit that was delivered, and that stepping back one position from `behind` would not deliver
+// again: reading ahead of it has gone on to another frame, or has changed what lies between.
 struct {
-  int unit;           // 0: none
-  unsigned serial;    // the frame on top when it was delivered,
-  const void* place;  // and the read position there
-  bool ungot;         // the next get() delivers it again
+  int unit;
+  place behind;
 } detached;
 
 // Results of the translation steps that are no units.
@@ -79,30 +80,12 @@ input_frame* push_frame(int size, const unit* name) {
   f->name = name;
   f->serial = ++frames_pushed;
   f->parent = cur_frame;
-  if (cur_frame != nullptr) cur_frame->saved_line = cur_line;
+  if (cur_frame != nullptr) {
+    cur_frame->saved_line = cur_line;
+    f->depth = cur_frame->depth;
+  }
   cur_frame = f;
   return f;
-}
-
-void lower_depth(int n) {
-  expand_depth = n < expand_depth ? expand_depth - n : 0;
-}
-
-void settle(input_frame* below) {
-  lower_depth(below->pop_tally);
-  below->pop_tally = 0;
-}
-
-// Tells expand_depth of the frames removed above a frame, one read late: what this read removed is
-// noted below the frame, and settled by the next read that removes nothing.
-void account(const input_frame* f, int pops) {
-  input_frame* below = f->parent;
-  if (below == nullptr) return;
-  if (pops == 0) {
-    settle(below);
-  } else {
-    below->pop_tally += pops;
-  }
 }
 
 void drop_top_frame() {
@@ -113,7 +96,7 @@ void drop_top_frame() {
   if (cur_frame != nullptr) cur_line = cur_frame->saved_line;
 }
 
-void remove_text_frame(int& pops) {
+void remove_text_frame() {
   const input_frame* f = cur_frame;
   if (f->macro != nullptr) {
     if (--f->macro->disable < 0) alert_msg_fatal(158, alert_str(f->macro->name));
@@ -122,8 +105,6 @@ void remove_text_frame(int& pops) {
     ++f->arg_of->disable;
     sym_release(f->arg_of);
   }
-  ++pops;
-  lower_depth(f->pop_tally);
   drop_top_frame();
 }
 
@@ -150,14 +131,15 @@ void push_argument(int n) {
 
 // ---- Lines.
 
+unsigned lines_loaded = 0;
+
 bool load_line(input_frame* f) {
   source_line line;
   if (!source_next_line(f->fp, line)) return false;
-  if (f->parent == nullptr) ++outer_lines;
   f->rdptr = f->line_start = line.start;
-  f->line_end = f->lane_end = line.end;
+  f->line_end = line.end;
   f->settled_backslashes = nullptr;
-  detached.unit = 0;
+  ++lines_loaded;
   line_shown = false;
   return true;
 }
@@ -165,12 +147,40 @@ bool load_line(input_frame* f) {
 // A zero byte ends the stored line; the rest of the physical line is lost.
 int cut_line_at_zero(input_frame* f) {
   f->rdptr[-1] = '\n';
-  f->line_end = f->lane_end = f->rdptr;
+  f->line_end = f->rdptr;
   return '\n';
 }
 
 bool is_blank(int c) {
   return c == '\t' || c == 0x1F || c == ' ';
+}
+
+// ---- Units given back.
+
+place here() {
+  const input_frame* f = cur_frame;
+  if (f == nullptr) return {};
+  if (f->fp == nullptr) return {f->serial, 0, f->txptr + (f->at_end ? 1 : 0)};
+  if (f->line_start == nullptr) return {f->serial, 0, forced_includes.data() + forced_pos};
+  return {f->serial, lines_loaded, f->rdptr};
+}
+
+// Notes that `c`, which is about to be delivered, cannot be had again by stepping back.
+void detach(int c) {
+  detached = {c, here()};
+}
+
+// With the look-ahead behind `c` given back: delivers `c`, behind which reading stood at `behind`.
+int deliver_read_ahead_of(int c, const place& behind) {
+  if (here() != behind) detach(c);
+  return c;
+}
+
+// Makes `c` the next unit to be delivered, as it is.
+void give_back(int c) {
+  const unit text[] = {static_cast<unit>(c), 0};
+  push_text(text);
+  cur_frame->given_back = true;
 }
 
 // ---- Trigraphs.
@@ -200,6 +210,27 @@ int trigraph_for(int third) {
   }
 }
 
+// The raw unit at `p`, which moves on behind it. Only lines have trigraphs.
+int take_raw(const unsigned char*& p) {
+  const int replacement = p[0] == '?' && p[1] == '?' ? trigraph_for(p[2]) : 0;
+  p += replacement != 0 ? 3 : 1;
+  return replacement != 0 ? replacement : p[-1];
+}
+int take_raw(const unit*& p) {
+  return *p++;
+}
+
+// Whether the literal whose text begins at `p` ends with `quote` before a newline and a zero.
+template <class Unit>
+bool closes(const Unit* p, int quote) {
+  for (;;) {
+    int c = take_raw(p);
+    if (c == quote) return true;
+    if (c == '\\') c = take_raw(p);
+    if (c == '\n' || c == 0) return false;
+  }
+}
+
 // With a `?` just taken from the file frame `f`: replaces the trigraph that starts there and
 // returns its character, or 0. The replacement is stored where the third unit was, for unget().
 int replace_trigraph(input_frame* f) {
@@ -226,48 +257,16 @@ bool blank_follows() {
   return *f->txptr == '\n' || is_blank(*f->txptr) || *f->txptr == MARK_PASTE;
 }
 
-// Puts a space where the `/` that closed a comment was, so that unget() and get() deliver the
-// space.
-void overwrite_last_unit_with_space() {
+// The space that a comment is replaced by. In a line it is put where the `/` that closed the
+// comment was: a message that shows the line shows it there.
+int comment_space() {
   input_frame* f = cur_frame;
-  if (f == nullptr) return;
-  if (f->fp != nullptr) {
-    if (f->rdptr != f->line_start) f->rdptr[-1] = ' ';
+  if (f != nullptr && f->rdptr != f->line_start) {
+    f->rdptr[-1] = ' ';
   } else {
-    f->txptr[-1] = ' ';
+    detach(' ');
   }
-}
-
-// The number of the frame on top, 0 without one.
-unsigned top_serial() {
-  return cur_frame != nullptr ? cur_frame->serial : 0;
-}
-
-const void* read_place(const input_frame* f) {
-  if (f->fp != nullptr) return f->rdptr;
-  return f->txptr;
-}
-
-// With the look-ahead behind `c` given back: `c` is the unit to deliver, read from frame number
-// `serial`.
-int deliver_read_ahead_of(int c, unsigned serial) {
-  if (cur_frame != nullptr && cur_frame->serial != serial) {
-    detached = {c, cur_frame->serial, read_place(cur_frame), false};
-  }
-  return c;
-}
-
-// Takes back the detached unit if it is the last one delivered. Closes the lanes of the frame on
-// top, so that the next get() looks here first.
-bool unget_detached(input_frame* f) {
-  if (detached.unit == 0 || detached.ungot || detached.serial != f->serial ||
-      detached.place != read_place(f)) {
-    return false;
-  }
-  detached.ungot = true;
-  f->lane_open = false;
-  f->lane_end = f->line_start;
-  return true;
+  return ' ';
 }
 
 // The first place in [p, limit) that can matter in the text of a block comment, at the start of
@@ -285,7 +284,7 @@ unsigned char* find_in_comment(unsigned char* p, unsigned char* limit) {
 // Comment text is read raw, unit by unit; `frame` is the number of the frame that the last unit
 // came from.
 struct comment_text {
-  unsigned frame = top_serial();
+  unsigned frame = cur_frame != nullptr ? cur_frame->serial : 0;
   bool copied = keep_comments_now;
 
   int next(bool copy_this) {
@@ -301,7 +300,7 @@ struct comment_text {
   // Lane: passes over file text that is neither special to comments nor translated in raw mode.
   void skip_plain(unsigned char a, unsigned char b) const {
     input_frame* f = cur_frame;
-    if (!lanes || copied || f == nullptr || f->rdptr >= f->lane_end) return;
+    if (!lanes || copied || f == nullptr || f->rdptr == f->line_end) return;
     unsigned char* p = f->rdptr;
     for (;; ++p) {
       p = find_any(p, f->line_end - 1, a, b, '?', 0);
@@ -313,7 +312,7 @@ struct comment_text {
   // Lane: passes over text of a block comment that cannot matter, and over whole lines of it.
   void skip_block_lines() const {
     input_frame* f = cur_frame;
-    if (!lanes || copied || f == nullptr || f->rdptr >= f->lane_end) return;
+    if (!lanes || copied || f == nullptr || f->rdptr == f->line_end) return;
     unsigned char* const limit = ahead_limit(f);
     if (limit == nullptr) {
       skip_plain('*', '/');
@@ -367,9 +366,7 @@ int block_comment(comment_text text) {
     c = text.next(true);
   }
   raw_read = false;
-  if (blank_follows()) return read_on;
-  overwrite_last_unit_with_space();
-  return ' ';
+  return blank_follows() ? read_on : comment_space();
 }
 
 int line_comment(comment_text text, int c) {
@@ -384,12 +381,13 @@ int line_comment(comment_text text, int c) {
     c = text.next(true);
   }
   raw_read = false;
+  if (c == 0) detach('\n');
   return '\n';
 }
 
 // With `/` or `;` just read outside raw mode: returns the unit to deliver, or read_on.
 int comment(int opener) {
-  const unsigned serial = top_serial();
+  const place behind = here();
   raw_read = true;
   no_arg_subst = true;
   const int c = get();
@@ -397,7 +395,7 @@ int comment(int opener) {
   if (opener == '/' && c != '/' && c != '*') {
     raw_read = false;
     unget();
-    return deliver_read_ahead_of('/', serial);
+    return deliver_read_ahead_of('/', behind);
   }
   if (keep_comments_now) {
     put_char_out(opener);
@@ -409,6 +407,11 @@ int comment(int opener) {
 }
 
 // ---- Units.
+
+// Whether the carriage return just taken from `f` belongs to the end of a line, CR LF.
+bool ends_with_newline(const input_frame* f) {
+  return f->rdptr != f->line_end && *f->rdptr == '\n';
+}
 
 // The translation of a unit taken from `f`, common to both kinds of frame.
 int translate(const input_frame* f, int c) {
@@ -426,13 +429,13 @@ int translate(const input_frame* f, int c) {
     case '\f':
       return raw_read ? c : ' ';
     case '\r':
-      return raw_read ? c : read_on;
+      return raw_read && !ends_with_newline(f) ? c : read_on;
     default:
       return c;
   }
 }
 
-int take_from_file(input_frame* f, int pops) {
+int take_from_file(input_frame* f) {
   if (f->parent == nullptr && forced_pos < forced_includes.size()) {
     return static_cast<unsigned char>(forced_includes[forced_pos++]);
   }
@@ -441,9 +444,6 @@ int take_from_file(input_frame* f, int pops) {
     return cur_frame == nullptr ? 0 : read_on;
   }
   int c = *f->rdptr++;
-  account(f, pops);
-  // What this read removed is settled by the next one, which must therefore not take a lane.
-  f->lane_end = pops == 0 || f->parent == nullptr ? f->line_end : f->line_start;
   if (c == 0) {
     c = cut_line_at_zero(f);
   } else if (c == '?') {
@@ -455,39 +455,35 @@ int take_from_file(input_frame* f, int pops) {
   return translate(f, c);
 }
 
-int take_from_text(input_frame* f, int& pops) {
-  if (f->at_end) {
-    remove_text_frame(pops);
+int take_from_text(input_frame* f) {
+  const int c = *f->txptr;
+  if (c == 0) {
+    if (f->macro != nullptr && !f->at_end) {
+      f->at_end = true;
+      return MARK_EXP_END;
+    }
+    remove_text_frame();
     return cur_frame == nullptr ? 0 : read_on;
   }
-  const int c = *f->txptr++;
-  if (c == 0) {
-    if (f->macro == nullptr) {
-      remove_text_frame(pops);
-      return cur_frame == nullptr ? 0 : read_on;
-    }
-    f->at_end = true;
-    f->lane_open = false;
-    return MARK_EXP_END;
-  }
+  ++f->txptr;
+  if (f->given_back) return c;
   if (is_param_ref(c) && !no_arg_subst) {
     push_argument(c - MARK_PARAM_BASE);
     return read_on;
   }
-  if (c == MARK_NOEXPAND && f->parent == nullptr) return c;
-  account(f, pops);
-  f->lane_open = pops == 0;
   return translate(f, c);
 }
 
 // One unit, translated, except that a backslash that may join lines is left to the caller.
 int get_unjoined() {
-  int pops = 0;
   int c;
   do {
     input_frame* f = cur_frame;
-    if (f == nullptr) return 0;
-    c = f->fp != nullptr ? take_from_file(f, pops) : take_from_text(f, pops);
+    if (f == nullptr) {
+      detached.unit = 0;
+      return 0;
+    }
+    c = f->fp != nullptr ? take_from_file(f) : take_from_text(f);
   } while (c == read_on);
   return c;
 }
@@ -513,31 +509,34 @@ bool is_joining_blank(int c) {
 // backslash. Each pending backslash is one that reads ahead; the innermost is decided first, and
 // what it delivers is what the one before it has read ahead.
 int join_lines() {
-  enum : unsigned char { waiting, seen_blank };
-  static std::vector<unsigned char> pending;
+  struct waiting {
+    place behind;
+    bool seen_blank;
+  };
+  static std::vector<waiting> pending;
   const std::size_t outermost = pending.size();
-  pending.push_back(waiting);
+  pending.push_back({here(), false});
   while (pending.size() > outermost) {
     int c = get_unjoined();
     if (c == joining_backslash) {
-      pending.push_back(waiting);
+      pending.push_back({here(), false});
       continue;
     }
     for (;;) {
       if (c == '\n') {
-        if (pending.back() == seen_blank) alert_msg(1342);
+        if (pending.back().seen_blank) alert_msg(1342);
         need_linemark = true;
         c = get_unjoined();
         if (c == joining_backslash) {
-          pending.back() = waiting;
+          pending.back() = {here(), false};
           break;
         }
       } else if (is_joining_blank(c)) {
-        pending.back() = seen_blank;
+        pending.back().seen_blank = true;
         break;
       } else {
         unget();
-        c = '\\';
+        c = deliver_read_ahead_of('\\', pending.back().behind);
       }
       pending.pop_back();
       if (pending.size() == outermost) return c;
@@ -546,19 +545,18 @@ int join_lines() {
   return 0;
 }
 
-// Lane: with a file on top whose reads need no accounting, takes the newline of the current line,
-// or the first unit of the next line where that is a plain one. Otherwise read_on.
+// Lane: with a file on top, takes the newline of the current line, or the first unit of the next
+// line where that is a plain one. Otherwise read_on.
 int take_line_end() {
   input_frame* f = cur_frame;
   if (!lanes || f == nullptr) return read_on;
-  if (f->rdptr < f->lane_end) {
+  if (f->rdptr != f->line_end) {
     if (*f->rdptr != '\n') return read_on;
     ++f->rdptr;
     count_line();
-    detached.unit = 0;
     return '\n';
   }
-  if (at_lane_end(f) && load_line(f) && plain.in_file[*f->rdptr]) return *f->rdptr++;
+  if (at_line_end(f) && load_line(f) && plain.in_file[*f->rdptr]) return *f->rdptr++;
   return read_on;
 }
 
@@ -583,34 +581,37 @@ void set_semicolon_comments(bool on) {
 
 int get_slow() {
   if (const int c = take_line_end(); c != read_on) return c;
-  if (detached.ungot) {
-    detached.ungot = false;
-    return detached.unit;
-  }
-  detached.unit = 0;
   const int c = get_unjoined();
   if (c != joining_backslash) return c;
-  if (backslash_stands_alone()) return '\\';
-  const unsigned serial = top_serial();
-  const int joined = join_lines();
-  return joined == '\\' ? deliver_read_ahead_of(joined, serial) : joined;
+  return backslash_stands_alone() ? '\\' : join_lines();
 }
 
 void unget() {
   input_frame* f = cur_frame;
-  if (f == nullptr || unget_detached(f)) return;
-  if (f->fp == nullptr) {
-    if (f->txptr == f->buf) alert_msg_fatal(159);
-    --f->txptr;
-    f->at_end = false;
+  if (detached.unit != 0 && detached.behind == here()) {
+    give_back(detached.unit);
+  } else if (f == nullptr) {
     return;
-  }
-  if (f->parent == nullptr && outer_lines <= 1 && f->rdptr == f->line_start && forced_pos > 0) {
+  } else if (f->fp == nullptr) {
+    if (f->at_end) {
+      f->at_end = false;
+    } else {
+      if (f->txptr == f->buf) alert_msg_fatal(159);
+      --f->txptr;
+    }
+  } else if (f->parent == nullptr && f->line_start == nullptr && forced_pos > 0) {
     --forced_pos;
-    return;
+  } else {
+    if (f->rdptr == f->line_start) alert_msg_fatal(159);
+    if (*--f->rdptr == '\n') count_line(-1);
   }
-  if (f->rdptr == f->line_start) alert_msg_fatal(159);
-  if (*--f->rdptr == '\n') count_line(-1);
+}
+
+bool literal_closes(int quote) {
+  const input_frame* f = cur_frame;
+  if (f == nullptr) return false;
+  if (f->fp == nullptr) return closes(f->txptr, quote);
+  return f->rdptr != f->line_end && closes(f->rdptr, quote);
 }
 
 bool load_next_line() {
@@ -622,24 +623,18 @@ unsigned char* ahead_limit(const input_frame* f) {
 }
 
 void pass_over_lines(input_frame* f, unsigned char* last, unsigned char* end, int count) {
-  if (f->parent == nullptr) outer_lines += count;
   count_line(count);
   f->line_start = last;
-  f->rdptr = f->line_end = f->lane_end = end;
+  f->rdptr = f->line_end = end;
   f->fp->next = end;
   f->settled_backslashes = nullptr;
-  detached.unit = 0;
+  ++lines_loaded;
   line_shown = false;
 }
 
 bool load_first_line() {
   input_frame* f = cur_frame;
-  if (f->line_end != nullptr || f->fp == nullptr || f->parent == nullptr || detached.ungot ||
-      !load_line(f)) {
-    return false;
-  }
-  account(f, 0);
-  return true;
+  return f->line_end == nullptr && f->fp != nullptr && f->parent != nullptr && load_line(f);
 }
 
 input_frame* push_file(source_file* file, const char* name) {
@@ -649,15 +644,13 @@ input_frame* push_file(source_file* file, const char* name) {
   f->name = f->buf;
   f->path = name;
   f->fp = file;
-  f->above_text = f->parent != nullptr && (f->parent->fp == nullptr || f->parent->above_text);
+  f->depth = 0;
   cur_line = 1;
   need_linemark = true;
   return f;
 }
 
 void pass_over_file() {
-  settle(cur_frame);
-  detached.unit = 0;
   line_shown = false;
   need_linemark = true;
 }
@@ -671,6 +664,7 @@ void push_text(const unit* text) {
 input_frame* push_expansion(symbol* macro) {
   input_frame* f = push_frame(frame_capacity, macro->name);
   f->macro = macro;
+  ++f->depth;
   ++macro->frame_refs;
   f->buf[0] = 0;
   return f;

@@ -31,13 +31,12 @@ inline constexpr int frame_capacity = 10240;
 /// One active input source. `fp` alone tells the kinds apart: set in a file frame, null in a text
 /// frame. Frames live on a stack of their own and are recycled by the reader.
 struct input_frame {
-  unsigned char* rdptr;     ///< file frames: the next byte of the current line
-  unsigned char* line_end;  ///< file frames: just after the current line's newline
-  unsigned char* lane_end;  ///< file frames: units before this can be taken without any accounting
-  unit* txptr;              ///< text frames: the next unit of `buf`
-  bool lane_open;           ///< text frames: plain units can be taken without any accounting
+  unsigned char* rdptr;       ///< file frames: the next byte of the current line, else null
+  unsigned char* line_end;    ///< file frames: just after the current line's newline, else null
+  unit* txptr;                ///< text frames: the next unit of `buf`
   unsigned char* line_start;  ///< file frames: the start of the current line
   int saved_line;             ///< cur_line of this frame while another lies on top of it
+  int depth;                  ///< expansions from here down to the nearest file, this one included
   source_file* fp;            ///< the file of a file frame
   unsigned serial;            ///< the number of the frame in the order of pushing, from 1
   input_frame* parent;        ///< the frame below, null for the outermost
@@ -47,12 +46,10 @@ struct input_frame {
   unit** args;                ///< expansion frames: argument texts, null where none was given
   int arg_count;              ///< entries in `args`
   const unit* line_name;      ///< a file name given by #line, or null
-  int pop_tally;    ///< frames removed above this one that expand_depth has not yet been told of
-  bool at_end;      ///< text frames: MARK_EXP_END has been delivered
-  symbol* arg_of;   ///< argument frames: the macro whose argument this is
-  unit* buf;        ///< text frames: the text to deliver
-  bool above_text;  ///< file frames: a text frame lies somewhere below, where what expand_depth has
-                    ///< come to in this file is seen; its lines take no lane
+  bool at_end;                ///< expansion frames: MARK_EXP_END has been delivered
+  bool given_back;            ///< text frames: one unit that unget() has put back, as it is
+  symbol* arg_of;             ///< argument frames: the macro whose argument this is
+  unit* buf;                  ///< text frames: the text to deliver
   unsigned char* settled_backslashes;  ///< file frames: backslashes before this join no lines
 };
 
@@ -72,8 +69,6 @@ extern bool need_linemark;
 extern bool raw_read;
 /// The current source line has been echoed by a diagnostic.
 extern bool line_shown;
-/// Macro expansions begun since the input last returned to a file frame.
-extern int expand_depth;
 /// The lines made by --include=, read before the first line of the primary file.
 extern std::string forced_includes;
 /// Comments are being copied to the output.
@@ -97,9 +92,9 @@ int get_slow();
 inline int get() {
   input_frame* f = cur_frame;
   if (lanes && f != nullptr) {
-    if (f->rdptr < f->lane_end) {
+    if (f->rdptr != f->line_end) {
       if (plain.in_file[*f->rdptr]) return *f->rdptr++;
-    } else if (f->lane_open && *f->txptr < 256 && plain.in_text[*f->txptr]) {
+    } else if (f->fp == nullptr && *f->txptr < 256 && plain.in_text[*f->txptr]) {
       return *f->txptr++;
     }
   }
@@ -111,18 +106,23 @@ inline int get() {
 inline bool next_is_plain() {
   const input_frame* f = cur_frame;
   if (!lanes || f == nullptr) return false;
-  if (f->rdptr < f->lane_end) return plain.in_file[*f->rdptr];
-  return f->lane_open && *f->txptr < 256 && plain.in_text[*f->txptr];
+  if (f->rdptr != f->line_end) return plain.in_file[*f->rdptr];
+  return f->fp == nullptr && *f->txptr < 256 && plain.in_text[*f->txptr];
 }
 
-/// Steps the current frame back by one unit. Fatal 159 when that would pass the start of the
-/// frame's text (for a file: of the current line).
+/// Gives back the unit that get() delivered last: the next get() delivers it again, whatever
+/// reading ahead of it has done. Where stepping the frame on top back by one unit would deliver
+/// another, the unit becomes a text of its own on top of the stack. Can be called repeatedly; fatal
+/// 159 when that would pass the start of the frame's text (for a file: of the current line).
 void unget();
 
-/// Whether the line of the file `f` is used up, and its next one can be loaded and read without any
-/// accounting.
-inline bool at_lane_end(const input_frame* f) {
-  return f->lane_end != nullptr && f->rdptr == f->lane_end && f->lane_end == f->line_end;
+/// Whether the literal opened by `quote`, just read, is closed on its line of a file, or in the
+/// text on top. Reads nothing.
+bool literal_closes(int quote);
+
+/// Whether a line of the file `f` has been loaded and is used up.
+inline bool at_line_end(const input_frame* f) {
+  return f->line_end != nullptr && f->rdptr == f->line_end;
 }
 
 /// Lane: with the line of the file on top used up, moves on to its next line. Returns false, and
@@ -172,9 +172,23 @@ inline const unit* effective_name(const input_frame* f) {
 /// Frees the frame of the primary input at the end of a run.
 void free_base_frame();
 
-/// Whether the frame on top is a file.
+/// The frame that is being read: the one on top, units given back not counted, or null.
+inline input_frame* frame_read() {
+  input_frame* f = cur_frame;
+  while (f != nullptr && f->given_back) f = f->parent;
+  return f;
+}
+
+/// Whether a file is being read.
 inline bool in_file_frame() {
-  return cur_frame != nullptr && cur_frame->fp != nullptr;
+  const input_frame* f = frame_read();
+  return f != nullptr && f->fp != nullptr;
+}
+
+/// Whether a text frame is being read.
+inline bool in_text_frame() {
+  const input_frame* f = frame_read();
+  return f != nullptr && f->fp == nullptr;
 }
 
 }  // namespace kv::cpp

@@ -10,6 +10,7 @@
 #include "common/alloc.h"
 #include "cpp/control.h"
 #include "cpp/lanes.h"
+#include "cpp/lanescan.h"
 #include "cpp/number.h"
 #include "cpp/options.h"
 #include "cpp/reader.h"
@@ -54,25 +55,29 @@ bool continues_id_byte(unit c) {
   return cls == CT_LETTER || cls == CT_DIGIT;
 }
 
+// The units of the identifier being gathered that count for its length.
+std::size_t significant_len = 0;
+
 // Lane: takes the part of an identifier that lies ahead in the buffer of the frame on top.
 template <class Unit>
 void take_id_run(Unit*& from, const Unit* end) {
   Unit* p = from;
   while (p != end && *p < 256 && continues_id_byte(*p)) ++p;
-  const std::size_t room = settings.ident_max - token_len;
+  const std::size_t room = settings.ident_max - significant_len;
   const auto run = static_cast<std::size_t>(p - from);
   const std::size_t kept = run < room ? run : room;
   for (std::size_t i = 0; i < kept; ++i) token_buf[token_len + i] = from[i];
   token_len += kept;
+  significant_len += kept;
   from = p;
 }
 
 void take_id_lane() {
   input_frame* f = cur_frame;
   if (!lanes || f == nullptr) return;
-  if (f->rdptr < f->lane_end) {
+  if (f->rdptr != f->line_end) {
     take_id_run(f->rdptr, f->line_end);
-  } else if (f->lane_open) {
+  } else if (f->fp == nullptr) {
     take_id_run(f->txptr, static_cast<const unit*>(nullptr));  // the text's zero ends the run
   }
 }
@@ -89,42 +94,47 @@ std::size_t work_len = 0;
 void set_ident_max(unsigned significant) {
   settings.ident_max = significant;
   std::free(token_buf);
-  token_buf = static_cast<unit*>(checked_alloc((significant + 1) * sizeof(unit)));
+  // Every significant unit can have a mark before it, and the zero, too.
+  token_buf = static_cast<unit*>(checked_alloc((2 * std::size_t{significant} + 2) * sizeof(unit)));
   token_len = 0;
 }
 
 namespace {
 
-// Lane: passes over skipped text up to the newline or something that can matter: a comment, a
-// joined line, a trigraph or a zero byte.
-void skip_plain_text(input_frame* f) {
-  unsigned char* p = f->rdptr;
-  for (;; ++p) {
-    p = find_any(p, f->line_end - 1, '/', '\\', '?', 0);
-    if (*p == '\n' || *p == '\\' || *p == 0) break;
-    if (*p == '?' ? p[1] == '?' : p[1] == '*' || !plain.in_file[p[1]]) break;
-  }
-  f->rdptr = p;
+// Lane: passes over what lies ahead of a skipped line and cannot matter.
+void skip_idle_text() {
+  input_frame* f = cur_frame;
+  if (!lanes || f == nullptr || f->rdptr == f->line_end || settings.cmode_asm) return;
+  f->rdptr = lane::find_skipped_end(f->rdptr, f->line_end - 1);
 }
 
-bool skips_in_bulk(const input_frame* f) {
-  return lanes && f != nullptr && f->rdptr < f->lane_end && !settings.cmode_asm;
+void drop(int /*c*/) {}
+
+// Stores the next unit of an identifier if it has room for it. One mark tells as much as several.
+void store_id_unit(int c) {
+  if (significant_len == settings.ident_max) return;
+  if (c != MARK_NOEXPAND) {
+    ++significant_len;
+  } else if (token_len != 0 && token_buf[token_len - 1] == MARK_NOEXPAND) {
+    return;
+  }
+  token_buf[token_len++] = static_cast<unit>(c);
 }
 
 }  // namespace
 
-void skip_line() {
-  int c;
-  do {
-    if (skips_in_bulk(cur_frame)) skip_plain_text(cur_frame);
+void skip_line(int c) {
+  while (!ends_line(c)) {
+    if (char_class(c) == CT_QUOTE && literal_closes(c)) scan_string(c, drop);
+    skip_idle_text();
     c = get();
-  } while (!ends_line(c));
+  }
 }
 
 void scan_id(int c) {
-  token_len = 0;
+  token_len = significant_len = 0;
   do {
-    if (token_len < settings.ident_max) token_buf[token_len++] = static_cast<unit>(c);
+    store_id_unit(c);
     take_id_lane();
     c = get();
   } while (c == MARK_NOEXPAND || (c < 256 && continues_id_byte(static_cast<unit>(c))));

@@ -79,8 +79,13 @@ inline int skip_ws() {
   return c;
 }
 
-/// Reads up to and including the next newline, or to the end of input.
-void skip_line();
+/// Passes over the unit `c`, already read, and what follows, up to and including the next newline
+/// or to the end of input. A literal that is closed on its line is passed over whole: nothing in it
+/// is translated. An open quote is a unit like any other.
+void skip_line(int c);
+inline void skip_line() {
+  skip_line(get());
+}
 
 /// Reads one unit, passing over MARK_PASTE and MARK_EXP_END.
 inline int get_nomark() {
@@ -92,7 +97,7 @@ inline int get_nomark() {
 }
 
 /// Gathers the identifier that begins with the unit `c` (already read) into token_buf; only the
-/// first ident_max units are kept.
+/// first ident_max units are kept, MARK_NOEXPAND not counted.
 void scan_id(int c);
 
 /// Passes the number that begins with `c`, a digit or a point already read, to `out`.
@@ -103,7 +108,8 @@ void scan_number(int c, output_routine out);
 /// back.
 bool scan_string(int q, output_routine out);
 
-/// The identifier last gathered: at most ident_max units and a terminating zero.
+/// The identifier last gathered: at most ident_max units, MARK_NOEXPAND not counted, and a
+/// terminating zero.
 extern unit* token_buf;
 /// The number of units in token_buf.
 extern std::size_t token_len;

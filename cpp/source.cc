@@ -50,6 +50,13 @@ void read_until(source_file* f, std::ptrdiff_t wanted) {
   }
 }
 
+// With the first bytes of the file read: a UTF-8 byte order mark is no text.
+void begin_text(source_file* f) {
+  f->begun = true;
+  if (f->limit - f->next >= 3 && std::memcmp(f->next, "\xEF\xBB\xBF", 3) == 0) f->next += 3;
+  f->text = f->next;
+}
+
 // Moves what is left to the front of the block and fills it up, so that a whole line lies in it
 // unless the file ends.
 void fill(source_file* f) {
@@ -58,18 +65,20 @@ void fill(source_file* f) {
   f->next = f->block;
   f->limit = f->block + left;
   read_until(f, line_capacity);
+  if (!f->begun) begin_text(f);
 }
 
 // Keeps the content, before anything is changed in the block, if the file fits into it.
 void keep_content(source_file* f, source_copy& keep, std::size_t expected) {
   read_until(f, static_cast<std::ptrdiff_t>(
                     expected != 0 && expected < source_block_size ? expected : source_block_size));
-  const auto size = static_cast<std::size_t>(f->limit - f->block);
-  if (size == expected) f->at_end = true;
+  if (static_cast<std::size_t>(f->limit - f->block) == expected) f->at_end = true;
+  begin_text(f);
+  const auto size = static_cast<std::size_t>(f->limit - f->text);
   if (!f->at_end || size == 0 || copies_size + size > copies_limit) return;
   keep.bytes = static_cast<unsigned char*>(checked_alloc_raw(size + search_slack));
   keep.size = size;
-  std::memcpy(keep.bytes, f->block, size);
+  std::memcpy(keep.bytes, f->text, size);
   keep.bytes[size] = '\n';
   copies_size += size;
 }
@@ -85,7 +94,8 @@ source_file* new_source() {
   f->copy = {};
   f->at_end = false;
   f->displaced_set = false;
-  f->next = f->limit = f->block;
+  f->begun = false;
+  f->next = f->limit = f->text = f->block;
   return f;
 }
 
@@ -99,9 +109,9 @@ source_file* source_open(int fd, source_copy* keep, std::size_t size) {
 }
 
 source_copy source_content(source_file* f) {
-  if (!f->at_end || f->next != f->block) return {};
+  if (!f->at_end || f->next != f->text) return {};
   *f->limit = '\n';
-  return {f->block, static_cast<std::size_t>(f->limit - f->block)};
+  return {f->text, static_cast<std::size_t>(f->limit - f->text)};
 }
 
 void source_forget(source_copy& copy) {
@@ -113,6 +123,7 @@ void source_forget(source_copy& copy) {
 source_file* source_open_copy(const source_copy& copy) {
   if (!host::take_file_place()) return nullptr;
   source_file* f = new_source();
+  f->begun = true;
   f->copy = copy;
   return f;
 }

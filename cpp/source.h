@@ -31,8 +31,10 @@ static_assert(search_slack >= name_slack);
 struct source_file {
   unsigned char* next;   ///< the first byte not yet handed out
   unsigned char* limit;  ///< the end of the bytes read
+  unsigned char* text;   ///< the first byte of the file's text, until the block is filled up again
   bool displaced_set;    ///< `displaced` belongs at `next`
   unsigned char displaced;
+  bool begun;        ///< the first bytes have been looked at for a byte order mark
   bool at_end;       ///< nothing more can be read
   int fd;            ///< -1 when a copy is read
   source_copy copy;  ///< what is left of it
@@ -46,7 +48,7 @@ struct source_file {
 /// again.
 source_file* source_open(int fd, source_copy* keep, std::size_t size);
 
-/// The whole content of a file of which no line has been read yet, as it lies in the file's block;
+/// The whole text of a file of which no line has been read yet, as it lies in the file's block;
 /// null where it does not fit in. Valid until a line is asked for.
 source_copy source_content(source_file* file);
 

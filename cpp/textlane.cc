@@ -131,11 +131,11 @@ void copy_units(input_frame* f) {
 
 lane_stop copy_plain_text(int& pending) {
   input_frame* f = cur_frame;
-  if (!lanes || f == nullptr || f->above_text || in_asm || settings.cmode_asm || !text_output()) {
+  if (!lanes || f == nullptr || in_asm || settings.cmode_asm || !text_output()) {
     return lane_stop::in_line;
   }
-  if (f->rdptr >= f->lane_end) {
-    if (f->lane_open) copy_units(f);
+  if (f->rdptr == f->line_end) {
+    if (f->fp == nullptr) copy_units(f);
     return lane_stop::in_line;
   }
   for (;;) {
