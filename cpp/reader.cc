@@ -10,6 +10,7 @@
 #include "cpp/reader.h"
 
 #include <cstddef>
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <new>
@@ -586,7 +587,9 @@ int get_slow() {
   return backslash_stands_alone() ? '\\' : join_lines();
 }
 
-void unget() {
+namespace {
+
+void step_back() {
   input_frame* f = cur_frame;
   if (detached.unit != 0 && detached.behind == here()) {
     give_back(detached.unit);
@@ -606,6 +609,53 @@ void unget() {
     if (*--f->rdptr == '\n') count_line(-1);
   }
 }
+
+}  // namespace
+
+#if defined(CPP_CHECKING)
+
+namespace {
+
+// A unit that get() delivered, or must deliver next: the promise holds where reading stands at the
+// same place and reads in the same mode.
+struct promise {
+  int unit;
+  bool raw;
+  place at;
+  bool holds() const { return raw == raw_read && at == here(); }
+};
+promise delivered = {-1, false, {}};
+promise due = {-1, false, {}};
+
+}  // namespace
+
+int get() {
+  const promise expected = due.unit >= 0 && due.holds() ? due : promise{-1, false, {}};
+  due.unit = -1;
+  const bool raw = raw_read;
+  const int c = get_unit();
+  if (expected.unit >= 0 && c != expected.unit) {
+    std::fprintf(stderr, "unget: %04X given back, %04X delivered\n", expected.unit, c);
+    std::abort();
+  }
+  delivered = {c, raw, here()};
+  return c;
+}
+
+void unget() {
+  const bool known = delivered.unit > 0 && delivered.holds();
+  step_back();
+  due = known ? promise{delivered.unit, raw_read, here()} : promise{-1, false, {}};
+  delivered.unit = -1;
+}
+
+#else
+
+void unget() {
+  step_back();
+}
+
+#endif
 
 bool literal_closes(int quote) {
   const input_frame* f = cur_frame;

@@ -89,7 +89,7 @@ int get_slow();
 /// Reads the next unit of the input after translation. Returns 0 when all input is consumed, and on
 /// every later call. Units from files are 0 to 255; text frames deliver markers as well. Raises
 /// 139, 179, 180, 1342 and 1470, and the fatal 152 and 158.
-inline int get() {
+inline int get_unit() {
   input_frame* f = cur_frame;
   if (lanes && f != nullptr) {
     if (f->rdptr != f->line_end) {
@@ -100,6 +100,14 @@ inline int get() {
   }
   return get_slow();
 }
+
+#if defined(CPP_CHECKING)
+int get();  ///< the same, and ends the process where it breaks the promise of unget()
+#else
+inline int get() {
+  return get_unit();
+}
+#endif
 
 /// Whether the next unit is one that get() delivers unchanged from the frame on top, so that
 /// reading it ahead would have no effect at all.
