@@ -82,9 +82,10 @@ TEST(Guard, LinesOfUpToTheLimitArePartOfIt) {
   EXPECT_EQ(seen(around(std::string(10239, 'x') + '\n')), "");
 }
 
-TEST(Guard, QuotesAndStrayCharactersOfSkippedTextHaveNoMeaning) {
+TEST(Guard, OfSkippedTextOnlyClosedLiteralsAndCommentsHaveAMeaning) {
   EXPECT_EQ(seen(around("'don\"t\n \"\\n\" '\\\\x' / * ? @ \\# //\n#error it's\n")), "G 5 1");
-  EXPECT_EQ(seen(around("\"/*\"\n\"*/\"\n")), "G 3 1");
+  EXPECT_EQ(seen(around("\"/*\"\n\"*/\"\n")), "G 4 1");
+  EXPECT_EQ(seen(around("\"/*\n\"*/\"\n")), "G 3 1");
 }
 
 }  // namespace
