@@ -9,6 +9,7 @@
 
 #include <dirent.h>
 #include <fcntl.h>
+#include <sys/auxv.h>
 #include <sys/random.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -20,6 +21,7 @@
 #include <csignal>
 #include <cstdint>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <ctime>
 #include <string_view>
@@ -488,7 +490,11 @@ std::string current_directory() {
 std::string program_path() {
   std::array<char, PATH_MAX> buffer;
   const ssize_t length = ::readlink("/proc/self/exe", buffer.data(), buffer.size());
-  return length > 0 ? std::string(buffer.data(), static_cast<std::size_t>(length)) : "";
+  if (length > 0) return {buffer.data(), static_cast<std::size_t>(length)};
+  // A bare root has no /proc. The kernel has also left the path that the program was started by.
+  const auto started_by = reinterpret_cast<const char*>(::getauxval(AT_EXECFN));
+  const bool is_known = started_by != nullptr && ::realpath(started_by, buffer.data()) != nullptr;
+  return is_known ? buffer.data() : "";
 }
 
 const char* error_text(int error) {
