@@ -68,6 +68,17 @@ need_clang() {
   done
 }
 
+# What makes the packages and looks at them.
+need_package_tools() {
+  need python3 python3
+  need unzip unzip
+  need dpkg-deb dpkg
+  need gzip gzip
+  need readelf binutils
+  need lintian lintian
+  need mandoc mandoc
+}
+
 need_windows_tools() {
   need x86_64-w64-mingw32-g++-posix g++-mingw-w64-x86-64-posix
   need x86_64-w64-mingw32-gcc-posix gcc-mingw-w64-x86-64-posix
