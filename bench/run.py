@@ -6,7 +6,8 @@
 Every workload is first preprocessed by us and by GNU cpp, and the tokens must be the same: a fast
 wrong answer is not measured. Then all programs take turns, so that a disturbance of the machine
 meets them all. The compilers' preprocessors are called without their drivers, as they would be if
-they were the program that the user starts. A full run writes docs/performance.md.
+they were the program that the user starts. A full run writes docs/performance.md
+and the figures of the README.
 """
 
 import argparse
@@ -235,6 +236,7 @@ def main():
         DOCUMENT.write_text(DOCUMENT_HEAD.format(runs=runs) + "\n" + "\n".join(
             machine(load) + ["", "## Two figures", ""] + figures + ["", "## Workloads", ""] + lines +
             ["", "## Milliseconds per MB at each size, by the fastest run, without an empty file's time", ""] + scaling) + "\n")
+        subprocess.run([sys.executable, ROOT / "tools" / "gen_readme.py"], check=True)
 
 
 if __name__ == "__main__":
