@@ -248,6 +248,11 @@ void alert_printf(const char* text, const Args&... args) {
   alert_vprintf(text, format_args(args...));
 }
 
+/// Reports message 296 and comes back. Nothing is looked up or loaded for it, as memory has run
+/// out: its text is that of the catalogue in use, if there is one already, else the built-in one.
+/// alloc_failed is the only caller.
+void alert_no_memory();
+
 /// Reports message 5 with the program's name and `code`, and ends the run with status 1.
 [[noreturn]] void alert_fatal(int code);
 

@@ -41,9 +41,6 @@ namespace {
 
 constexpr std::size_t line_piece = 255;  // what one read of a message file takes of a line
 
-// What a load that runs out of memory reports, while there is no table to look it up in.
-constexpr msg_entry no_memory_entry{ALERT_FATAL, 296, "out of memory", 0};
-
 enum class load_state { none, under_way, done };
 
 // The tables are vectors of msg_entry*, indexed by number. Entries are never freed once they are in
@@ -308,6 +305,11 @@ std::int32_t parse_level(std::string_view field) {
   return level;
 }
 
+const char* out_of_memory_text() {
+  const msg_entry* const entry = latest_table ? entry_at(latest_table, 296) : nullptr;
+  return entry ? entry->text : no_memory_text;
+}
+
 vector* first_message_table() {
   return first_table;
 }
@@ -412,8 +414,6 @@ msg_entry alert_lookup(std::uint32_t number) {
   if (const msg_entry* first = first_table ? entry_at(first_table, number) : nullptr) {
     result = *first;
     if (const msg_entry* latest = entry_at(latest_table, number)) result.text = latest->text;
-  } else if (loading == load_state::under_way && number == no_memory_entry.number) {
-    return no_memory_entry;
   }
   if (is_fatal_message(number)) result.type = ALERT_FATAL;
   apply_message_rules(result);

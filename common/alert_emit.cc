@@ -659,6 +659,12 @@ std::string alert_str(const char16_t* text16) {
   return text;
 }
 
+void alert_no_memory() {
+  saved_errno = errno;
+  run_prehook();
+  emit(error_branch, 296, out_of_memory_text(), {});
+}
+
 void alert_fatal(int code) {
   std::string name = program_path();
   name.erase(0, name.find_last_of("\\/:") + 1);

@@ -13,6 +13,12 @@ namespace kv {
 /// The built-in catalogue: lines in the format of a message file.
 extern const std::string_view builtin_catalogue;
 
+/// What message 296 says while no catalogue is in use.
+inline constexpr char no_memory_text[] = "out of memory";
+
+/// The text of message 296, looked up without asking for memory.
+const char* out_of_memory_text();
+
 /// The highest message number that a catalogue can hold.
 inline constexpr std::uint32_t max_message_number = 10000;
 

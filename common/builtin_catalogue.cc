@@ -40,5 +40,15 @@ constexpr bool fatal_entries_are_listed() {
 }
 static_assert(fatal_entries_are_listed(), "fatal_messages and the catalogue must agree");
 
+// Whether the catalogue has the line "296<TAB>F<TAB>no_memory_text".
+constexpr bool no_memory_text_is_listed() {
+  constexpr std::string_view number = "\n296\tF\t";
+  const std::string_view text = no_memory_text;
+  const std::string_view entry =
+      builtin_catalogue.substr(builtin_catalogue.find(number) + number.size(), text.size() + 1);
+  return entry.starts_with(text) && entry.ends_with('\n');
+}
+static_assert(no_memory_text_is_listed());
+
 }  // namespace
 }  // namespace kv

@@ -324,7 +324,10 @@ void db_vwarning(std::string_view text, std::span<const format_arg> args) {
 }
 
 void db_alert(std::string_view text) {
-  if (db_is_open()) write_trace(format_string("ALERT> %s", text));
+  if (!db_is_open()) return;
+  // In two pieces, because the line may say that there is no memory to join them in.
+  write_trace("ALERT> ");
+  write_trace(text);
 }
 
 void db_assert(const char* expr, const char* file, unsigned line) {

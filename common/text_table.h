@@ -69,8 +69,7 @@ class text_table {
     size = (size + alignof(entry) - 1) & ~(alignof(entry) - 1);
     if (room_left_ < size) {
       room_left_ = size > chunk_size ? size : chunk_size;
-      room_ = static_cast<char*>(std::malloc(room_left_));
-      if (room_ == nullptr) alloc_failed();
+      room_ = static_cast<char*>(checked_alloc_raw(room_left_));
     }
     void* room = room_;
     room_ += size;

@@ -8,6 +8,7 @@
 #include <string>
 
 #include "common/alert.h"
+#include "common/alloc.h"
 #include "common/getargs.h"
 #include "common/hash.h"
 #include "common/host.h"
@@ -140,6 +141,7 @@ void start_dependencies(int nfiles, char** argv) {
 }
 
 void start(int argc, char** argv) {
+  alloc_prepare();
   host::prepare_standard_handles();
   saved_stdout_fd = host::duplicate(fd_out);
   set_up_messages();

@@ -14,8 +14,10 @@
 #include <filesystem>
 #include <fstream>
 #include <functional>
+#include <new>
 #include <string>
 
+#include "common/alloc.h"
 #include "common/pathcmp.h"
 #include "common/vector.h"
 
@@ -102,6 +104,39 @@ TEST_F(AlertDeathTest, FatalMessagesStayFatalWhateverAMessageFileCallsThem) {
       EXPECT_TRUE(said.ends_with(line)) << said;
     }
   }
+}
+
+TEST_F(AlertDeathTest, ExhaustedMemoryIsReportedOnceHoweverOftenItRunsOut) {
+  file("20990101000000_en.msgs", "296\tM\tof the file\n");
+  const char said[] = "a.c: 12: (296) out of memory\n";
+  const auto fail = [] {
+    alloc_prepare();
+    at_line(u"a.c", 12);
+    std::get_new_handler()();  // as a failing `new` does
+  };
+  EXPECT_EQ(run(fail), said);  // no message file is read for it
+  EXPECT_EQ(status_, left_with + 1);
+
+  EXPECT_EQ(run([&] {
+              alert_set_exit([](int) { alloc_failed(); });
+              fail();
+            }),
+            said);
+  EXPECT_EQ(status_, 1);  // the way out needed memory, too
+
+  EXPECT_EQ(run([&] {
+              alert_set_prehook([] { alloc_failed(); });
+              fail();
+            }),
+            "(296) out of memory\n");
+  EXPECT_EQ(status_, 1);
+
+  EXPECT_EQ(run([&] {
+              alert_lookup(296);
+              fail();
+            }),
+            "a.c: 12: (296) of the file\n");
+  EXPECT_EQ(status_, left_with + 1);
 }
 
 TEST_F(AlertDeathTest, TemplatesFillTheirPlaceholders) {
