@@ -95,6 +95,7 @@ bool zip_archive::convert_to_writer() {
 }
 
 bool zip_archive::create(const char* path) {
+  if (*path == '\0') return false;  // a file would come of the work file's name alone
   path_ = path;
   work_path_ = path_ + "." + host::fresh_name();
   return open_writer(APPEND_STATUS_CREATE);
