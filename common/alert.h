@@ -93,7 +93,7 @@ const char* msg_lang_code(int language);
 /// program, else in the current directory. The built-in catalogue goes by its name alone.
 std::string msg_filename(int language);
 
-/// Appends the message files in `directory` to `list`, a vector of interned strings (const char*),
+/// Appends the message files (regular files, or links to one) in `directory` to `list`, a vector of interned strings (const char*),
 /// and returns how many there were. A null directory or list, or a directory that does not exist,
 /// gives 0.
 unsigned findMsgFiles(const char* directory, int language, vector* list);
@@ -106,13 +106,15 @@ std::uint64_t getMsgFileVersion(std::string_view name);
 const char* builtin_catalogue_name();
 
 /// Loads a message file, or the built-in catalogue when `path` is its name, and makes it the source
-/// of the texts; the first table ever loaded also fixes types and levels. Returns the table (a
-/// vector of const msg_entry*, indexed by number; owned by the message system), or null, with
-/// nothing changed, when the file cannot be opened. Prints message 3 for each malformed line.
+/// of the texts; the first table ever loaded also fixes types and levels, and that may be this one,
+/// as nothing is loaded before it. Returns the table (a vector of const msg_entry*, indexed by
+/// number; owned by the message system), or null, with nothing changed, when there is no such
+/// regular file or it cannot be opened. Prints message 3 for each malformed line, of which the
+/// twentieth is the last line that is read.
 vector* alert_load_msgs(const char* path);
 
 /// Takes up the message file `path` unless it is older than the one in use. Returns false when the
-/// file does not exist or cannot be loaded, else true.
+/// file does not exist, is no regular file or cannot be loaded, else true.
 bool open_edf(const char* path);
 
 /// open_edf for the best message file of a directory. Returns false when there is no such

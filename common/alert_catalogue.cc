@@ -10,7 +10,8 @@
 // every table the numbers are those of the built-in catalogue: a file replaces entries and cannot
 // add any.
 //
-// A file may hold anything. A line that makes no sense is reported as a plain message and left out.
+// A file may hold anything. A line that makes no sense is reported as a plain message and left out,
+// and a file with many of them, which is hardly a message file, is not read to its end.
 
 #include <algorithm>
 #include <charconv>
@@ -29,6 +30,7 @@
 #include "common/host.h"
 #include "common/kvdebug.h"
 #include "common/kvinstdir.h"
+#include "common/language.h"
 #include "common/osdep.h"
 #include "common/pathcmp.h"
 #include "common/registry.h"
@@ -39,7 +41,8 @@
 namespace kv {
 namespace {
 
-constexpr std::size_t line_piece = 255;  // what one read of a message file takes of a line
+constexpr std::size_t line_piece = 255;   // what one read of a message file takes of a line
+constexpr unsigned malformed_limit = 20;  // the lines after which a file is given up
 
 enum class load_state { none, under_way, done };
 
@@ -214,29 +217,37 @@ msg_entry* make_entry(std::uint32_t number, std::string_view type_field, std::st
       msg_entry{type, number, copy, type == ALERT_WARNING ? parse_level(type_field) : 0};
 }
 
-// Reads all entries from `lines` and hands each to `place`, which owns it from then on. `name` is
+// Takes the entry from a line that is no comment and hands it to `place`. Calls `report` for each
+// thing that is wrong with it.
+template <typename Report, typename Place>
+void read_entry(std::string_view line, const Report& report, const Place& place) {
+  std::uint32_t number = 0;
+  std::string_view type;
+  if (!parse_number(take_field(line), number) || (type = take_field(line)).empty()) return report();
+  if (parse_type(type) == ALERT_NONE) report();
+  if (line.empty()) return report();
+  place(make_entry(number, type, line));
+}
+
+// Reads the entries from `lines` and hands each to `place`, which owns it from then on. `name` is
 // what the reports of bad lines call the source.
 template <typename Lines, typename Place>
 void read_entries(Lines& lines, const char* name, const Place& place) {
   unsigned line_number = 0;
+  unsigned last_malformed = 0;
+  unsigned malformed = 0;
   const auto report = [&] {
     alert_raw(3, "M", "Malformed error information on line %u, in file %s\n", line_number, name);
+    if (last_malformed != line_number) ++malformed;
+    last_malformed = line_number;
   };
   std::string_view line;
   while (lines.next(line)) {
     ++line_number;
-    if (line.starts_with('#')) continue;
-    std::uint32_t number = 0;
-    std::string_view type;
-    if (!parse_number(take_field(line), number) || (type = take_field(line)).empty()) {
-      report();
-      continue;
-    }
-    if (parse_type(type) == ALERT_NONE) report();
-    if (line.empty())
-      report();
-    else
-      place(make_entry(number, type, line));
+    if (!line.starts_with('#')) read_entry(line, report, place);
+    if (malformed < malformed_limit) continue;
+    alert_raw(3, "M", "Too many malformed lines, the rest of file %s is not read\n", name);
+    return;
   }
 }
 
@@ -244,8 +255,9 @@ msg_entry* entry_at(const vector* table, std::uint32_t number) {
   return vec_get_ptr<msg_entry>(table, number);
 }
 
-// The table of a file's entries alone, or null when the file cannot be opened.
+// The table of a file's entries alone, or null when it is no regular file or cannot be opened.
 vector* read_file_table(const char* path) {
+  if (!host::is_regular_file(path)) return nullptr;
   const int fd = host::open_read_uncounted(path);
   if (fd < 0) return nullptr;
   vector* const table = vec_create(__FILE__, __LINE__);
@@ -317,19 +329,13 @@ vector* first_message_table() {
 void load_catalogue_once() {
   if (loading != load_state::none) return;
   loading = load_state::under_way;
+  const db_pause unseen(db_alerts | db_adt);
   load_table(msg_filename(ALERT_LANGUAGE).c_str());
   loading = load_state::done;
 }
 
 const char* msg_lang_code(int language) {
-  switch (language) {
-    case 7:
-      return "de";
-    case 12:
-      return "fr";
-    default:
-      return "en";
-  }
+  return lang_code(language);
 }
 
 const char* builtin_catalogue_name() {
@@ -364,6 +370,7 @@ unsigned findMsgFiles(const char* directory, int language, vector* list) {
   for (const std::string& name : names) {
     if (name != legacy && !name.ends_with(suffix)) continue;
     const char* const path = str_path_join(directory, name.c_str());
+    if (!host::is_regular_file(path)) continue;
     vec_push(list, to_word(path));
     ++found;
     if (trace) db_tracef(__FILE__, __LINE__, "Found: %s", path);
@@ -382,12 +389,11 @@ std::uint64_t getMsgFileVersion(std::string_view name) {
 }
 
 vector* alert_load_msgs(const char* path) {
-  alert_init();
   return path ? load_table(path) : nullptr;
 }
 
 bool open_edf(const char* path) {
-  if (!path || (!is_builtin(path) && !file_exists(path))) return false;
+  if (!path || (!is_builtin(path) && !host::is_regular_file(path))) return false;
   alert_init();
   if (loaded_msg_file && std::strcmp(path, loaded_msg_file) == 0) return true;
   if (is_newer(path)) return alert_load_msgs(path) != nullptr;

@@ -216,6 +216,14 @@ void outdent() {
 }
 
 // ---------------------------------------------------------------------------------------------
+// Statistics of the containers.
+
+void gather_statistics(bool on) {
+  hash_set_debug(on);
+  vec_set_debug(on);
+}
+
+// ---------------------------------------------------------------------------------------------
 // The package zip.
 
 bool is_absolute(std::string_view path) {
@@ -261,10 +269,17 @@ void db_options(const char* text) {
   for (std::uint32_t i = 0; i < vec_count(list); ++i) apply_item(vec_get_ptr<const char>(list, i));
   vec_destroy(list);
   if (gDebugFlags != 0 && !db_is_open()) open_trace(default_file_name(), false);
-  if (db_tracing(db_adt)) {
-    hash_set_debug(true);
-    vec_set_debug(true);
-  }
+  gather_statistics(db_tracing(db_adt));
+}
+
+db_pause::db_pause(std::uint32_t flags) : paused_(gDebugFlags & flags) {
+  gDebugFlags &= ~paused_;
+  if ((paused_ & db_adt) != 0) gather_statistics(false);
+}
+
+db_pause::~db_pause() {
+  gDebugFlags |= paused_;
+  if ((paused_ & db_adt) != 0) gather_statistics(true);
 }
 
 void db_trace_args(int count, const char* const* argv) {

@@ -41,6 +41,19 @@ inline bool db_is_open() {
   return gFile >= 0;
 }
 
+/// While it lives, the given flag bits are off, and nothing is gathered for what they would write:
+/// for work that is done later than its place in the trace.
+class db_pause {
+ public:
+  explicit db_pause(std::uint32_t flags);
+  ~db_pause();
+  db_pause(const db_pause&) = delete;
+  db_pause& operator=(const db_pause&) = delete;
+
+ private:
+  std::uint32_t paused_;
+};
+
 /// Applies a --kvdebug= argument, the text after its '='. Only the first one counts. Faulty items
 /// are warnings; raises 141 (fatal) when the trace file cannot be opened.
 void db_options(const char* text);

@@ -139,6 +139,17 @@ TEST_F(AlertDeathTest, ExhaustedMemoryIsReportedOnceHoweverOftenItRunsOut) {
   EXPECT_EQ(status_, left_with + 1);
 }
 
+TEST_F(AlertDeathTest, AFileLoadedBeforeAnythingElseDecidesTypes) {
+  file("first.msgs", "109\tM\tof the first\n");
+  file("20990101000000_en.msgs", "109\tE\tof the chosen one\n");
+  EXPECT_EQ(run([] {
+              alert_load_msgs("first.msgs");
+              alert_msg(109);
+            }),
+            "of the chosen one\n");
+  EXPECT_EQ(status_, 0);
+}
+
 TEST_F(AlertDeathTest, TemplatesFillTheirPlaceholders) {
   const struct {
     const char* layout;
@@ -467,8 +478,23 @@ TEST_F(AlertDeathTest, EqualVersionsAreRankedByPath) {
 }
 
 TEST_F(AlertDeathTest, UnreadableChoiceLeavesEveryNumberWithoutDescription) {
+  file("20990101000000_en.msgs", "1446\tM\tunread\n");
+  std::filesystem::permissions(dir_ / "20990101000000_en.msgs", std::filesystem::perms::none);
+  std::filesystem::permissions(dir_, std::filesystem::perms::all);
+  const auto report = [](std::uint32_t number) {
+    if (geteuid() == 0 && seteuid(65534) != 0) _exit(99);  // the superuser can read it
+    alert_msg(number, "x");
+  };
+  const std::string text = std::string(no_description) + "\n";
+  EXPECT_EQ(run([&] { report(1446); }), "(1446) " + text);
+  EXPECT_EQ(status_, 1);
+  EXPECT_EQ(run([&] { report(141); }), "(141) " + text);
+  EXPECT_EQ(status_, left_with + 1) << "fatal without a catalogue, too";
+}
+
+TEST_F(AlertDeathTest, DirectoryIsNoMessageFile) {
   std::filesystem::create_directory(dir_ / "20990101000000_en.msgs");
-  EXPECT_EQ(run([] { alert_msg(1446, "x"); }), "(1446) " + std::string(no_description) + "\n");
+  EXPECT_EQ(run([] { alert_msg(1446, "x"); }), "#info: x\n");
 }
 
 TEST_F(AlertDeathTest, DescriptionFileSuppliesTextsButNoTypes) {
