@@ -662,7 +662,7 @@ std::string alert_str(const char16_t* text16) {
 void alert_no_memory() {
   saved_errno = errno;
   run_prehook();
-  emit(error_branch, 296, out_of_memory_text(), {});
+  emit(ALERT_FATAL, 296, out_of_memory_text(), {});
 }
 
 void alert_fatal(int code) {
