@@ -14,6 +14,7 @@ set(CPACK_PROJECT_CONFIG_FILE ${PROJECT_BINARY_DIR}/package_contents.cmake)
 
 set(CPACK_GENERATOR ZIP)
 if(NOT WIN32)
+  set(windows_build ${PROJECT_SOURCE_DIR}/build/windows)
   find_program(CPP_GZIP gzip)
   find_program(CPP_DPKG dpkg)
   mark_as_advanced(CPP_GZIP CPP_DPKG)
