@@ -137,6 +137,11 @@ def dpkg(root, *arguments):
     done(as_root("dpkg", f"--root={root}", "--force-not-root", *arguments))
 
 
+DEB_FILES = ["doc/vex-cpp/copyright", "doc/vex-cpp/changelog.gz", "doc/vex-cpp/NOTICES.md",
+             "bash-completion/completions/vex-cpp", "zsh/vendor-completions/_vex-cpp",
+             "fish/vendor_completions.d/vex-cpp.fish", "vim/vimfiles/compiler/vex_cpp.vim"]
+
+
 def check_deb(deb, scratch):
     root = scratch / "deb"
     for name in ("info", "updates"):
@@ -151,9 +156,8 @@ def check_deb(deb, scratch):
     same("the commands", sorted(os.listdir(root / "usr/bin")), ["cpp", "vex-cpp"])
     use(root, "usr/bin/vex-cpp", f"{TREE}/vex/include")
     check_links(root / "usr/share/doc/vex-cpp")
-    for name in ("copyright", "changelog.gz", "NOTICES.md"):
-        if not (root / "usr/share/doc/vex-cpp" / name).is_file():
-            raise Failure(f"the package has no {name}")
+    missing = [name for name in DEB_FILES if not (root / "usr/share" / name).is_file()]
+    same("missing in the package", missing, [])
 
     dpkg(root, "--purge", "vex-cpp")
     same("what is left", listing(root / "usr").keys(), before.keys())

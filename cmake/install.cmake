@@ -8,9 +8,9 @@
 # There the tree stands in a directory of its own, CPP_TREE, and the prefix gets a link vex-cpp to
 # the program. Everything outside the tree goes where GNUInstallDirs says.
 #
-# A component is what has one root in every package: `program` and `tree`, `documents`, `manual`,
-# `share` (files that other programs look for) and `system` (the link). packages.cmake puts them
-# together.
+# A component is what has one root in every package: `program` and `tree`, `documents`, `share` (files
+# that other programs look for), `share_plain` (those that Debian wants in another form or place) and
+# `system` (the link). packages.cmake puts them together.
 include(GNUInstallDirs)
 set(CPP_TREE "${CMAKE_INSTALL_LIBDIR}/${PROJECT_NAME}" CACHE STRING
     "Directory of the installation tree below the prefix; empty: the prefix is the tree")
@@ -45,7 +45,19 @@ install(DIRECTORY docs DESTINATION ${documents} COMPONENT documents FILES_MATCHI
 install(DIRECTORY licenses DESTINATION ${documents} COMPONENT documents)
 install(FILES examples/udf_styles.css DESTINATION ${documents}/examples COMPONENT documents)
 
-install(FILES docs/vex-cpp.1 DESTINATION ${CMAKE_INSTALL_MANDIR}/man1 COMPONENT manual)
+install(FILES docs/vex-cpp.1 DESTINATION ${CMAKE_INSTALL_MANDIR}/man1 COMPONENT share_plain)
+install(FILES extras/completions/_vex-cpp
+        DESTINATION ${CMAKE_INSTALL_DATADIR}/zsh/site-functions COMPONENT share_plain)
+install(FILES extras/completions/vex-cpp.bash RENAME vex-cpp
+        DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions COMPONENT share)
+install(FILES extras/completions/vex-cpp.fish
+        DESTINATION ${CMAKE_INSTALL_DATADIR}/fish/vendor_completions.d COMPONENT share)
+install(FILES extras/vim/compiler/vex_cpp.vim
+        DESTINATION ${CMAKE_INSTALL_DATADIR}/vim/vimfiles/compiler COMPONENT share)
+install(FILES extras/emacs/vex-cpp.el
+        DESTINATION ${CMAKE_INSTALL_DATADIR}/emacs/site-lisp COMPONENT share)
+install(FILES extras/vscode/package.json
+        DESTINATION ${CMAKE_INSTALL_DATADIR}/${PROJECT_NAME}/vscode COMPONENT share)
 
 if(NOT WIN32)
   cmake_path(ABSOLUTE_PATH system_tree BASE_DIRECTORY ${CMAKE_INSTALL_PREFIX}

@@ -53,6 +53,8 @@ if("DEB" IN_LIST CPACK_GENERATOR)
 
   install(FILES ${debian}/vex-cpp.1.gz
           DESTINATION ${CMAKE_INSTALL_MANDIR}/man1 COMPONENT debian EXCLUDE_FROM_ALL)
+  install(FILES extras/completions/_vex-cpp DESTINATION
+          ${CMAKE_INSTALL_DATADIR}/zsh/vendor-completions COMPONENT debian EXCLUDE_FROM_ALL)
   install(FILES packaging/copyright ${debian}/changelog.gz
           DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/${PROJECT_NAME} COMPONENT debian EXCLUDE_FROM_ALL)
   if(CPP_STATIC)
