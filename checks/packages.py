@@ -73,7 +73,7 @@ def use(root, program, include):
     (work / "in.c").write_text(SOURCE)
     (work / "own.h").write_text("")
     command = as_root("chroot", root, f"/{program}", f"-I/{include}/", "/work/in.c")
-    same("the output", run(command, ROOT)[1].splitlines()[-1], "5")
+    same("the output", done(command).splitlines()[-1], "5")
     same("the headers that are not the installation's",
          run([*command, "-", "-Llist", "--dep_nosys"], ROOT), (0, " /work/own.h\n", ""))
     header.unlink()
@@ -246,6 +246,9 @@ def check_plain_build(_, scratch):
 
 def make_packages(build, where):
     """Has cpack make every package of a build; returns them by their endings."""
+    done(["cmake", "--build", build])
+    if WINDOWS_PROGRAM.exists():
+        done(["cmake", "--build", WINDOWS_PROGRAM.parent.parent])
     done(["cpack", "--config", build / "CPackConfig.cmake", "-B", where], build)
     found = {name: list(where.glob(f"*.{name}")) for name in ("tar.gz", "zip", "deb")}
     same("packages of each kind", {name: len(paths) for name, paths in found.items()},
