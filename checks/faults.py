@@ -1,0 +1,237 @@
+"""Whatever call fails, nothing may be lost in silence.
+
+A checking build makes a call of the operating system fail when it is told to (common/host_faults.cc).
+Here every call of every kind fails once, and again together with all that follow it, in runs that
+write everything the program can write. Such a run must end with status 0 or 1. With status 0 all
+is as it would have been; with status 1 something has been said. What the run reads is untouched,
+an archive is as it was or complete, and no temporary file is left.
+
+    python3 checks/faults.py [--program build/checking/bin/cpp] [--only SCENARIO] [--kind KIND]
+"""
+
+import argparse
+import concurrent.futures
+import dataclasses
+import os
+import pathlib
+import re
+import subprocess
+import sys
+import tempfile
+import zipfile
+
+ROOT = pathlib.Path(__file__).resolve().parent.parent
+TIMEOUT = 60
+# How many of the faults of one kind in one scenario are shown.
+SHOWN = 3
+KINDS = ("open", "read", "write", "close", "stat", "truncate", "duplicate", "mkdir", "unlink",
+         "rename", "list", "alloc")
+
+# Calls that ask something the program can do without: whether a name is stored as it is spelled,
+# where an installation is. What the trace tells may then be another story, and the warnings about
+# spelling may be missing.
+QUESTIONS = ("open", "read", "stat", "list", "alloc")
+SPELLING = {"164", "165"}
+
+# Headers found at once, by search and by another case of letters.
+SOURCE = b"""#define VALUE(n) (n + 1)
+#include "a.h"
+#include <b.h>
+#include "A.H"
+#warning look
+#if VALUE(2) == 3
+VALUE(1) A B
+#endif
+"""
+INPUTS = {
+    "in.c": SOURCE,
+    # Fills the output's buffer more than once.
+    "long.c": SOURCE + b"VALUE(1) A B and text that is longer than what it comes from\n" * 6000,
+    "a.h": b"#define A 1\nfrom a\n",
+    "inc/b.h": b"#ifndef B\n#define B A\n#endif\n",
+    "cmd.txt": b"-W-9 -Iinc/ -DX in.c\nout.i\n",
+    "20990101000000_en.msgs": b"164\t0\tother letters: %s\n",
+}
+OLD_TEXT = b"what was here before\n"
+BEFORE = {"kept.txt": OLD_TEXT}  # what the archive holds
+TRACES = ("trace.txt", "preprocessor-1.out", "new.zip", "kept.zip")
+OUTPUTS = ("out.i", "r.htm", "trace.txt", "err.txt")
+COMMON = ["-W-9", "-Iinc/"]
+TIMELESS = ["-U__DATE__", "-U__TIME__"]
+SCENARIOS = {
+    "plain": [*COMMON, "long.c", "out.i"],
+    "standard output": [*COMMON, "in.c"],
+    "command file": ["@cmd.txt"],
+    "definitions": [*COMMON, *TIMELESS, "-dM", "in.c", "out.i"],
+    "dependencies": [*COMMON, "-Lgcc", "in.c", "out.i"],
+    "report": [*COMMON, *TIMELESS, "--udf=r.htm", "in.c", "out.i"],
+    "trace": [*COMMON, "--kvdebug=on,adt,out:trace.txt", "in.c", "out.i"],
+    "new archive": [*COMMON, "--kvdebug=on,zip:new.zip", "in.c", "out.i"],
+    "kept archive": [*COMMON, "--kvdebug=on,zip:+kept.zip", "in.c", "out.i"],
+    "error file": [*COMMON, "-Eerr.txt", "in.c", "out.i"],
+    "message file": [*COMMON, "--edf=20990101000000_en.msgs", "-E1", "in.c", "out.i"],
+}
+
+
+@dataclasses.dataclass
+class Run:
+    status: int
+    out: bytes
+    err: bytes
+    files: dict  # name: content, of an archive its members
+    faults: list  # what failed: the call and its descriptor
+    left: list  # temporary files
+
+
+def archive_of(path):
+    try:
+        with zipfile.ZipFile(path) as archive:
+            return {name: steady(archive.read(name)) for name in archive.namelist()}
+    except (OSError, zipfile.BadZipFile) as error:
+        return f"no archive: {error}"
+
+
+def steady(text):
+    """A text without the addresses that the trace tells."""
+    return re.sub(rb"0x[0-9a-f]{6,}", b"0x-", text)
+
+
+def prepare(directory):
+    for name, content in INPUTS.items():
+        path = directory / name
+        path.parent.mkdir(exist_ok=True)
+        path.write_bytes(content)
+    for name in OUTPUTS:
+        (directory / name).write_bytes(OLD_TEXT)
+    with zipfile.ZipFile(directory / "kept.zip", "w") as archive:
+        for name, content in BEFORE.items():
+            archive.writestr(name, content)
+    (directory / "tmp").mkdir()
+
+
+def run(program, arguments, fault):
+    """One run in a directory of its own, with a fault as CPP_FAULT has it, or none."""
+    with tempfile.TemporaryDirectory(prefix="faults-", dir=SCRATCH) as top:
+        directory = pathlib.Path(top)
+        prepare(directory)
+        temp = str(directory / "tmp")
+        told, teller = os.pipe()
+        env = {"PATH": os.environ["PATH"], "LC_ALL": "C", "TEMP": temp, "TMP": temp,
+               "CPP_FAULT_FD": str(teller), **({"CPP_FAULT": fault} if fault else {})}
+        try:
+            done = subprocess.run([program, *arguments], cwd=directory, env=env, timeout=TIMEOUT,
+                                  stdin=subprocess.DEVNULL, capture_output=True, check=False,
+                                  pass_fds=[teller])
+        finally:
+            os.close(teller)
+        with os.fdopen(told, "rb") as pipe:
+            faults = pipe.read().decode().splitlines()
+        files = {}
+        for path in sorted(directory.rglob("*")):
+            name = path.relative_to(directory).as_posix()
+            if path.suffix == ".zip":
+                files[name] = archive_of(path)
+            elif path.is_file() and not name.startswith("tmp/"):
+                files[name] = steady(path.read_bytes())
+        return Run(done.returncode, done.stdout, done.stderr, files, faults, os.listdir(temp))
+
+
+def numbers_of(result):
+    """The numbers of all messages, wherever they went. Their texts may be the built-in ones."""
+    said = result.err + result.files.get("err.txt", b"")
+    return re.findall(r"\((\d+)\)", said.decode("latin-1"))
+
+
+def is_as_without(kind, name, plain, result):
+    """Whether a file is what the run without a fault leaves."""
+    if name == "err.txt":
+        return True  # its messages have been counted
+    was, now = plain.files.get(name), result.files.get(name)
+    if kind in QUESTIONS and name in TRACES:
+        return bool(now) and (not isinstance(was, dict) or now.keys() == was.keys())
+    return was == now
+
+
+def verdict(kind, plain, result):
+    """What is wrong with a run in which something failed, or None; `plain` is one without."""
+    if result.status not in (0, 1):
+        return f"status {result.status}"
+    for name, content in INPUTS.items():
+        if result.files.get(name) != content:
+            return f"{name} is not what it was"
+    kept = "kept.zip"
+    if result.files.get(kept) != BEFORE and not is_as_without(kind, kept, plain, result):
+        return f"{kept} is neither as it was nor complete: {result.files.get(kept)}"
+    if result.left and kind != "unlink":
+        return f"temporary files are left: {result.left}"
+    said, expected = numbers_of(result), numbers_of(plain)
+    if result.status == 1:
+        told = any(number not in expected for number in said) or "write 2" in result.faults
+        return None if told else "status 1, but nothing was said"
+    if result.out != plain.out:
+        return "status 0, but another standard output"
+    for name in plain.files.keys() | result.files.keys():
+        if not is_as_without(kind, name, plain, result):
+            return f"status 0, but another {name}"
+    missing = set(expected) - set(said) - (SPELLING if kind in QUESTIONS else set())
+    return f"status 0, but not said: {missing}" if missing else None
+
+
+def check(program, name, kind, later, plain):
+    """Makes every call of a kind fail in turn; returns the number of runs and what was wrong."""
+    wrong = []
+    number = 0
+    while True:
+        number += 1
+        fault = f"{kind}:{number}{later}"
+        try:
+            result = run(program, SCENARIOS[name], fault)
+        except subprocess.TimeoutExpired:
+            wrong.append(f"{name}, CPP_FAULT={fault}: not ended after {TIMEOUT} s")
+            continue
+        if not result.faults:
+            return number - 1, wrong
+        fault_told = verdict(kind, plain, result)
+        if fault_told:
+            said = result.err.decode("latin-1").strip()[-600:]
+            wrong.append(f"{name}, CPP_FAULT={fault} ({', '.join(result.faults[:3])}): {fault_told}"
+                         + (f"\n    {said}" if said else ""))
+
+
+def main():
+    global SCRATCH
+    parser = argparse.ArgumentParser()
+    parser.add_argument("--program", default=str(ROOT / "build/checking/bin/cpp"))
+    parser.add_argument("--only", help="this scenario alone")
+    parser.add_argument("--kind", help="this kind of call alone")
+    options = parser.parse_args()
+    program = os.path.abspath(options.program)
+    if not os.access(program, os.X_OK):
+        sys.exit(f"{program} is missing")
+    memory = "/dev/shm" if os.access("/dev/shm", os.W_OK) else None
+    passed = failed = 0
+    with tempfile.TemporaryDirectory(prefix="cpp-faults-", dir=memory) as SCRATCH, \
+            concurrent.futures.ThreadPoolExecutor(os.cpu_count()) as pool:
+        jobs = []
+        for name, arguments in SCENARIOS.items():
+            if options.only not in (None, name):
+                continue
+            plain = run(program, arguments, None)
+            if plain.status != 0 or plain.left:
+                sys.exit(f"{name}: the run fails by itself: {plain.err.decode('latin-1')}")
+            jobs += [pool.submit(check, program, name, kind, later, plain)
+                     for kind in KINDS if options.kind in (None, kind) for later in ("", "+")]
+        for job in jobs:
+            runs, wrong = job.result()
+            passed += runs - len(wrong)
+            failed += len(wrong)
+            for line in wrong[:SHOWN]:
+                print(line)
+            if len(wrong) > SHOWN:
+                print(f"    and {len(wrong) - SHOWN} more like these")
+    print(f"{passed} passed, {failed} failed")
+    return 1 if failed or not passed else 0
+
+
+if __name__ == "__main__":
+    sys.exit(main())
