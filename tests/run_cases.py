@@ -22,6 +22,10 @@ Beneath the title stand these lines, each of them optional:
     status: N             the exit status (default 0)
     env: NAME=VALUE       an environment variable
     only: posix|windows   the case is skipped on the other system
+    limit: N              no file may become larger than N bytes (posix)
+    output to: FILE       standard output is appended to FILE, or "closed": a pipe without reader
+    errors to: FILE       the same for standard error
+    input from: FILE      standard input is FILE, or a directory
     layout: installed     the program runs from an installation tree: inst/bin, inst/vex/dat, ...
     layout: installed DIR the program runs from inst/DIR, and the case makes the rest of the tree
 
@@ -29,6 +33,8 @@ and then sections, each a header line and the lines up to the next header:
 
     --- file NAME         an input file (directories are made)
     --- dir NAME          an empty directory
+    --- link NAME TARGET  a symbolic link
+    --- hardlink NAME TARGET    another name of an input file
     --- stdin             the standard input (default: empty)
     --- stdout            the standard output, exactly
     --- text              the same, led by the first line marker of in.c (a blank line and # 1 "in.c")
@@ -77,6 +83,11 @@ import tempfile
 import time
 import zipfile
 
+try:
+    import resource
+except ImportError:  # Windows
+    resource = None
+
 LANGUAGE = pathlib.Path(__file__).resolve().parent.parent / "docs" / "language.md"
 TIMEOUT = 60
 READ_BY_PROGRAM = ("TEMP", "TMP", "TMPDIR", "SOURCE_DATE_EPOCH")
@@ -100,6 +111,8 @@ class Case:
         self.status = 0
         self.env = []
         self.only = None
+        self.limit = None
+        self.streams = {}
         self.installed = None
         self.sections = []
 
@@ -107,8 +120,9 @@ class Case:
         return [(name, body) for k, name, body in self.sections if k == kind]
 
 
-KINDS = {"file", "dir", "stdin", "stdout", "text", "stderr", "output", "absent", "zip"}
-NAMED = {"file", "dir", "output", "absent", "zip"}
+STREAMS = {b"input from: ": "stdin", b"output to: ": "stdout", b"errors to: ": "stderr"}
+NAMED = {"file", "dir", "link", "hardlink", "output", "absent", "zip"}
+KINDS = NAMED | {"stdin", "stdout", "text", "stderr"}
 
 
 def parse(path):
@@ -146,6 +160,11 @@ def parse(path):
             case.env.append(line[5:])
         elif line in (b"only: posix", b"only: windows"):
             case.only = line[6:].decode()
+        elif line.startswith(b"limit: "):
+            case.limit = int(line[7:])
+        elif line.startswith(tuple(STREAMS)):
+            start = next(start for start in STREAMS if line.startswith(start))
+            case.streams[STREAMS[start]] = line[len(start) :].decode()
         elif line == b"layout: installed":
             case.installed = "bin"
             case.sections += [("dir", f"inst/vex/{name}", []) for name in ("dat", "include")]
@@ -267,11 +286,25 @@ def body_bytes(lines):
     return raw[:-1] if raw.endswith(b"{{noeol}}\n") else raw
 
 
+def open_stream(name, target, directory):
+    """A descriptor for a standard stream of the program."""
+    if name == "stdin":
+        return os.open(directory / target, os.O_RDONLY)
+    if target != "closed":
+        return os.open(directory / target, os.O_WRONLY | os.O_APPEND | os.O_CREAT)
+    reader, writer = os.pipe()
+    os.close(reader)
+    return writer
+
+
 def run_program(command, **settings):
     while True:
         try:
             return subprocess.run(
-                command, capture_output=True, timeout=TIMEOUT, check=False, **settings
+                command,
+                **{"stdout": subprocess.PIPE, "stderr": subprocess.PIPE, **settings},
+                timeout=TIMEOUT,
+                check=False,
             )
         except OSError as error:
             # A process that another thread is about to start still holds the copy we have written.
@@ -326,6 +359,10 @@ class Runner:
         for name, body in case.find("file"):
             (work / name).parent.mkdir(parents=True, exist_ok=True)
             (work / name).write_bytes(expander.text(body_bytes(body)))
+        for kind, make in (("link", os.symlink), ("hardlink", os.link)):
+            for name, _ in case.find(kind):
+                name, _, target = name.partition(" ")
+                make(work / target if kind == "hardlink" else target, work / name)
         stdin = b"".join(expander.text(body_bytes(body)) for _, body in case.find("stdin"))
 
         env = {
@@ -346,12 +383,24 @@ class Runner:
         ]
         if not words or words[0] != "cpp":
             raise BadCase("the command does not begin with cpp")
+        settings = {name: open_stream(name, target, work) for name, target in case.streams.items()}
+        opened = list(settings.values())
+        if case.limit is not None:
+            limits = (case.limit, case.limit)
+            settings["preexec_fn"] = lambda: resource.setrlimit(resource.RLIMIT_FSIZE, limits)
         try:
             done = run_program(
-                self.launcher + [str(program)] + words[1:], cwd=work, env=env, input=stdin
+                self.launcher + [str(program)] + words[1:],
+                cwd=work,
+                env=env,
+                **({} if "stdin" in settings else {"input": stdin}),
+                **settings,
             )
         except subprocess.TimeoutExpired:
             return [f"did not end within {TIMEOUT} s"]
+        finally:
+            for fd in opened:
+                os.close(fd)
         return self.faults(case, expander, work, temp, done)
 
     def faults(self, case, expander, work, temp, done):
@@ -363,12 +412,12 @@ class Runner:
         wanted += [body_bytes(body) for _, body in case.find("stdout")]
         if len(wanted) > 1:
             raise BadCase("more than one standard output")
-        self.compare(faults, "stdout", expander, wanted[0] if wanted else b"", done.stdout)
+        self.compare(faults, "stdout", expander, wanted[0] if wanted else b"", done.stdout or b"")
 
         errors = dict(case.find("stderr"))
         chosen = errors.get("windows") if self.windows else None
         chosen = errors.get("", []) if chosen is None else chosen
-        self.compare(faults, "stderr", expander, body_bytes(chosen), done.stderr)
+        self.compare(faults, "stderr", expander, body_bytes(chosen), done.stderr or b"")
 
         for name, body in case.find("output"):
             path = work / name
