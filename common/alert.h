@@ -176,6 +176,9 @@ void alert_set_exit(void (*leave)(int status));
 void alert_set_position(const char16_t* file, const unsigned* line_at,
                         const char16_t* const* linestart_at, const char16_t* const* cursor_at);
 
+/// True when an error was counted.
+bool alert_has_errors();
+
 /// True when an error was counted, or a shown warning while warnings fail the run.
 bool alert_failed();
 

@@ -258,7 +258,7 @@ msg_entry* entry_at(const vector* table, std::uint32_t number) {
 // The table of a file's entries alone, or null when it is no regular file or cannot be opened.
 vector* read_file_table(const char* path) {
   if (!host::is_regular_file(path)) return nullptr;
-  const int fd = host::open_read_uncounted(path);
+  const int fd = host::open_input(path);
   if (fd < 0) return nullptr;
   vector* const table = vec_create(__FILE__, __LINE__);
   file_lines lines(fd);

@@ -32,6 +32,7 @@
 #include "common/host.h"
 #include "common/kvdebug.h"
 #include "common/osdep.h"
+#include "common/outfile.h"
 
 namespace kv {
 namespace {
@@ -235,7 +236,7 @@ void write_line() {
   line_buf.append('\n');
   const std::string_view line(line_buf.text, line_buf.length);
   if (db_tracing(db_alerts)) db_alert(line);
-  host::write_all(2, line.data(), line.size());
+  write_error_text(line);
 }
 
 // Units from the start of the current line to the cursor, when both are known.
@@ -590,8 +591,12 @@ void alert_set_position(const char16_t* file, const unsigned* line_at,
   now.where = {file && *file != 0 ? file : nullptr, line_at, linestart_at, cursor_at};
 }
 
+bool alert_has_errors() {
+  return error_count != 0;
+}
+
 bool alert_failed() {
-  return error_count != 0 || (warnfail && warning_count != 0);
+  return alert_has_errors() || (warnfail && warning_count != 0);
 }
 
 bool alert_vmsg(std::uint32_t number, std::span<const format_arg> args) {

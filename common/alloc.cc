@@ -16,6 +16,7 @@
 
 #include "common/alert.h"
 #include "common/host.h"
+#include "common/outfile.h"
 
 namespace kv {
 namespace {
@@ -86,7 +87,7 @@ char* str_vformat(std::string_view text, std::span<const format_arg> args) {
   const std::unique_ptr<char, release> work(static_cast<char*>(checked_alloc(work_block_size)));
   if (format_text(work.get(), work_block_size, text, args) >= work_block_size) {
     constexpr std::string_view complaint = "buffer overflow in vsnprintf";
-    host::write_all(standard_error, complaint.data(), complaint.size());
+    write_error_text(complaint);
   }
   return str_concat(work.get(), "");
 }

@@ -115,8 +115,8 @@ class word_splitter {
   bool escaped_ = false;
 };
 
-// Appends the words of the open file `fd`, each line asked for with `prompt`.
-void add_words_of(int fd, std::string_view prompt) {
+// Appends the words of `file`, open as `fd`, each line asked for with `prompt`.
+void add_words_of(int fd, const char* file, std::string_view prompt) {
   line_reader lines(fd);
   word_splitter words;
   const char* line;
@@ -124,6 +124,9 @@ void add_words_of(int fd, std::string_view prompt) {
     host::write_all(standard_output, prompt.data(), prompt.size());
     line = read_long_line(lines);
   } while (line != nullptr && words.split(line));
+  if (lines.error == 0) return;
+  errno = lines.error;
+  alert_msg_fatal(message_cannot_open, "command", file);
 }
 
 // Whether `arg` stands for the words of a file. A file that is really called so comes first.
@@ -132,12 +135,9 @@ bool names_command_file(const char* arg) {
 }
 
 void add_words_of_file(const char* path) {
-  const int fd = host::open_read(path);
-  if (fd < 0) {
-    alert_msg(message_cannot_open, "command", path);
-    return;
-  }
-  add_words_of(fd, {});
+  const int fd = host::open_input(path);
+  if (fd < 0) alert_msg_fatal(message_cannot_open, "command", path);
+  add_words_of(fd, path, {});
   host::close_file(fd);
 }
 
@@ -151,12 +151,12 @@ void add_arg(const char* text) {
   arg_vec[++arg_count] = nullptr;
 }
 
-char** getargs(const char* progname) {
+char** getargs(const char* progname, const char* file) {
   arg_count = 0;
   add_arg(progname);
   const std::string prompt =
       host::is_terminal(standard_input) ? std::string(progname) + "> " : std::string();
-  add_words_of(standard_input, prompt);
+  add_words_of(standard_input, file, prompt);
   return arg_vec;
 }
 
@@ -178,7 +178,7 @@ char** expand_command_files(int& argc, char** argv) {
     }
     if (++files > command_file_limit) {
       errno = EMFILE;
-      alert_msg(message_cannot_open, "command", arg + 1);
+      alert_msg_fatal(message_cannot_open, "command", arg + 1);
     }
     const unsigned first = arg_count;
     add_words_of_file(arg + 1);

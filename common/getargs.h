@@ -21,8 +21,9 @@ void add_arg(const char* text);
 /// Starts a new vector with `progname` as entry 0, reads standard input to its end and appends the
 /// words found; on a terminal it asks for each line with `progname` and "> ". Returns arg_vec,
 /// which the caller keeps for the run. Raises 917 for a word of more than 2047 characters, which is
-/// cut there and ends the reading; an input that fails ends like one that is exhausted.
-char** getargs(const char* progname);
+/// cut there and ends the reading, and 141 (fatal), which calls standard input `file`, when reading
+/// fails.
+char** getargs(const char* progname, const char* file);
 
 /// The command files that expand_command_files reads at most; one that names itself ends there.
 inline constexpr unsigned command_file_limit = 512;

@@ -17,6 +17,9 @@
 // A program of this kind opens many names that do not exist, one for each directory of a search
 // path. open_probe answers the second and later misses in a directory from memory.
 //
+// No file is written that the run reads, or writes under another name: such an opening fails with
+// error_in_use and changes nothing. Only regular files count; a terminal may be read and written.
+//
 // Functions that fail set errno; none of them reports a message. Paths are never null.
 #pragma once
 
@@ -28,8 +31,13 @@
 
 namespace kv::host {
 
-/// What `redirect` opens the file for; `write` empties an existing file.
-enum class open_mode { read, write, append };
+/// The error of opening a file that the run uses in a way that does not go together with this one;
+/// a number that no system uses. error_text knows it.
+inline constexpr int error_in_use = 0x4B56;
+
+/// Where the writing of a file begins. Nothing is lost by either: what is there when `from_start`
+/// is opened stays until it is written over or cut off.
+enum class write_place { from_start, at_end };
 
 /// Whether a file's line ends are translated (see above).
 enum class content { bytes, text };
@@ -40,19 +48,21 @@ inline constexpr unsigned max_open_files = 512;
 
 // ---- Files ----
 
-/// Opens a file for reading, bytes unchanged. Returns the descriptor, to be closed with close_file,
-/// or -1; a directory fails with EISDIR, the 510th file (three are the standard ones) with EMFILE.
-int open_read(const char* path);
+/// Opens a file for reading. Returns the descriptor, to be closed with close_file, or -1; a
+/// directory fails with EISDIR. It is not looked at whether the run uses the file otherwise.
+int open_read(const char* path, content kind = content::bytes);
 
-/// As open_read, but the file is not counted as open: for what has to be readable when the limit is
-/// met, such as the text of the message that says so.
-int open_read_uncounted(const char* path);
+/// As open_read, for what the run works on: the input, its arguments, its messages. Fails with
+/// error_in_use when the run writes the file, and keeps the run from writing it later.
+int open_input(const char* path, content kind = content::bytes);
 
-/// As open_read, for text; but a name that is known to be missing fails with ENOENT without a
-/// system call: the first miss in a directory reads its listing, and later ones are looked up there
-/// without regard to case. A directory that cannot be listed is asked each time. Files that this
-/// program creates are seen; those that others create meanwhile may not be. `size` becomes the
-/// number of bytes that reading will give where the host knows it, else 0.
+/// As open_read, for text, with three differences. The file counts as open: the 510th (three are
+/// the standard ones) fails with EMFILE. One that the run writes fails with error_in_use. A name
+/// that is known to be missing fails with ENOENT without a system call: the first miss in a
+/// directory reads its listing, and later ones are looked up there without regard to case. A
+/// directory that cannot be listed is asked each time. Files that this program creates are seen;
+/// those that others create meanwhile may not be. `size` becomes the number of bytes that reading
+/// will give where the host knows it, else 0.
 int open_probe(const char* path, std::size_t* size = nullptr);
 
 /// Takes a place among the open files for one that is read from memory. Returns false, with EMFILE,
@@ -84,24 +94,53 @@ struct sought_name {
 /// fail.
 bool lacks_name(const directory_names* names, const sought_name& name);
 
-/// Opens a file for writing and creates it if need be. It is emptied first, or with `append` every
-/// write goes to its end. Returns the descriptor or -1.
-int open_write(const char* path, bool append, content kind = content::bytes);
+/// What is known of a file opened for writing.
+struct written_file {
+  int fd = -1;
+  bool regular = false;    ///< what is written stays; no device, pipe or terminal
+  bool created = false;    ///< it was not there before
+  std::uint64_t size = 0;  ///< of a regular file, before anything is written
+};
 
-/// Closes a descriptor from one of the above or from `duplicate`.
-void close_file(int fd);
+/// Opens a file for writing and creates it if need be. `fd` is to be closed with close_file, and -1
+/// when the file cannot be opened or, with error_in_use, is in use already. It is in use until it
+/// is closed.
+written_file open_write(const char* path, write_place place, content kind = content::bytes);
+
+/// Opens a file in `directory` for reading and writing bytes, which nobody else can open and which
+/// is gone when its descriptor is closed or the process ends in any way. Returns the descriptor or
+/// -1.
+int open_nameless(const char* directory);
+
+/// Takes standard input or standard output into use as it was given to the process. Returns false,
+/// with error_in_use, when the run uses the file behind it already.
+bool use_standard(int fd);
+
+/// Takes into use a file that is going to be replaced, so that no other of the run can be the same.
+/// Returns false, with error_in_use, when one is already. A file that is not there passes.
+bool use_replaced(const char* path);
+
+/// Closes a descriptor from one of the above or from `duplicate`. Returns false when the system
+/// tells only now that what was written is lost.
+bool close_file(int fd);
 
 /// Reads at most `n` bytes, waiting for at least one. Returns the number read, 0 at the end of the
 /// file, -1 on failure.
 long read_block(int fd, void* buf, std::size_t n);
 
-/// Writes all `n` bytes. Returns false on failure, when any part of them may have been written.
+/// Writes all `n` bytes, line ends translated where the opening says so. Returns false on failure,
+/// when any part of them may have been written. A reader that has gone is EPIPE on every host.
 bool write_all(int fd, const void* p, std::size_t n);
 
-/// Makes descriptor `fd` (0, 1 or 2) refer to the file `path` as freopen does for a stream. Returns
-/// false when the file cannot be opened; unlike with freopen, `fd` then stays as it was, so that
-/// the complaint about it still has somewhere to go.
-bool redirect(int fd, const char* path, open_mode mode);
+/// As write_all, but never translates.
+bool write_bytes(int fd, const void* p, std::size_t n);
+
+/// Makes a regular file open for writing `size` bytes long. Reading and writing go on where they
+/// were. Returns false on failure.
+bool resize_file(int fd, std::uint64_t size);
+
+/// Goes on reading and writing at byte `offset`. Returns false on failure.
+bool seek_file(int fd, std::uint64_t offset);
 
 /// Returns a new descriptor for what `fd` refers to, or -1. It does not count as an open file.
 int duplicate(int fd);
@@ -114,8 +153,22 @@ bool is_terminal(int fd);
 
 /// To be called once, before anything is opened. Opens the null device on each standard descriptor
 /// that is closed, so that no file lands there and receives messages or text; makes a write to a
-/// closed pipe fail instead of killing the process; makes the standard descriptors hold text.
-void prepare_standard_handles();
+/// closed pipe, or beyond the allowed size of a file, fail instead of killing the process; makes
+/// the standard descriptors hold text. Returns false when that device cannot be opened.
+bool prepare_standard_handles();
+
+/// While one exists, the signals that end a process from outside wait. For the moments in which a
+/// file is there that must not stay.
+class signals_held {
+ public:
+  signals_held();
+  ~signals_held();
+  signals_held(const signals_held&) = delete;
+  signals_held& operator=(const signals_held&) = delete;
+
+ private:
+  bool held_before_ = false;
+};
 
 // ---- The file system ----
 
@@ -135,13 +188,11 @@ bool is_directory(const char* path);
 bool is_real_directory(const char* path);
 
 /// Appends the names in a directory to `names`, without "." and "..", in no particular order.
-/// Returns false when the directory cannot be read.
+/// Returns false when the directory cannot be read to its end.
 bool list_directory(const char* path, std::vector<std::string>& names);
 
-/// Creates one directory; fails with EEXIST when the name is taken, even by a dangling link. With
-/// `owner_only` nobody else may look into it (on Windows a directory has the rights of its parent,
-/// and the user's temporary directory is private already).
-bool make_directory(const char* path, bool owner_only);
+/// Creates one directory; fails with EEXIST when the name is taken, even by a dangling link.
+bool make_directory(const char* path);
 
 /// Removes a file, or a link itself.
 bool remove_file(const char* path);
@@ -169,13 +220,16 @@ bool is_rooted(const char* path);
 
 // ---- The process ----
 
+/// Returns the system's own directory for temporary files.
+std::string temporary_directory();
+
 /// Returns the working directory, empty when it is unknown.
 std::string current_directory();
 
 /// Returns the full path of the running program file, empty when it is unknown.
 std::string program_path();
 
-/// Returns the description of an errno value; valid until the next call.
+/// Returns the description of an errno value, error_in_use among them; valid until the next call.
 const char* error_text(int error);
 
 /// Returns eight letters and digits that nobody can foresee, for a temporary name.

@@ -30,6 +30,7 @@
 
 #include "common/host.h"
 #include "common/host_limit.h"
+#include "common/host_use.h"
 
 namespace kv::host {
 
@@ -37,6 +38,12 @@ const bool names_are_case_sensitive = true;
 namespace {
 
 constinit open_file_count open_files;
+
+// Never destroyed: files are closed until the process ends.
+files_in_use& in_use() {
+  static auto* const files = new files_in_use;
+  return *files;
+}
 
 // ---- Names ----
 
@@ -90,7 +97,12 @@ class directory_names {
       return;
     }
     slots_.resize(first_slots);
-    while (const dirent* entry = ::readdir(dir)) add(entry->d_name);
+    errno = 0;
+    while (const dirent* entry = ::readdir(dir)) {
+      add(entry->d_name);
+      errno = 0;
+    }
+    if (errno != 0) forget();
     ::closedir(dir);
   }
 
@@ -122,7 +134,7 @@ class directory_names {
     return best;
   }
 
-  /// A new name may have appeared in the directory: nothing is known of it any more.
+  /// There may be names that have not been listed: nothing is known of the directory any more.
   void forget() {
     state_ = state::unreadable;
     slots_.clear();
@@ -225,38 +237,52 @@ void forget_listings() {
 
 // ---- Files ----
 
-constexpr int write_flags(bool append) {
-  return O_WRONLY | O_CREAT | (append ? O_APPEND : O_TRUNC);
-}
-
-int open_uncounted(const std::string& host_path, int flags, std::size_t* size = nullptr) {
-  constexpr mode_t everybody = 0666;
-  int fd = 0;
-  do {
-    fd = ::open(host_path.c_str(), flags | O_CLOEXEC | O_NOCTTY, everybody);
-  } while (fd < 0 && errno == EINTR);
-  if (fd < 0 || (flags & O_ACCMODE) != O_RDONLY) return fd;
-
-  struct stat status;
-  if (::fstat(fd, &status) != 0) return fd;
-  if (S_ISDIR(status.st_mode)) {
-    ::close(fd);
-    errno = EISDIR;
-    return -1;
-  }
-  if (size != nullptr && S_ISREG(status.st_mode)) *size = static_cast<std::size_t>(status.st_size);
-  return fd;
-}
-
-int open_counted(const std::string& host_path, int flags, std::size_t* size = nullptr) {
+// A descriptor and what the system tells of the file behind it.
+struct opened_file {
   int fd = -1;
-  if (!open_files.full()) {
-    fd = open_uncounted(host_path, flags, size);
-    if (fd < 0 || open_files.add(fd)) return fd;
-    ::close(fd);
+  struct stat status = {};
+
+  file_id id() const {
+    return {static_cast<std::uint64_t>(status.st_dev), static_cast<std::uint64_t>(status.st_ino)};
   }
-  errno = EMFILE;
-  return -1;
+  bool regular() const { return S_ISREG(status.st_mode); }
+};
+
+// Closes the file and keeps `error` as the reason for that.
+opened_file refuse(const opened_file& file, int error) {
+  ::close(file.fd);
+  errno = error;
+  return {};
+}
+
+opened_file open_any(const std::string& host_path, int flags) {
+  constexpr mode_t everybody = 0666;
+  opened_file file;
+  do {
+    file.fd = ::open(host_path.c_str(), flags | O_CLOEXEC | O_NOCTTY, everybody);
+  } while (file.fd < 0 && errno == EINTR);
+  if (file.fd >= 0 && ::fstat(file.fd, &file.status) != 0) return refuse(file, errno);
+  return file;
+}
+
+opened_file open_to_read(const std::string& host_path) {
+  const opened_file file = open_any(host_path, O_RDONLY);
+  return file.fd >= 0 && S_ISDIR(file.status.st_mode) ? refuse(file, EISDIR) : file;
+}
+
+// As open_to_read, for a file that must not be written in the run.
+opened_file open_unwritten(const std::string& host_path) {
+  const opened_file file = open_to_read(host_path);
+  const bool written = file.fd >= 0 && file.regular() && in_use().is_written(file.id());
+  return written ? refuse(file, error_in_use) : file;
+}
+
+// Tells whether the file has been created. That is tried first: most outputs are new.
+opened_file open_or_create(const std::string& host_path, int flags, bool& created) {
+  const opened_file file = open_any(host_path, flags | O_CREAT | O_EXCL);
+  created = file.fd >= 0;
+  if (created || errno != EEXIST) return file;
+  return open_any(host_path, flags | O_CREAT);
 }
 
 bool stat_mode(const char* path, mode_t& mode) {
@@ -291,12 +317,14 @@ bool respell(std::string& path) {
 
 // ---- Files ----
 
-int open_read(const char* path) {
-  return open_counted(native_path(path), O_RDONLY);
+int open_read(const char* path, content /*kind*/) {
+  return open_to_read(native_path(path)).fd;
 }
 
-int open_read_uncounted(const char* path) {
-  return open_uncounted(native_path(path), O_RDONLY);
+int open_input(const char* path, content /*kind*/) {
+  const opened_file file = open_unwritten(native_path(path));
+  if (file.fd >= 0 && file.regular()) in_use().add_read(file.id());
+  return file.fd;
 }
 
 int open_probe(const char* path, std::size_t* size) {
@@ -307,13 +335,20 @@ int open_probe(const char* path, std::size_t* size) {
   std::replace(host_path.begin(), host_path.end(), '\\', '/');
   const split_path parts = split(host_path);
   if (!parts.name.empty() && known_missing(parts)) return -1;
-  const int fd = open_counted(host_path, O_RDONLY, size);
-  if (fd < 0 && (errno == ENOENT || errno == ENOTDIR)) {
-    const int reason = errno;
-    listing_of(parts.directory);
-    errno = reason;
+  if (open_files.full()) {
+    errno = EMFILE;
+    return -1;
   }
-  return fd;
+  const opened_file file = open_unwritten(host_path);
+  if (file.fd < 0) {
+    const int reason = errno;
+    if (reason == ENOENT || reason == ENOTDIR) listing_of(parts.directory);
+    errno = reason;
+    return -1;
+  }
+  if (!open_files.add(file.fd)) return refuse(file, EMFILE).fd;
+  if (size != nullptr && file.regular()) *size = static_cast<std::size_t>(file.status.st_size);
+  return file.fd;
 }
 
 bool take_file_place() {
@@ -334,14 +369,73 @@ bool lacks_name(const directory_names* names, const sought_name& name) {
   return true;
 }
 
-int open_write(const char* path, bool append, content /*kind*/) {
+written_file open_write(const char* path, write_place place, content /*kind*/) {
   forget_listings();
-  return open_counted(native_path(path), write_flags(append));
+  written_file result;
+  const int flags = O_WRONLY | (place == write_place::at_end ? O_APPEND : 0);
+  const opened_file file = open_or_create(native_path(path), flags, result.created);
+  result.fd = file.fd;
+  result.regular = file.fd >= 0 && file.regular();
+  if (!result.regular) return result;
+  if (in_use().is_used(file.id())) {
+    result.fd = refuse(file, error_in_use).fd;
+    return result;
+  }
+  in_use().add_written(file.id(), file.fd);
+  result.size = static_cast<std::uint64_t>(file.status.st_size);
+  return result;
 }
 
-void close_file(int fd) {
+int open_nameless(const char* directory) {
+  constexpr mode_t owner = 0600;
+  const std::string host_path = native_path(directory);
+  const int fd = ::open(host_path.c_str(), O_TMPFILE | O_RDWR | O_CLOEXEC, owner);
+  if (fd >= 0 || (errno != EOPNOTSUPP && errno != EISDIR && errno != EINVAL)) return fd;
+  // The file system cannot do without a name.
+  const std::string name = host_path + "/kv" + fresh_name();
+  const int named = ::open(name.c_str(), O_CREAT | O_EXCL | O_RDWR | O_CLOEXEC, owner);
+  if (named >= 0 && ::unlink(name.c_str()) != 0) {
+    const int reason = errno;
+    ::close(named);
+    errno = reason;
+    return -1;
+  }
+  return named;
+}
+
+bool use_standard(int fd) {
+  opened_file file{fd};
+  if (::fstat(fd, &file.status) != 0) return false;
+  if (!file.regular()) return true;
+  const bool reads = fd == STDIN_FILENO;
+  if (reads ? in_use().is_written(file.id()) : in_use().is_used(file.id())) {
+    errno = error_in_use;
+    return false;
+  }
+  if (reads) {
+    in_use().add_read(file.id());
+  } else {
+    in_use().add_written(file.id(), fd);
+  }
+  return true;
+}
+
+bool use_replaced(const char* path) {
+  opened_file file;
+  if (::stat(native_path(path).c_str(), &file.status) != 0 || !file.regular()) return true;
+  if (in_use().is_used(file.id())) {
+    errno = error_in_use;
+    return false;
+  }
+  in_use().add_replaced(file.id());
+  return true;
+}
+
+bool close_file(int fd) {
   open_files.remove(fd);
-  ::close(fd);
+  in_use().remove(fd);
+  // An interrupted call has closed the descriptor all the same.
+  return ::close(fd) == 0 || errno == EINTR;
 }
 
 long read_block(int fd, void* buf, std::size_t n) {
@@ -366,14 +460,20 @@ bool write_all(int fd, const void* p, std::size_t n) {
   return true;
 }
 
-bool redirect(int fd, const char* path, open_mode mode) {
-  if (mode != open_mode::read) forget_listings();
-  const int flags = mode == open_mode::read ? O_RDONLY : write_flags(mode == open_mode::append);
-  const int opened = open_uncounted(native_path(path), flags);
-  if (opened < 0 || opened == fd) return opened >= 0;
-  const bool done = duplicate_onto(opened, fd);
-  ::close(opened);
-  return done;
+bool write_bytes(int fd, const void* p, std::size_t n) {
+  return write_all(fd, p, n);
+}
+
+bool resize_file(int fd, std::uint64_t size) {
+  int result = 0;
+  do {
+    result = ::ftruncate(fd, static_cast<off_t>(size));
+  } while (result < 0 && errno == EINTR);
+  return result == 0;
+}
+
+bool seek_file(int fd, std::uint64_t offset) {
+  return ::lseek(fd, static_cast<off_t>(offset), SEEK_SET) >= 0;
 }
 
 int duplicate(int fd) {
@@ -393,13 +493,34 @@ bool is_terminal(int fd) {
   return ::isatty(fd) == 1;
 }
 
-void prepare_standard_handles() {
+bool prepare_standard_handles() {
   std::signal(SIGPIPE, SIG_IGN);
+  std::signal(SIGXFSZ, SIG_IGN);
   for (int fd = STDIN_FILENO; fd <= STDERR_FILENO; ++fd) {
     if (::fcntl(fd, F_GETFD) != -1) continue;
     // The lowest free number is `fd`, as those below it are open by now.
-    if (::open("/dev/null", O_RDWR) != fd) return;
+    if (::open("/dev/null", O_RDWR) != fd) return false;
   }
+  return true;
+}
+
+namespace {
+
+bool hold_signals(int how) {
+  sigset_t ending;
+  sigemptyset(&ending);
+  for (const int signal : {SIGINT, SIGTERM, SIGHUP}) sigaddset(&ending, signal);
+  sigset_t before;
+  sigprocmask(how, &ending, &before);
+  return sigismember(&before, SIGINT) == 1;
+}
+
+}  // namespace
+
+signals_held::signals_held() : held_before_(hold_signals(SIG_BLOCK)) {}
+
+signals_held::~signals_held() {
+  if (!held_before_) hold_signals(SIG_UNBLOCK);
 }
 
 // ---- The file system ----
@@ -427,17 +548,21 @@ bool is_real_directory(const char* path) {
 bool list_directory(const char* path, std::vector<std::string>& names) {
   DIR* dir = ::opendir(native_path(path).c_str());
   if (dir == nullptr) return false;
+  errno = 0;
   while (const dirent* entry = ::readdir(dir)) {
     const std::string_view name = entry->d_name;
     if (name != "." && name != "..") names.emplace_back(name);
+    errno = 0;
   }
+  const int reason = errno;
   ::closedir(dir);
-  return true;
+  errno = reason;
+  return reason == 0;
 }
 
-bool make_directory(const char* path, bool owner_only) {
+bool make_directory(const char* path) {
   forget_listings();
-  return ::mkdir(native_path(path).c_str(), owner_only ? 0700 : 0777) == 0;
+  return ::mkdir(native_path(path).c_str(), 0777) == 0;
 }
 
 bool remove_file(const char* path) {
@@ -482,6 +607,10 @@ bool is_rooted(const char* path) {
 
 // ---- The process ----
 
+std::string temporary_directory() {
+  return "/tmp";
+}
+
 std::string current_directory() {
   std::array<char, 20480> buffer;
   return ::getcwd(buffer.data(), buffer.size()) != nullptr ? buffer.data() : "";
@@ -498,7 +627,7 @@ std::string program_path() {
 }
 
 const char* error_text(int error) {
-  return std::strerror(error);
+  return error == error_in_use ? in_use_text : std::strerror(error);
 }
 
 std::string fresh_name() {

@@ -29,6 +29,7 @@
 
 #include "common/host.h"
 #include "common/host_limit.h"
+#include "common/host_use.h"
 
 namespace kv::host {
 
@@ -36,6 +37,12 @@ const bool names_are_case_sensitive = false;
 namespace {
 
 constinit open_file_count open_files;
+
+// Never destroyed: files are closed until the process ends.
+files_in_use& in_use() {
+  static auto* const files = new files_in_use;
+  return *files;
+}
 
 // ---- Names ----
 
@@ -80,25 +87,42 @@ constexpr int read_flags(content kind) {
   return _O_RDONLY | _O_NOINHERIT | translation(kind);
 }
 
-constexpr int write_flags(bool append, content kind) {
-  return _O_WRONLY | _O_CREAT | _O_NOINHERIT | (append ? _O_APPEND : _O_TRUNC) | translation(kind);
+HANDLE handle_of(int fd) {
+  return reinterpret_cast<HANDLE>(::_get_osfhandle(fd));
 }
 
-int open_uncounted(const char* path, int flags) {
+int open_any(const char* path, int flags) {
   const int fd = ::_wopen(system_path(path).c_str(), flags, _S_IREAD | _S_IWRITE);
   if (fd < 0 && errno == EACCES && is_directory(path)) errno = EISDIR;
   return fd;
 }
 
-int open_counted(const char* path, int flags) {
-  int fd = -1;
-  if (!open_files.full()) {
-    fd = open_uncounted(path, flags);
-    if (fd < 0 || open_files.add(fd)) return fd;
-    ::_close(fd);
-  }
-  errno = EMFILE;
+// Closes the descriptor and keeps `error` as the reason for that. Returns -1.
+int refuse(int fd, int error) {
+  ::_close(fd);
+  errno = error;
   return -1;
+}
+
+// What the system knows the open file by; false for a device or a pipe.
+bool identify(HANDLE file, file_id& id, std::uint64_t* size = nullptr) {
+  BY_HANDLE_FILE_INFORMATION known;
+  if (::GetFileType(file) != FILE_TYPE_DISK) return false;
+  if (::GetFileInformationByHandle(file, &known) == 0) return false;
+  constexpr unsigned half = 32;
+  id = {known.dwVolumeSerialNumber,
+        (std::uint64_t{known.nFileIndexHigh} << half) | known.nFileIndexLow};
+  if (size != nullptr) *size = (std::uint64_t{known.nFileSizeHigh} << half) | known.nFileSizeLow;
+  return true;
+}
+
+// Opens a file to read it that must not be written in the run. The system is asked only where the
+// answer may matter.
+int open_unwritten(const char* path, content kind) {
+  const int fd = open_any(path, read_flags(kind));
+  file_id id;
+  if (fd < 0 || !in_use().any_written() || !identify(handle_of(fd), id)) return fd;
+  return in_use().is_written(id) ? refuse(fd, error_in_use) : fd;
 }
 
 // Translates the reason of a failed call of the system itself.
@@ -116,6 +140,10 @@ bool succeeded(BOOL result) {
     case ERROR_DIR_NOT_EMPTY:
       errno = ENOTEMPTY;
       break;
+    case ERROR_DISK_FULL:
+    case ERROR_HANDLE_DISK_FULL:
+      errno = ENOSPC;
+      break;
     default:
       errno = EACCES;
   }
@@ -132,18 +160,26 @@ bool has_attributes(const char* path, DWORD wanted) {
 
 // ---- Files ----
 
-int open_read(const char* path) {
-  return open_counted(path, read_flags(content::bytes));
+int open_read(const char* path, content kind) {
+  return open_any(path, read_flags(kind));
 }
 
-int open_read_uncounted(const char* path) {
-  return open_uncounted(path, read_flags(content::bytes));
+int open_input(const char* path, content kind) {
+  const int fd = open_unwritten(path, kind);
+  file_id id;
+  if (fd >= 0 && identify(handle_of(fd), id)) in_use().add_read(id);
+  return fd;
 }
 
 // Text mode makes fewer bytes of a file than it has, so the size is not known.
 int open_probe(const char* path, std::size_t* size) {
   if (size != nullptr) *size = 0;
-  return open_counted(path, read_flags(content::text));
+  if (open_files.full()) {
+    errno = EMFILE;
+    return -1;
+  }
+  const int fd = open_unwritten(path, content::text);
+  return fd < 0 || open_files.add(fd) ? fd : refuse(fd, EMFILE);
 }
 
 bool take_file_place() {
@@ -165,13 +201,69 @@ bool lacks_name(const directory_names*, const sought_name&) {
   return false;
 }
 
-int open_write(const char* path, bool append, content kind) {
-  return open_counted(path, write_flags(append, kind));
+written_file open_write(const char* path, write_place place, content kind) {
+  written_file file;
+  const int append = place == write_place::at_end ? _O_APPEND : 0;
+  const int flags = _O_WRONLY | _O_CREAT | _O_NOINHERIT | append | translation(kind);
+  file.fd = open_any(path, flags | _O_EXCL);
+  file.created = file.fd >= 0;
+  if (file.fd < 0 && errno == EEXIST) file.fd = open_any(path, flags);
+  file_id id;
+  file.regular = file.fd >= 0 && identify(handle_of(file.fd), id, &file.size);
+  if (!file.regular) return file;
+  if (in_use().is_used(id)) {
+    file.fd = refuse(file.fd, error_in_use);
+  } else {
+    in_use().add_written(id, file.fd);
+  }
+  return file;
 }
 
-void close_file(int fd) {
+// The file goes with its last handle, however the process ends.
+int open_nameless(const char* directory) {
+  const std::string path = std::string(directory) + "\\kv" + fresh_name();
+  return open_any(path.c_str(), _O_CREAT | _O_EXCL | _O_RDWR | _O_BINARY | _O_NOINHERIT |
+                                    _O_TEMPORARY | _O_SHORT_LIVED);
+}
+
+bool use_standard(int fd) {
+  file_id id;
+  if (!identify(handle_of(fd), id)) return true;
+  const bool reads = fd == 0;
+  if (reads ? in_use().is_written(id) : in_use().is_used(id)) {
+    errno = error_in_use;
+    return false;
+  }
+  if (reads) {
+    in_use().add_read(id);
+  } else {
+    in_use().add_written(id, fd);
+  }
+  return true;
+}
+
+bool use_replaced(const char* path) {
+  // No access is asked for, so nothing that others do with the file is in the way.
+  const HANDLE file = ::CreateFileW(system_path(path).c_str(), 0,
+                                    FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr,
+                                    OPEN_EXISTING, FILE_FLAG_BACKUP_SEMANTICS, nullptr);
+  if (file == INVALID_HANDLE_VALUE) return true;
+  file_id id;
+  const bool regular = identify(file, id);
+  ::CloseHandle(file);
+  if (!regular) return true;
+  if (in_use().is_used(id)) {
+    errno = error_in_use;
+    return false;
+  }
+  in_use().add_replaced(id);
+  return true;
+}
+
+bool close_file(int fd) {
   open_files.remove(fd);
-  ::_close(fd);
+  in_use().remove(fd);
+  return ::_close(fd) == 0;
 }
 
 long read_block(int fd, void* buf, std::size_t n) {
@@ -185,21 +277,38 @@ bool write_all(int fd, const void* p, std::size_t n) {
   const char* at = static_cast<const char*>(p);
   while (n != 0) {
     const int put = ::_write(fd, at, static_cast<unsigned>(std::min(n, most)));
-    if (put <= 0) return false;
+    if (put <= 0) {
+      // The runtime has no errno of its own for a pipe that nobody reads any more.
+      if (_doserrno == ERROR_NO_DATA || _doserrno == ERROR_PIPE_NOT_CONNECTED) errno = EPIPE;
+      return false;
+    }
     at += put;
     n -= static_cast<std::size_t>(put);
   }
   return true;
 }
 
-bool redirect(int fd, const char* path, open_mode mode) {
-  const int flags = mode == open_mode::read ? read_flags(content::text)
-                                            : write_flags(mode == open_mode::append, content::text);
-  const int opened = open_uncounted(path, flags);
-  if (opened < 0 || opened == fd) return opened >= 0;
-  const bool done = duplicate_onto(opened, fd);
-  ::_close(opened);
-  return done;
+bool write_bytes(int fd, const void* p, std::size_t n) {
+  constexpr std::size_t most = 1U << 20;
+  const char* at = static_cast<const char*>(p);
+  while (n != 0) {
+    DWORD put = 0;
+    const auto size = static_cast<DWORD>(std::min(n, most));
+    if (!succeeded(::WriteFile(handle_of(fd), at, size, &put, nullptr))) return false;
+    at += put;
+    n -= put;
+  }
+  return true;
+}
+
+bool resize_file(int fd, std::uint64_t size) {
+  const errno_t error = ::_chsize_s(fd, static_cast<std::int64_t>(size));
+  if (error != 0) errno = error;
+  return error == 0;
+}
+
+bool seek_file(int fd, std::uint64_t offset) {
+  return ::_lseeki64(fd, static_cast<std::int64_t>(offset), SEEK_SET) >= 0;
 }
 
 int duplicate(int fd) {
@@ -212,15 +321,14 @@ bool duplicate_onto(int from, int to) {
 
 bool is_terminal(int fd) {
   DWORD mode = 0;
-  return ::_isatty(fd) != 0 &&
-         ::GetConsoleMode(reinterpret_cast<HANDLE>(::_get_osfhandle(fd)), &mode) != 0;
+  return ::_isatty(fd) != 0 && ::GetConsoleMode(handle_of(fd), &mode) != 0;
 }
 
-void prepare_standard_handles() {
+bool prepare_standard_handles() {
   for (int fd = 0; fd <= 2; ++fd) {
     if (::_get_osfhandle(fd) < 0) {
       const int null_device = ::_open("NUL", _O_RDWR);
-      if (null_device < 0) return;
+      if (null_device < 0) return false;
       if (null_device != fd) {
         ::_dup2(null_device, fd);
         ::_close(null_device);
@@ -228,6 +336,16 @@ void prepare_standard_handles() {
     }
     ::_setmode(fd, _O_TEXT);
   }
+  return true;
+}
+
+// Ctrl-C; the system has no other signal from outside.
+signals_held::signals_held() {
+  ::SetConsoleCtrlHandler(nullptr, TRUE);
+}
+
+signals_held::~signals_held() {
+  ::SetConsoleCtrlHandler(nullptr, FALSE);
 }
 
 // ---- The file system ----
@@ -256,11 +374,12 @@ bool list_directory(const char* path, std::vector<std::string>& names) {
     std::string name = narrow(entry.cFileName);
     if (name != "." && name != "..") names.push_back(std::move(name));
   } while (::FindNextFileW(find, &entry) != 0);
+  const bool complete = ::GetLastError() == ERROR_NO_MORE_FILES || succeeded(FALSE);
   ::FindClose(find);
-  return true;
+  return complete;
 }
 
-bool make_directory(const char* path, bool /*owner_only*/) {
+bool make_directory(const char* path) {
   return succeeded(::CreateDirectoryW(system_path(path).c_str(), nullptr));
 }
 
@@ -308,6 +427,12 @@ bool is_rooted(const char* /*path*/) {
 
 // ---- The process ----
 
+std::string temporary_directory() {
+  std::array<wchar_t, MAX_PATH + 1> buffer;
+  const DWORD length = ::GetTempPathW(static_cast<DWORD>(buffer.size()), buffer.data());
+  return length != 0 && length < buffer.size() ? narrow(buffer.data()) : ".";
+}
+
 std::string current_directory() {
   std::array<char, 20480> buffer;
   const DWORD length = ::GetCurrentDirectoryA(static_cast<DWORD>(buffer.size()), buffer.data());
@@ -322,7 +447,7 @@ std::string program_path() {
 }
 
 const char* error_text(int error) {
-  return std::strerror(error);
+  return error == error_in_use ? in_use_text : std::strerror(error);
 }
 
 std::string fresh_name() {

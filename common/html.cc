@@ -1,20 +1,71 @@
-// The report is written through stdio streams of the C library, for three reasons: a heading is a
-// few bytes, the label count is written over the first line at the end, and a run that ends with
-// errors never closes the report, whose text must reach the files all the same; stdio flushes its
-// streams at exit.
+// Each page gathers its text and writes it in blocks; the table of contents is written at the end,
+// since its first line holds the count of its labels. All pages stay open until then, also the
+// frame page, which is complete early: a file that is open cannot become another one of the run.
 
 #include "common/html.h"
 
-#include <algorithm>
-#include <cstdio>
+#include <cerrno>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "common/alert.h"
 #include "common/host.h"
 #include "common/kvdebug.h"
+#include "common/outfile.h"
 
 namespace kv {
+namespace {
+
+constexpr std::size_t page_block = 65536;
+
+// One page, with the text that has not been written yet. It does nothing while it is not open.
+class page {
+ public:
+  // Raises a text of the given type when the file cannot be created.
+  void create(std::string path, const char* failure_type) {
+    path_ = std::move(path);
+    if (file_.open(path_.c_str(), host::write_place::from_start, host::content::text)) return;
+    if (errno == host::error_in_use) refuse_file("report", path_.c_str());
+    alert_typed(failure_type, "Could not open file %s", path_);
+  }
+
+  bool is_open() const { return file_.is_open(); }
+
+  void add(std::string_view text) {
+    if (is_open()) text_ += text;
+  }
+
+  template <formattable... A>
+  void add(std::string_view text, const A&... args) {
+    if (is_open()) text_ += format_string(text, args...);
+  }
+
+  void overwrite(std::size_t at, std::string_view text) {
+    if (is_open()) text_.replace(at, text.size(), text);
+  }
+
+  void flush() {
+    file_.write(text_);
+    text_.clear();
+  }
+
+  void flush_blocks() {
+    if (text_.size() >= page_block) flush();
+  }
+
+  void finish() {
+    if (is_open()) file_.finish(text_);
+    text_.clear();
+  }
+
+ private:
+  std::string path_;
+  out_file file_{"report"};
+  std::string text_;
+};
+
+}  // namespace
 
 // The writer's state, of which there is one per run.
 struct html_stream {
@@ -23,9 +74,11 @@ struct html_stream {
     int cells;  // written in the current row
   };
 
-  std::FILE* html_out = nullptr;  // the frame page until the frames are set up, then the content
-  std::FILE* html_toc = nullptr;
-  std::string join_prefix;  // report_dir with its separator; empty without a directory part
+  page frames;
+  page html_toc;
+  page content;
+  page* html_out = &frames;  // the frame page until the frames are set up, then the content
+  std::string join_prefix;   // report_dir with its separator; empty without a directory part
   std::string main_filename;
   std::string toc_filename;
   std::string style_sheet;  // empty: none
@@ -36,33 +89,13 @@ struct html_stream {
 
 namespace {
 
-// Made by html_open, kept until exit: its streams may be open until then.
+// Made by html_open, kept until exit.
 html_stream* report = nullptr;
 
 // CSS class of everything written; nobody has needed one yet.
 constexpr std::string_view class_name = "";
 
-constexpr long label_count_offset = 14;
-
-void write(std::FILE* stream, std::string_view text) {
-  if (stream) std::fwrite(text.data(), 1, text.size(), stream);
-}
-
-template <formattable... A>
-void write(std::FILE* stream, std::string_view text, const A&... args) {
-  if (stream) write(stream, std::string_view(format_string(text, args...)));
-}
-
-std::FILE* create(const std::string& path, const char* failure_type) {
-  std::FILE* const stream = std::fopen(host::native_path(path.c_str()).c_str(), "w");
-  if (stream == nullptr) alert_typed(failure_type, "Could not open file %s", path);
-  return stream;
-}
-
-void close(std::FILE*& stream) {
-  if (stream) std::fclose(stream);
-  stream = nullptr;
-}
+constexpr std::size_t label_count_offset = 14;
 
 // The path's last backslash, without one its last slash, without one its last colon.
 std::size_t find_separator(std::string_view path) {
@@ -84,55 +117,53 @@ void set_names(html_stream& r, std::string_view path) {
   r.toc_filename = "toc_" + r.main_filename;
 }
 
-void write_head(const html_stream& r, const char* title, const char* title_suffix) {
-  write(r.html_out, "<HTML>\n<HEAD>\n");
-  if (title) {
-    write(r.html_out, "<TITLE>%s%s</TITLE>\n", title, title_suffix ? title_suffix : "");
-  }
+void write_head(html_stream& r, const char* title, const char* title_suffix) {
+  r.html_out->add("<HTML>\n<HEAD>\n");
+  if (title) r.html_out->add("<TITLE>%s%s</TITLE>\n", title, title_suffix ? title_suffix : "");
   if (!r.style_sheet.empty()) {
-    write(r.html_out, "<LINK rel=stylesheet href=\"%s\" type=\"text/css\">\n", r.style_sheet);
+    r.html_out->add("<LINK rel=stylesheet href=\"%s\" type=\"text/css\">\n", r.style_sheet);
   }
-  write(r.html_out, "</HEAD>\n<BODY>\n");
+  r.html_out->add("</HEAD>\n<BODY>\n");
 }
 
-void write_contents_line(const html_stream& r, int level, std::string_view text) {
+void write_contents_line(html_stream& r, int level, std::string_view text) {
   std::string indent = " ";
   for (int i = 1; i < level; ++i) indent += "&nbsp";
   const std::string target = format_string("%s#%d", r.main_filename, r.labelCnt);
-  write(r.html_toc, "%s <a class=\"%s\" HREF=\"%s\"%s>%s</A><br>\n", indent, class_name, target,
-        "target=\"main\"", text);
+  r.html_toc.add("%s <a class=\"%s\" HREF=\"%s\"%s>%s</A><br>\n", indent, class_name, target,
+                 "target=\"main\"", text);
 }
 
 }  // namespace
 
 html_stream* html_open(const char* path, const char* title, const char* title_suffix,
                        const char* style_sheet) {
-  if (report == nullptr) report = new html_stream;
+  html_end();
+  delete report;
+  report = new html_stream;
   html_stream& r = *report;
-  close(r.html_out);
-  close(r.html_toc);
-  r = html_stream();
   set_names(r, path);
   if (style_sheet) r.style_sheet = style_sheet;
-  r.html_out = create(path, "F");
+  r.frames.create(path, "F");
   write_head(r, title, title_suffix);
-  return r.html_out ? &r : nullptr;
+  return r.frames.is_open() ? &r : nullptr;
 }
 
 void html_frames(int contents_level) {
   if (report == nullptr) return;
   html_stream& r = *report;
   r.toc_level = contents_level;
-  if (r.html_toc) return;
-  r.html_toc = create(r.join_prefix + r.toc_filename, "0");
-  write(r.html_toc, "<!-- labelCnt:000: -->\n<i>Table of Contents</i><br>\n");
+  if (r.html_toc.is_open()) return;
+  r.html_toc.create(r.join_prefix + r.toc_filename, "0");
+  r.html_toc.add("<!-- labelCnt:000: -->\n<i>Table of Contents</i><br>\n");
   r.main_filename.insert(0, "main_");
-  write(r.html_out,
-        "<frameset rows=\"15%%,85%%\"><frame name =\"toc\" src=\"%s\" />"
-        "<frame name =\"main\" src=\"%s\" /></frameset></HTML>\n",
-        r.toc_filename, r.main_filename);
-  close(r.html_out);
-  r.html_out = create(r.join_prefix + r.main_filename, "0");
+  r.frames.add(
+      "<frameset rows=\"15%%,85%%\"><frame name =\"toc\" src=\"%s\" />"
+      "<frame name =\"main\" src=\"%s\" /></frameset></HTML>\n",
+      r.toc_filename, r.main_filename);
+  r.frames.flush();
+  r.html_out = &r.content;
+  r.content.create(r.join_prefix + r.main_filename, "0");
   write_head(r, nullptr, nullptr);
 }
 
@@ -143,7 +174,7 @@ void html_anchor(std::string_view name) {
 void html_heading(int level, std::string_view text) {
   if (report == nullptr) return;
   html_stream& r = *report;
-  const bool is_listed = r.html_toc && r.toc_level >= level;
+  const bool is_listed = r.html_toc.is_open() && r.toc_level >= level;
   if (is_listed) html_printf("<a name=\"%d\">", r.labelCnt);
   html_printf("<h%d class=\"%s\">%s</h%d>\n", level, class_name, text, level);
   if (!is_listed) return;
@@ -180,7 +211,9 @@ void html_vcell(std::string_view text, std::span<const format_arg> args) {
 }
 
 void html_vprintf(std::string_view text, std::span<const format_arg> args) {
-  if (report) write(report->html_out, std::string_view(format_string(text, args)));
+  if (report == nullptr) return;
+  report->html_out->add(format_string(text, args));
+  report->html_out->flush_blocks();
 }
 
 void html_text16(const char16_t* text) {
@@ -197,13 +230,14 @@ void html_table_end() {
 
 void html_close() {
   if (report == nullptr) return;
-  html_stream& r = *report;
-  write(r.html_out, "</BODY>\n</HTML>\n");
-  close(r.html_out);
-  if (r.html_toc == nullptr) return;
-  std::fseek(r.html_toc, label_count_offset, SEEK_SET);
-  write(r.html_toc, "%3d", r.labelCnt);
-  close(r.html_toc);
+  report->html_out->add("</BODY>\n</HTML>\n");
+  report->html_toc.overwrite(label_count_offset, format_string("%3d", report->labelCnt));
+  html_end();
+}
+
+void html_end() {
+  if (report == nullptr) return;
+  for (page* each : {&report->frames, &report->content, &report->html_toc}) each->finish();
 }
 
 }  // namespace kv

@@ -21,7 +21,8 @@ struct html_stream;
 
 /// Creates the file `path` and writes its head, with a title (`title` followed by `title_suffix`)
 /// and a style sheet unless these are null. Returns the stream. Raises "Could not open file %s",
-/// which is fatal.
+/// which is fatal, and 141 (fatal) when the run uses the file already, as html_frames does for its
+/// pages.
 html_stream* html_open(const char* path, const char* title, const char* title_suffix,
                        const char* style_sheet);
 
@@ -49,8 +50,11 @@ void html_table_end();
 /// Writes 16-bit text, one byte per unit, without its markers.
 void html_text16(const char16_t* text);
 
-/// Completes the content page and the table of contents.
+/// Completes the content page and the table of contents, and closes all pages.
 void html_close();
+
+/// Closes all pages as they are. Nothing to do after html_close, or without a report.
+void html_end();
 
 void html_vcell(std::string_view text, std::span<const format_arg> args);
 void html_vprintf(std::string_view text, std::span<const format_arg> args);

@@ -3,8 +3,8 @@
 // with one call, so nothing has to be flushed.
 //
 // What may surprise: an item is recognised by its beginning ("alerts2" is "alerts"); the reports
-// written at exit come after the trace file was packed; the trace file is never closed, because
-// whatever runs last may still want to write to it.
+// written at exit come after the trace file was packed; an archive that is there already stays
+// until the new one is complete.
 
 #include "common/kvdebug.h"
 
@@ -25,7 +25,7 @@ namespace kv {
 
 std::uint32_t gDebugFlags = 0;
 std::uint32_t gAssertLevel = 0;
-int gFile = -1;
+constinit out_file gFile("debug-out");
 
 namespace {
 
@@ -34,6 +34,8 @@ const char* gFilePath = nullptr;    // path of the trace file, once one was name
 bool gDefaultOut = true;            // no "out" item was given
 std::uint32_t gOutNum = 1;          // number in the default trace file name
 const char* gZipFile = nullptr;     // the package zip
+bool gZipReplaced = false;          // it is to be a new one, and nothing was added yet
+bool gZipClaimed = false;           // it is no other file of the run
 hash_table* gDebugNames = nullptr;  // names of "debug" items, without regard to case
 bool gOptionsSeen = false;          // an option was processed; later ones do not count
 std::uint32_t gIndentLevel = 0;     // functions entered and not yet left
@@ -54,10 +56,8 @@ const char* default_file_name() {
 // Opens the trace file `path` in place of the one before. Raises 141 (fatal) on failure.
 void open_trace(const char* path, bool append) {
   gFilePath = path;
-  const int fd = host::open_write(path, append, host::content::text);
-  if (fd < 0) alert_msg_fatal(141, "debug-out", path);
-  if (gFile >= 0) host::close_file(gFile);
-  gFile = fd;
+  const auto place = append ? host::write_place::at_end : host::write_place::from_start;
+  if (!gFile.open(path, place, host::content::text)) refuse_file("debug-out", path);
 }
 
 void handle_out(const char* arg) {
@@ -73,14 +73,6 @@ void handle_out(const char* arg) {
   open_trace(path, append);
 }
 
-void make_way_for_zip(const char* path) {
-  if (!host::exists(path)) return;
-  db_warning("Package zip \"%s\" already exists and will be over-written", path);
-  if (!host::remove_file(path)) {
-    db_warning("Unable to remove \"%s\", it will be updated if possible", path);
-  }
-}
-
 void handle_zip(const char* arg) {
   if (gZipFile) {
     return db_warning("Zip file already set to \"%s\", ignoring addtional zip options", gZipFile);
@@ -90,7 +82,10 @@ void handle_zip(const char* arg) {
     return;
   }
   gZipFile = str_intern(arg && *arg ? arg : "kva_package.zip");
-  make_way_for_zip(gZipFile);
+  gZipReplaced = true;
+  if (host::exists(gZipFile)) {
+    db_warning("Package zip \"%s\" already exists and will be over-written", gZipFile);
+  }
 }
 
 void handle_assert(const char* arg) {
@@ -162,7 +157,7 @@ void apply_item(const char* item) {
 // Trace lines.
 
 void write_trace(std::string_view text) {
-  host::write_all(gFile, text.data(), text.size());
+  gFile.write(text);
 }
 
 std::string_view last_component(std::string_view path) {
@@ -244,7 +239,7 @@ std::string archive_name(std::string_view path) {
 
 // Makes `zip` ready for adding `path`; false when there is nothing to be added to.
 bool begin_package(zip_archive& zip, const char* path) {
-  if (!host::exists(gZipFile)) {
+  if (gZipReplaced || !host::exists(gZipFile)) {
     if (zip.create(gZipFile)) return true;
     db_warning("Unable to init package zip file (%s) to add \"%s\"", gZipFile, path);
     return false;
@@ -258,6 +253,14 @@ bool begin_package(zip_archive& zip, const char* path) {
                gZipFile, path);
   }
   return true;
+}
+
+// The old archive goes even if nothing is packed.
+void remove_old_zip() {
+  if (!gZipReplaced || !gZipClaimed || !host::exists(gZipFile)) return;
+  if (!host::remove_file(gZipFile)) {
+    db_warning("Unable to remove \"%s\", it will be updated if possible", gZipFile);
+  }
 }
 
 }  // namespace
@@ -354,12 +357,25 @@ void db_assert(const char* expr, const char* file, unsigned line) {
   reporting = false;
 }
 
+void db_claim_zip() {
+  if (gZipFile == nullptr) return;
+  if (!host::use_replaced(gZipFile)) refuse_file("zip", gZipFile);
+  gZipClaimed = true;
+}
+
 void db_close() {
-  if (gDefaultOut && gFilePath) db_zip_add(gFilePath, nullptr);
+  if (!files_given_back()) {
+    if (gDefaultOut && gFilePath) {
+      db_zip_add(gFilePath, nullptr);
+    } else {
+      remove_old_zip();
+    }
+  }
   if (db_tracing(db_adt)) {
     hash_report();
     vec_report();
   }
+  gFile.finish({});
 }
 
 void db_zip_add(const char* path, const char* comment) {
@@ -374,7 +390,9 @@ void db_zip_add(const char* path, const char* comment) {
   if (!zip.finalize()) {
     db_warning("Unable to finalize package zip (%s) after adding \"%s\"", gZipFile, path);
   }
-  if (!zip.close()) {
+  if (zip.close()) {
+    gZipReplaced = false;
+  } else {
     db_warning("Unable to end package zip (%s) after adding \"%s\"", gZipFile, path);
   }
 }

@@ -14,6 +14,7 @@
 #include <string_view>
 
 #include "common/format.h"
+#include "common/outfile.h"
 
 namespace kv {
 
@@ -24,7 +25,7 @@ inline constexpr std::uint32_t db_adt = 16;     ///< statistics of the container
 
 extern std::uint32_t gDebugFlags;   ///< union of the bits of the items given
 extern std::uint32_t gAssertLevel;  ///< failed checks: 0 ignore, 1 fatal, 2 error, 3 warning
-extern int gFile;                   ///< descriptor of the trace file; -1 while there is none
+extern out_file gFile;              ///< the trace file; not open while there is none
 
 /// Whether one of the given flag bits is on.
 inline bool db_tracing(std::uint32_t flags) {
@@ -38,7 +39,7 @@ inline bool db_asserts_on() {
 
 /// Whether a trace file is open.
 inline bool db_is_open() {
-  return gFile >= 0;
+  return gFile.is_open();
 }
 
 /// While it lives, the given flag bits are off, and nothing is gathered for what they would write:
@@ -73,7 +74,11 @@ void db_alert(std::string_view text);
 /// Reports a failed check as message 1503 (fatal), 1502 or 1501 by `gAssertLevel`; nothing at 0.
 void db_assert(const char* expr, const char* file, unsigned line);
 
-/// Ends the trace at exit: packs the trace file and writes the containers' reports.
+/// Takes the package zip into use once the other files of the run are open: it is replaced when the
+/// run ends. Raises 141 (fatal) when it is one of them.
+void db_claim_zip();
+
+/// Ends the trace at exit: packs the trace file, writes the containers' reports and closes it.
 void db_close();
 
 /// Adds the file `path` to the package zip, with a comment unless that is null. Nothing happens

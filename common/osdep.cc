@@ -1,7 +1,4 @@
 // Host services on top of the host layer.
-//
-// Temporary files live in one private directory per run, so that their names need no more than a
-// counter and nothing but the directory has to be remembered for the clean-up.
 
 #include "common/osdep.h"
 
@@ -41,71 +38,17 @@ bool is_bare_drive(std::string_view path) {
   return path.size() == 2 && path[1] == ':' && std::isalpha(static_cast<unsigned char>(path[0]));
 }
 
-// ---- Temporary files ----
+// ---- Directories ----
 
-// Invariants: temp_base is set and cleanup_registered holds whenever temp_root is set, and
-// remove_dirs then lists it until the exit handler has run.
-struct temp_state {
-  std::optional<std::string> temp_root;
-  std::string temp_base;
-  unsigned temp_counter = 0;
-  std::vector<std::string> remove_dirs;
-  bool cleanup_registered = false;
-};
-
-// Never destroyed: the exit handler may run after static objects are gone.
-temp_state& temps() {
-  static auto* const state = new temp_state;
-  return *state;
-}
-
-void remove_registered_dirs() {
-  for (const std::string& dir : temps().remove_dirs) {
-    if (file_exists(dir.c_str())) remove_tree(dir.c_str());
-  }
-  temps().remove_dirs.clear();
-}
-
-std::string temp_parent() {
-  std::string root = ".";
-  for (const char* variable : {"TEMP", "TMP"}) {
-    const char* value = std::getenv(variable);
-    if (value == nullptr || *value == '\0') continue;
-    root = value;
-    break;
-  }
-  if (root.back() != '\\' && root.back() != ':') root += '\\';
-  return root;
-}
-
-// Makes one directory and its missing parents; only the last one is private if asked for.
-int make_directories(std::string path, bool owner_only) {
+// Makes one directory and its missing parents.
+int make_directories(std::string path) {
   while (path.size() > 1 && is_slash(path.back())) path.pop_back();
   const std::optional<std::string> parent = path_dir(path.c_str());
   if (parent && !parent->empty() && !is_bare_drive(*parent)) {
-    if (!file_exists(parent->c_str()) && make_directories(*parent, false) != 0) return -1;
+    if (!file_exists(parent->c_str()) && make_directories(*parent) != 0) return -1;
     if (!is_directory(parent->c_str())) return -1;
   }
-  return host::make_directory(path.c_str(), owner_only) ? 0 : -1;
-}
-
-bool make_temp_root() {
-  const std::string parent = temp_parent();
-  for (char letter = 'A'; letter <= 'Z'; ++letter) {
-    const std::string candidate = parent + "kv" + letter + host::fresh_name();
-    if (file_exists(candidate.c_str()) || make_directories(candidate, true) != 0) continue;
-
-    temp_state& state = temps();
-    state.temp_root = candidate;
-    state.remove_dirs.push_back(candidate);
-    if (!state.cleanup_registered) {
-      state.cleanup_registered = std::atexit(remove_registered_dirs) == 0;
-    }
-    state.temp_base = component_name;
-    std::replace(state.temp_base.begin(), state.temp_base.end(), ' ', '_');
-    return true;
-  }
-  return false;
+  return host::make_directory(path.c_str()) ? 0 : -1;
 }
 
 // ---- Normalising ----
@@ -128,11 +71,14 @@ void drop_component(std::string& out) {
 
 // ---- Temporary files ----
 
-std::optional<std::string> temp_file_name() {
-  temp_state& state = temps();
-  if (!state.temp_root && !make_temp_root()) return std::nullopt;
-  const std::string name = state.temp_base + "_tmp_" + std::to_string(state.temp_counter++);
-  return path_join(state.temp_root->c_str(), name.c_str());
+int open_temp_file() {
+  for (const char* variable : {"TEMP", "TMP", "TMPDIR"}) {
+    const char* directory = std::getenv(variable);
+    if (directory == nullptr || *directory == '\0') continue;
+    if (const int fd = host::open_nameless(directory); fd >= 0) return fd;
+  }
+  const int fd = host::open_nameless(host::temporary_directory().c_str());
+  return fd >= 0 ? fd : host::open_nameless(".");
 }
 
 // ---- Paths ----
@@ -228,7 +174,7 @@ bool is_directory(const char* path) {
 }
 
 int make_dirs(const char* path) {
-  return path != nullptr ? make_directories(path, false) : -1;
+  return path != nullptr ? make_directories(path) : -1;
 }
 
 int remove_tree(const char* path) {

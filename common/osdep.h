@@ -1,4 +1,4 @@
-// Host services shared by the toolchain's programs: private temporary files, path names, file tests
+// Host services shared by the toolchain's programs: temporary files, path names, file tests
 // and helpers for 16-bit text.
 //
 // Paths are split at backslashes, slashes and the colon of a drive, and joined with backslashes;
@@ -17,11 +17,11 @@ namespace kv {
 
 // ---- Temporary files ----
 
-/// Returns a fresh file name in the run's private temporary directory; the file is not created. The
-/// first call makes the directory, readable by its owner only, under TEMP, TMP or "."; it goes with
-/// all its contents when the process ends. Nothing when the directory cannot be made; the next call
-/// tries again.
-std::optional<std::string> temp_file_name();
+/// Opens a file for reading and writing that nobody else can open and that is gone, however the
+/// process ends, when its descriptor is closed. It lies in the first of these directories that
+/// takes it: TEMP, TMP, TMPDIR, the system's own, the working directory. Returns the descriptor, to
+/// be closed with host::close_file, or -1 with errno set.
+int open_temp_file();
 
 // ---- Paths ----
 

@@ -5,6 +5,7 @@
 #include "common/stringcache.h"
 
 #include <algorithm>
+#include <cerrno>
 #include <cstdlib>
 #include <cstring>
 #include <string>
@@ -12,13 +13,13 @@
 #include "common/alloc.h"
 #include "common/hash.h"
 #include "common/host.h"
+#include "common/outfile.h"
 
 namespace kv {
 namespace {
 
 constexpr std::size_t scratch_minimum = 4096;
 constexpr std::size_t piece_limit = 1023;  // characters read at a time by read_long_line
-constexpr int standard_error = 2;
 
 std::uint32_t cache_size = 5077;
 std::uint32_t cache_limit = 0;
@@ -69,7 +70,7 @@ bool is_empty(const char* s) {
 
 [[noreturn]] void formatting_failed() {
   constexpr std::string_view complaint = "vsnprintf failed in a mysterious way\n";
-  host::write_all(standard_error, complaint.data(), complaint.size());
+  write_error_text(complaint);
   std::abort();
 }
 
@@ -77,6 +78,7 @@ bool is_empty(const char* s) {
 bool fill(line_reader& in) {
   if (in.at_end) return false;
   const long got = host::read_block(in.fd, in.buffer, sizeof in.buffer);
+  if (got < 0) in.error = errno;
   in.at_end = got <= 0;
   in.next = 0;
   in.end = in.at_end ? 0 : static_cast<std::size_t>(got);

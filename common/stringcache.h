@@ -72,6 +72,7 @@ struct line_reader {
 
   int fd;
   bool at_end = false;   ///< a read met the end; at a terminal another one would wait for more
+  int error = 0;         ///< errno of a read that failed, which counts as the end
   std::size_t next = 0;  ///< bytes next..end of the buffer are read but not yet taken
   std::size_t end = 0;
   char buffer[4096];

@@ -6,8 +6,6 @@
 #include <string>
 #include <string_view>
 
-#include "common/host.h"
-
 namespace kv {
 namespace {
 
@@ -28,7 +26,7 @@ std::string build_date() {
 
 }  // namespace
 
-void show_version() {
+std::string version_banner() {
   struct row {
     std::string_view label;
     std::string value;
@@ -44,8 +42,7 @@ void show_version() {
     banner += label;
     banner += ":\t" + value + '\n';
   }
-  constexpr int standard_output = 1;
-  host::write_all(standard_output, banner.data(), banner.size());
+  return banner;
 }
 
 }  // namespace kv

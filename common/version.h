@@ -5,6 +5,8 @@
 // the same sources always build the same program.
 #pragma once
 
+#include <string>
+
 namespace kv {
 
 /// The build's date and time as 14 decimal digits YYYYMMDDhhmmss.
@@ -16,8 +18,7 @@ inline constexpr const char* product_version = "1.0";
 inline constexpr char version_suffix = ' ';
 inline constexpr const char* release_name = "";
 
-/// Writes the version banner to standard output in one piece. The caller has flushed what it
-/// buffered for that descriptor.
-void show_version();
+/// Returns the version banner, a block of lines.
+std::string version_banner();
 
 }  // namespace kv

@@ -2,16 +2,19 @@
 
 #include "common/zip_archive.h"
 
-#include "common/host.h"
-
 #ifndef CPP_NO_ZIP
 
 #include <minizip/unzip.h>
 #include <minizip/zip.h>
 #include <sys/stat.h>
 
+#include <cerrno>
 #include <cstdint>
+#include <cstring>
 #include <ctime>
+#include <utility>
+
+#include "common/outfile.h"
 
 namespace kv {
 namespace {
@@ -46,13 +49,6 @@ bool read_blocks(const char* path, Take take) {
   return got == 0;
 }
 
-bool copy_file(const char* from, const char* to) {
-  const file out(host::open_write(to, false));
-  return out.fd() >= 0 && read_blocks(from, [&](const char* block, unsigned size) {
-           return host::write_all(out.fd(), block, size);
-         });
-}
-
 // Size and time of the file for its directory entry; archives hold local times.
 bool describe(const char* path, zip_fileinfo& info, bool& is_large) {
   struct stat status;
@@ -75,13 +71,60 @@ bool zip_archive::is_supported() {
   return true;
 }
 
+// minizip calls these in place of those of a file; `opaque` is the archive.
+struct zip_archive::stream {
+  static zip_archive& of(void* opaque) { return *static_cast<zip_archive*>(opaque); }
+
+  static void* open(void* opaque, const void*, int) {
+    of(opaque).at_ = 0;
+    return opaque;
+  }
+  static uLong read(void* opaque, void*, void* to, uLong n) {
+    zip_archive& a = of(opaque);
+    const std::size_t got =
+        a.at_ < a.bytes_.size() ? a.bytes_.copy(static_cast<char*>(to), n, a.at_) : 0;
+    a.at_ += got;
+    return static_cast<uLong>(got);
+  }
+  static uLong write(void* opaque, void*, const void* from, uLong n) {
+    zip_archive& a = of(opaque);
+    if (a.bytes_.size() < a.at_ + n) a.bytes_.resize(a.at_ + n);
+    std::memcpy(a.bytes_.data() + a.at_, from, n);
+    a.at_ += n;
+    return n;
+  }
+  static ZPOS64_T tell(void* opaque, void*) { return of(opaque).at_; }
+  static long seek(void* opaque, void*, ZPOS64_T offset, int origin) {
+    zip_archive& a = of(opaque);
+    std::size_t base = 0;
+    if (origin == ZLIB_FILEFUNC_SEEK_CUR) base = a.at_;
+    if (origin == ZLIB_FILEFUNC_SEEK_END) base = a.bytes_.size();
+    a.at_ = base + static_cast<std::size_t>(offset);
+    return 0;
+  }
+  static int close(void*, void*) { return 0; }
+  static int error(void*, void*) { return 0; }
+
+  static zlib_filefunc64_def calls(zip_archive& archive) {
+    return {open, read, write, tell, seek, close, error, &archive};
+  }
+};
+
 zip_archive::~zip_archive() {
   if (writer_) zipClose(writer_, nullptr);
+  if (work_fd_ >= 0) host::close_file(work_fd_);
   if (!work_path_.empty()) host::remove_file(work_path_.c_str());
 }
 
 bool zip_archive::open_reader(const char* path) {
-  const unzFile reader = unzOpen64(host::native_path(path).c_str());
+  if (!read_blocks(path, [this](const char* block, unsigned size) {
+        bytes_.append(block, size);
+        return true;
+      })) {
+    return false;
+  }
+  zlib_filefunc64_def calls = stream::calls(*this);
+  const unzFile reader = unzOpen2_64(path, &calls);
   if (reader == nullptr) return false;
   unzClose(reader);
   path_ = path;
@@ -89,20 +132,22 @@ bool zip_archive::open_reader(const char* path) {
 }
 
 bool zip_archive::convert_to_writer() {
-  if (path_.empty()) return false;
-  work_path_ = path_ + "." + host::fresh_name();
-  return copy_file(path_.c_str(), work_path_.c_str()) && open_writer(APPEND_STATUS_ADDINZIP);
+  return !path_.empty() && open_writer(APPEND_STATUS_ADDINZIP);
 }
 
 bool zip_archive::create(const char* path) {
   if (*path == '\0') return false;  // a file would come of the work file's name alone
   path_ = path;
-  work_path_ = path_ + "." + host::fresh_name();
   return open_writer(APPEND_STATUS_CREATE);
 }
 
 bool zip_archive::open_writer(int append_status) {
-  writer_ = zipOpen64(host::native_path(work_path_.c_str()).c_str(), append_status);
+  const std::string work_path = path_ + "." + host::fresh_name();
+  work_fd_ = host::open_write(work_path.c_str(), host::write_place::from_start).fd;
+  if (work_fd_ < 0) return false;
+  work_path_ = work_path;
+  zlib_filefunc64_def calls = stream::calls(*this);
+  writer_ = zipOpen2_64(path_.c_str(), append_status, nullptr, &calls);
   return writer_ != nullptr;
 }
 
@@ -130,7 +175,16 @@ bool zip_archive::finalize() {
 }
 
 bool zip_archive::close() {
-  if (!complete_ || failed_) return complete_;
+  if (complete_ && !failed_ && !put_in_place()) writing_has_failed("zip", path_.c_str());
+  return complete_;
+}
+
+bool zip_archive::put_in_place() {
+  const bool written = host::write_all(work_fd_, bytes_.data(), bytes_.size());
+  const int reason = errno;
+  const bool closed = host::close_file(std::exchange(work_fd_, -1));
+  if (!written) errno = reason;
+  if (!written || !closed) return false;
   if (!host::replace_file(work_path_.c_str(), path_.c_str())) return false;
   work_path_.clear();
   return true;

@@ -1,11 +1,15 @@
 // A zip archive that gets files added: the few calls that packing needs, in one place.
 //
-// All work is done on a new file beside the archive, which takes its name only when everything
-// went well. So a failure at any step, also the death of the process, leaves the archive as it was.
+// The archive is put together in memory and written to a new file beside it, which takes its name
+// only when everything went well. So a failure at any step, also the death of the process, leaves
+// the archive as it was. No signal that ends the process finds the file beside it half done.
 
 #pragma once
 
+#include <cstddef>
 #include <string>
+
+#include "common/host.h"
 
 namespace kv {
 
@@ -38,14 +42,22 @@ class zip_archive {
   /// Completes the archive's directory.
   bool finalize();
 
-  /// Puts the finished archive in its place, unless nothing was added.
+  /// Puts the finished archive in its place, unless nothing was added. A file that cannot be
+  /// written is told of as such (see outfile.h).
   bool close();
 
  private:
-  bool open_writer(int append_status);
+  struct stream;  // the archive's bytes as minizip sees them
 
+  bool open_writer(int append_status);
+  bool put_in_place();
+
+  const host::signals_held hold_;
   std::string path_;       // the archive
   std::string work_path_;  // the file beside it that is written; empty while there is none
+  int work_fd_ = -1;
+  std::string bytes_;   // the archive's content
+  std::size_t at_ = 0;  // where minizip stands in it
   void* writer_ = nullptr;
   bool complete_ = false;  // every file was added and the directory is written
   bool failed_ = false;    // a file could not be added

@@ -6,8 +6,8 @@
 
 #include "common/alert.h"
 #include "common/format.h"
-#include "common/host.h"
 #include "common/osdep.h"
+#include "common/outfile.h"
 #include "cpp/options.h"
 #include "cpp/reader.h"
 #include "cpp/symtab.h"
@@ -197,7 +197,7 @@ void echo_source_line(const unit* line, const unit* file) {
   if (tagged) text += 'L';
   text += format_string(settings.listing_style == 0 ? "%6d:\t" : "%d:", cur_line);
   append_narrow(text, line);
-  host::write_all(2, text.data(), text.size());
+  write_error_text(text);
   line_shown = true;
 }
 

@@ -6,6 +6,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <string>
+#include <utility>
 
 #include "common/alert.h"
 #include "common/alloc.h"
@@ -14,6 +15,7 @@
 #include "common/host.h"
 #include "common/kvdebug.h"
 #include "common/osdep.h"
+#include "common/outfile.h"
 #include "common/registry.h"
 #include "cpp/control.h"
 #include "cpp/controllane.h"
@@ -34,13 +36,16 @@ namespace kv::cpp {
 
 namespace {
 
-constexpr int fd_in = 0;
-constexpr int fd_out = 1;
+constexpr int standard_input = 0;
+constexpr int standard_output = 1;
 
-int saved_stdout_fd = -1;           // what standard output was at start
-int temp_out = -1;                  // under -dM: the temporary file that takes the text
-const char* dump_path = nullptr;    // under -dM: where the dump goes, standard output when null
-const char* output_path = nullptr;  // the file that standard output is bound to, once it is
+// What becomes of the output when the run ends.
+enum class output_fate {
+  written,     // it is completed
+  left_alone,  // no text is due yet: what was there stays
+  undone,      // as left_alone, and a new file goes: the dump that was asked for is not due yet
+};
+output_fate output_end = output_fate::written;
 
 bool dumps_macros() {
   return settings.dump_macros && text_output();
@@ -61,64 +66,75 @@ void set_up_messages() {
   alert_set_echo(echo_source_line);
 }
 
+// Puts the command file in the place of standard input.
+void open_command_file(const char* path) {
+  const int fd = host::open_input(path, host::content::text);
+  if (fd < 0 || !host::duplicate_onto(fd, standard_input)) refuse_file("command", path);
+  host::close_file(fd);
+}
+
 command_line acquire_arguments(int argc, char** argv) {
   const char* cmd_file_arg = nullptr;
   if (argc == 2 && argv[1][0] == '@') {
     cmd_file_arg = argv[1];
-    if (!host::redirect(fd_in, cmd_file_arg + 1, host::open_mode::read)) {
-      alert_msg_fatal(141, "command", cmd_file_arg + 1);
-    }
+    open_command_file(cmd_file_arg + 1);
   } else if (argc > 1) {
     return {argc, argv, nullptr};
   }
-  char** acquired = getargs("cpp");
+  char** acquired = getargs("cpp", cmd_file_arg != nullptr ? cmd_file_arg + 1 : "-");
   return {static_cast<int>(arg_count), acquired, cmd_file_arg};
 }
 
 // Whoever mistypes an option at a terminal does not mean to type the text as well.
 void stop_before_waiting(int nfiles) {
-  if (nfiles > 1 || !alert_failed() || !host::is_terminal(fd_in)) return;
+  if (nfiles > 1 || !alert_failed() || !host::is_terminal(standard_input)) return;
   alert_printf("cpp --help lists the options");
   cpp_exit(1);
-}
-
-std::string temporary_name() {
-  const auto name = temp_file_name();
-  if (!name) alert_msg_fatal(2082);
-  return *name;
-}
-
-// Under -dM the text lands in a temporary file, and only the dump reaches the output.
-void divert_text() {
-  const std::string path = temporary_name();
-  temp_out = host::open_write(path.c_str(), false);
-  if (temp_out < 0) alert_msg_fatal(141, "temp", path);
-  host::duplicate_onto(temp_out, fd_out);
-}
-
-void bind_output(const char* path) {
-  std::string target = path;
-  if (dumps_macros()) {
-    dump_path = path;
-    target = temporary_name();
-  }
-  if (!host::redirect(fd_out, target.c_str(), host::open_mode::write))
-    alert_msg_fatal(141, "output", path);
-  output_path = path;
 }
 
 bool is_standard_stream(const char* path) {
   return std::strcmp(path, "-") == 0;
 }
 
-// Binds the file arguments argv[1] and argv[2] to the standard streams. Returns the input's name.
-const char* bind_files(int nfiles, char** argv) {
+// A command line with an error says too little about what its output is to be.
+void bind_output(const char* path) {
+  const bool opened = is_standard_stream(path) ? host::use_standard(standard_output)
+                                               : out_open(path, !alert_has_errors());
+  if (!opened) refuse_file("output", path);
+  output_end = dumps_macros() ? output_fate::undone : output_fate::left_alone;
+}
+
+// Returns the descriptor.
+int bind_input(const char* path) {
+  int fd = standard_input;
+  if (!is_standard_stream(path)) {
+    fd = host::open_input(path, host::content::text);
+  } else if (!host::use_standard(fd)) {
+    fd = -1;
+  }
+  if (fd < 0) refuse_file("input", path);
+  return fd;
+}
+
+struct bound_input {
+  int fd;
+  const char* path;
+};
+
+// Binds the file arguments argv[1] and argv[2], or the standard streams, the output first. From
+// here on the run writes over what the output held.
+bound_input bind_files(int nfiles, char** argv) {
   if (nfiles > 3) cpp_exit(1);
-  if (nfiles == 3 && !is_standard_stream(argv[2])) bind_output(argv[2]);
-  if (nfiles < 2 || is_standard_stream(argv[1])) return "";
-  if (!host::redirect(fd_in, argv[1], host::open_mode::read))
-    alert_msg_fatal(141, "input", argv[1]);
-  return argv[1];
+  bind_output(nfiles == 3 ? argv[2] : "-");
+  const char* path = nfiles >= 2 ? argv[1] : "-";
+  const int fd = bind_input(path);
+  db_claim_zip();
+  if (dumps_macros()) {
+    out_discard(true);
+  } else {
+    output_end = output_fate::written;
+  }
+  return {fd, path};
 }
 
 // While dependencies are listed only errors, and the messages named here, are of interest.
@@ -142,8 +158,8 @@ void start_dependencies(int nfiles, char** argv) {
 
 void start(int argc, char** argv) {
   alloc_prepare();
-  host::prepare_standard_handles();
-  saved_stdout_fd = host::duplicate(fd_out);
+  // With nowhere to complain there is nothing to be said.
+  if (!host::prepare_standard_handles()) std::exit(1);
   set_up_messages();
   reg_set_c_stdlib("c90");
   command_line args = acquire_arguments(argc, argv);
@@ -151,14 +167,15 @@ void start(int argc, char** argv) {
   define_startup_macros();
   const int nfiles = parse_options(args.argc, args.argv, args.cmd_file_arg);
   stop_before_waiting(nfiles);
-  if (dumps_macros()) divert_text();
-  const char* input_name = bind_files(nfiles, args.argv);
+  const bound_input input = bind_files(nfiles, args.argv);
   limit_messages();
   if (settings.show_search_path && text_output()) print_search_path();
   start_dependencies(nfiles, args.argv);
   included_files = hash_create(237, include_name_hash, str_compare, __FILE__, __LINE__);
-  if (settings.source_name[0] == 0) settings.source_name = input_name;
-  push_main_file(fd_in, settings.source_name);
+  if (settings.source_name[0] == 0 && !is_standard_stream(input.path)) {
+    settings.source_name = input.path;
+  }
+  push_main_file(input.fd, input.path, settings.source_name);
   base_frame = cur_frame;
   if (settings.macro_report) report_table();
   if (text_output()) write_line_marker();
@@ -276,24 +293,20 @@ void report_open_group() {
   alert_set_prehook(set_msg_position);
 }
 
-void close_temp_out() {
-  if (temp_out >= 0) host::close_file(temp_out);
-  temp_out = -1;
-}
-
 void write_dump() {
-  out_flush();
-  close_temp_out();
-  host::duplicate_onto(saved_stdout_fd, fd_out);
-  if (dump_path != nullptr && !host::redirect(fd_out, dump_path, host::open_mode::write)) {
-    alert_msg_fatal(141, "output", dump_path);
-  }
+  out_discard(false);
+  output_end = output_fate::written;
   dump_defines();
 }
 
-// What a build would take for the result goes; a device or a pipe stays.
-void remove_output() {
-  if (output_path != nullptr && host::is_regular_file(output_path)) host::remove_file(output_path);
+void end_output(int status) {
+  if (output_end != output_fate::written) {
+    out_leave_alone(output_end == output_fate::undone);
+    return;
+  }
+  out_finish();
+  // What a build would take for the result goes.
+  if (settings.delete_on_error && (status != 0 || writing_failed())) out_remove();
 }
 
 [[noreturn]] void finish(int pending) {
@@ -319,13 +332,13 @@ void run(int argc, char** argv) {
 }
 
 void cpp_exit(int status) {
-  if (dep_output && included_files != nullptr) hash_visit(included_files, nullptr, write_dep);
-  out_flush();
-  host::close_file(fd_out);
-  if (status != 0 && settings.delete_on_error) remove_output();
-  close_temp_out();
+  if (std::exchange(dep_output, false) && included_files != nullptr) {
+    hash_visit(included_files, nullptr, write_dep);
+  }
+  end_output(status);
+  report_end();
   db_close();
-  std::exit(status);
+  std::exit(writing_failed() ? 1 : status);
 }
 
 }  // namespace kv::cpp

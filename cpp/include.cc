@@ -18,6 +18,7 @@
 #include "common/host.h"
 #include "common/kvdebug.h"
 #include "common/osdep.h"
+#include "common/outfile.h"
 #include "common/pathcmp.h"
 #include "common/registry.h"
 #include "common/stringcache.h"
@@ -71,23 +72,29 @@ std::string lower_case(std::string path) {
   return path;
 }
 
+// Opens `path` as it stands. A file that the run writes is no reason to look for another one.
+int probe(const char* path, std::size_t& size) {
+  const int fd = host::open_probe(path, &size);
+  if (fd < 0 && errno == host::error_in_use) refuse_file("include", path);
+  return fd;
+}
+
 // Opens `path` under the spelling that the host accepts: as written, in lower case, or with the
 // letters as they are stored. `lowered` tells that only the lower-case spelling did.
 int open_any_case(const char* path, bool& as_written, bool& lowered, std::size_t& size) {
-  int fd = host::open_probe(path, &size);
+  int fd = probe(path, size);
   as_written = fd >= 0;
   lowered = false;
   if (fd >= 0) return fd;
 
   std::string other = lower_case(path);
   if (other != path) {
-    fd = host::open_probe(other.c_str(), &size);
+    fd = probe(other.c_str(), size);
     lowered = fd >= 0;
     if (lowered) return fd;
   }
   const int error = errno;
-  if (host::stored_spelling(path, other) && other != path)
-    return host::open_probe(other.c_str(), &size);
+  if (host::stored_spelling(path, other) && other != path) return probe(other.c_str(), size);
   errno = error;
   return -1;
 }
@@ -160,7 +167,7 @@ source_file* open_file(known_header& known) {
   }
   h.case_differs = !(as_written && host::names_are_case_sensitive) && !name_case_matches(path);
   if (!h.opened) enter_included(known);
-  source_file* file = source_open(fd, &h.content, size);
+  source_file* file = source_open(fd, {"include", path}, &h.content, size);
   if (lanes && !h.guard_known && h.content.bytes == nullptr) {
     const source_copy text = source_content(file);
     if (text.bytes != nullptr) note_guard(h, text);
@@ -376,12 +383,13 @@ void note_include(const char* path) {
     shown_includes = hash_create(128, str_hash, str_compare, __FILE__, __LINE__);
   }
   const word key = to_word(str_intern(path));
-  if (hash_insert(shown_includes, key, key, __FILE__, __LINE__) != 0)
-    file_printf(2, "%s\n", shown_path(path));
+  if (hash_insert(shown_includes, key, key, __FILE__, __LINE__) != 0) {
+    write_error_text(format_string("%s\n", shown_path(path)));
+  }
 }
 
-void push_main_file(int fd, const char* name) {
-  push_file(source_open(fd, nullptr, 0), name);
+void push_main_file(int fd, const char* path, const char* name) {
+  push_file(source_open(fd, {"input", path}, nullptr, 0), name);
 }
 
 }  // namespace kv::cpp

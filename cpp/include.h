@@ -37,7 +37,7 @@ bool is_installed_header(const char* path);
 /// Prints `path` to standard error the first time it is given (-H).
 void note_include(const char* path);
 
-/// Pushes the primary input, read from the open descriptor `fd`, under `name`.
-void push_main_file(int fd, const char* name);
+/// Pushes the primary input, the file `path` read from the open descriptor `fd`, under `name`.
+void push_main_file(int fd, const char* path, const char* name);
 
 }  // namespace kv::cpp

@@ -4,6 +4,7 @@
 #include "cpp/options.h"
 
 #include <cctype>
+#include <cerrno>
 #include <charconv>
 #include <chrono>
 #include <cstdlib>
@@ -19,11 +20,13 @@
 #include "common/host.h"
 #include "common/kvdebug.h"
 #include "common/osdep.h"
+#include "common/outfile.h"
 #include "common/version.h"
 #include "cpp/diag.h"
 #include "cpp/driver.h"
 #include "cpp/ifsizeof.h"
 #include "cpp/include.h"
+#include "cpp/outbuf.h"
 #include "cpp/reader.h"
 #include "cpp/report.h"
 #include "cpp/scan.h"
@@ -135,7 +138,9 @@ void opt_errors(const option_call& o) {
     settings.gcc_messages = false;
     alert_use_formats(settings.listing_style);
   } else {
-    host::redirect(2, o.rest, host::open_mode::append);
+    // Where the file cannot be opened, messages go on to standard error.
+    const bool appended = append_error_text_to(o.rest);
+    if (!appended && errno == host::error_in_use) refuse_file("message", o.rest);
   }
 }
 
@@ -241,7 +246,7 @@ void opt_dump(const option_call&) {
 }
 
 void opt_version(const option_call&) {
-  show_version();
+  out_text(version_banner());
   cpp_exit(0);
 }
 
@@ -332,7 +337,7 @@ constexpr option options[] = {
 
 void opt_help(const option_call&) {
   std::vector<option_doc> rows(std::begin(options), std::end(options));
-  show_usage(rows);
+  out_text(usage_page(rows));
   cpp_exit(0);
 }
 

@@ -1,6 +1,7 @@
 #include "cpp/outbuf.h"
 
-#include "common/host.h"
+#include "common/alert.h"
+#include "common/outfile.h"
 
 namespace kv::cpp {
 
@@ -9,8 +10,25 @@ unsigned char* out_next = out_block;
 
 namespace {
 
+constexpr int standard_output = 1;
+
+// Where the text goes; nowhere when it is closed.
+constinit out_file output("output", standard_output);
+
+constinit bool discarding = false;
+
 // The last byte that has left the block.
 constinit unsigned char last_gone = '\n';
+
+void write(const void* p, std::size_t n) {
+  if (n == 0 || discarding) return;
+  last_gone = static_cast<const unsigned char*>(p)[n - 1];
+  if (!output.write(p, n)) alert_leave(1);
+}
+
+std::size_t gathered() {
+  return static_cast<std::size_t>(out_next - out_block);
+}
 
 }  // namespace
 
@@ -18,22 +36,46 @@ bool out_at_line_start() {
   return (out_next != out_block ? out_next[-1] : last_gone) == '\n';
 }
 
+bool out_open(const char* path, bool replace) {
+  if (!output.open(path, host::write_place::from_start, host::content::text)) return false;
+  if (!replace && output.replaces()) output.leave_alone(false);
+  return true;
+}
+
 void out_flush() {
-  const auto n = static_cast<std::size_t>(out_next - out_block);
-  if (n != 0) last_gone = out_next[-1];
+  const std::size_t n = gathered();
   out_next = out_block;
-  if (n != 0) host::write_all(1, out_block, n);
+  write(out_block, n);
 }
 
 void out_large(const void* p, std::size_t n) {
   out_flush();
   if (n >= out_size) {
-    host::write_all(1, p, n);
-    last_gone = static_cast<const unsigned char*>(p)[n - 1];
+    write(p, n);
   } else {
     std::memcpy(out_next, p, n);
     out_next += n;
   }
+}
+
+void out_discard(bool on) {
+  out_next = out_block;
+  discarding = on;
+}
+
+void out_finish() {
+  const std::size_t n = gathered();
+  out_next = out_block;
+  output.finish(out_block, n);
+}
+
+void out_remove() {
+  output.remove();
+}
+
+void out_leave_alone(bool remove_new) {
+  out_next = out_block;
+  output.leave_alone(remove_new);
 }
 
 }  // namespace kv::cpp

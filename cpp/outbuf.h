@@ -1,5 +1,5 @@
-// The buffered standard output: everything the program writes there gathers in one block and leaves
-// in large writes. Whoever touches descriptor 1 directly flushes first.
+// The buffered output: everything the program writes there gathers in one block and leaves in large
+// writes. It is standard output until a file is opened in its place. A failed write ends the run.
 #pragma once
 
 #include <cstddef>
@@ -14,11 +14,30 @@ extern unsigned char out_block[out_size];
 /// Where the next byte goes, inside or at the end of out_block.
 extern unsigned char* out_next;
 
-/// Writes what has gathered to descriptor 1. Write errors are not reported.
+/// Makes the file `path`, which is kept by reference, the output. What it holds stays until the
+/// first block leaves, or with `replace` false for good: the text then goes nowhere. Returns false
+/// with errno set when it cannot be opened.
+bool out_open(const char* path, bool replace);
+
+/// Writes what has gathered. Ends the run with status 1 when that fails.
 void out_flush();
 
 /// Whether nothing has been written behind the last newline.
 bool out_at_line_start();
+
+/// From now on text goes nowhere, or goes to the output again. What has gathered is dropped.
+void out_discard(bool on);
+
+/// Writes what has gathered in the place of what the output held, and closes it. Text that is
+/// written later goes nowhere.
+void out_finish();
+
+/// Removes the output after that; a device or a pipe stays.
+void out_remove();
+
+/// Closes the output with what it held before the run. A file that was not there stays as an empty
+/// one, or is removed.
+void out_leave_alone(bool remove_new);
 
 /// The bytes that can be appended before the block has to leave.
 inline std::size_t out_room() {

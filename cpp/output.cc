@@ -7,7 +7,7 @@
 #include <utility>
 #include <vector>
 
-#include "common/host.h"
+#include "common/outfile.h"
 #include "cpp/control.h"
 #include "cpp/diag.h"
 #include "cpp/include.h"
@@ -207,7 +207,7 @@ void print_search_path() {
       "#include <...> search starts here:\n";
   for (std::size_t i = 0; i < include_dir_count; ++i) list.append(include_dirs[i]).append("\n");
   list += "End of search list.\n";
-  host::write_all(2, list.data(), list.size());
+  write_error_text(list);
 }
 
 }  // namespace kv::cpp

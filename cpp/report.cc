@@ -77,4 +77,8 @@ void report_close() {
   html_close();
 }
 
+void report_end() {
+  html_end();
+}
+
 }  // namespace kv::cpp

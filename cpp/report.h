@@ -20,4 +20,7 @@ void report_macro(const symbol* sym);
 /// Completes the report; only a run without errors does.
 void report_close();
 
+/// Closes the report as it is, if there is one that is not complete.
+void report_end();
+
 }  // namespace kv::cpp

@@ -9,6 +9,7 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "common/alert.h"
 #include "common/alloc.h"
 #include "common/host.h"
 #include "cpp/reader.h"
@@ -26,9 +27,13 @@ static_assert(source_block_size > 2 * line_capacity,
 
 source_file* free_sources = nullptr;
 
-// Reads up to `room` bytes to `to`; 0 or less at the end.
+// Reads up to `room` bytes to `to`; 0 at the end.
 long read_some(source_file* f, unsigned char* to, std::size_t room) {
-  if (f->fd >= 0) return host::read_block(f->fd, to, room);
+  if (f->fd >= 0) {
+    const long n = host::read_block(f->fd, to, room);
+    if (n < 0) alert_msg_fatal(141, f->name.kind, f->name.path);
+    return n;
+  }
   const std::size_t n = f->copy.size < room ? f->copy.size : room;
   if (n == 0) return 0;
   std::memcpy(to, f->copy.bytes, n);
@@ -101,9 +106,10 @@ source_file* new_source() {
 
 }  // namespace
 
-source_file* source_open(int fd, source_copy* keep, std::size_t size) {
+source_file* source_open(int fd, const source_name& name, source_copy* keep, std::size_t size) {
   source_file* f = new_source();
   f->fd = fd;
+  f->name = name;
   if (keep != nullptr) keep_content(f, *keep, size);
   return f;
 }

@@ -27,6 +27,12 @@ struct source_copy {
 inline constexpr std::size_t source_block_size = 256 * 1024;
 static_assert(search_slack >= name_slack);
 
+/// What a file is called in message 141; not owned.
+struct source_name {
+  const char* kind;
+  const char* path;
+};
+
 /// A file being read. Only this module changes it.
 struct source_file {
   unsigned char* next;   ///< the first byte not yet handed out
@@ -38,15 +44,17 @@ struct source_file {
   bool at_end;       ///< nothing more can be read
   int fd;            ///< -1 when a copy is read
   source_copy copy;  ///< what is left of it
+  source_name name;  ///< of the file behind `fd`
   source_file* free_link;
   unsigned char block[source_block_size + 1 + search_slack];  ///< room for a supplied newline
 };
 
-/// Takes over the open descriptor `fd` and gives a source_file to read it through. With `keep` the
+/// Takes over the open descriptor `fd` and gives a source_file to read it through. A read that
+/// fails, now or later, raises 141 (fatal) with `name`. With `keep` the
 /// content is kept there if it fits into one block and into what the run spends on such copies.
 /// `size` is the file's size where it is known, else 0: a file that ends there need not be asked
 /// again.
-source_file* source_open(int fd, source_copy* keep, std::size_t size);
+source_file* source_open(int fd, const source_name& name, source_copy* keep, std::size_t size);
 
 /// The whole text of a file of which no line has been read yet, as it lies in the file's block;
 /// null where it does not fit in. Valid until a line is asked for.
@@ -71,8 +79,7 @@ bool source_fetch_line(source_file* file, source_line& line);
 
 /// Moves to the next line of at most line_capacity bytes; a longer physical line is cut and a
 /// newline supplied at the cut, a last line without a newline gets one. Returns false at the end of
-/// the file (a read error counts as the end). Nearly every line lies whole in the block; the others
-/// are fetched.
+/// the file. Nearly every line lies whole in the block; the others are fetched.
 inline bool source_next_line(source_file* file, source_line& line) {
   if (!lanes || file->displaced_set) return source_fetch_line(file, line);
   unsigned char* const newline = line_newline(file);

@@ -1,9 +1,5 @@
 #include "cpp/usage.h"
 
-#include <string>
-
-#include "common/host.h"
-
 namespace kv::cpp {
 
 namespace {
@@ -36,7 +32,7 @@ void append_option(std::string& page, const option_doc& row) {
 
 }  // namespace
 
-void show_usage(std::span<const option_doc> rows) {
+std::string usage_page(std::span<const option_doc> rows) {
   std::string page(preface);
   std::string_view group;
   for (const option_doc& row : rows) {
@@ -46,8 +42,7 @@ void show_usage(std::span<const option_doc> rows) {
     }
     append_option(page, row);
   }
-  constexpr int standard_output = 1;
-  host::write_all(standard_output, page.data(), page.size());
+  return page;
 }
 
 }  // namespace kv::cpp

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <span>
+#include <string>
 #include <string_view>
 
 namespace kv::cpp {
@@ -24,10 +25,10 @@ struct option_doc {
   std::string_view help;  ///< one line
 };
 
-/// Writes the page to standard output in one piece: how the program is called, then each group of
+/// Returns the page: how the program is called, then each group of
 /// `rows` under its heading. A heading is a line from the first column that ends in ':'; an option
 /// is a line that begins with two blanks and '-', its help follows behind at least two blanks, or
 /// on the next line. Completions and the manual page are made from that form.
-void show_usage(std::span<const option_doc> rows);
+std::string usage_page(std::span<const option_doc> rows);
 
 }  // namespace kv::cpp

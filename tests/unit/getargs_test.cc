@@ -26,7 +26,7 @@ namespace {
 using words = std::vector<std::string>;
 
 words collect() {
-  char** const vector = getargs("cpp");
+  char** const vector = getargs("cpp", "-");
   words result(vector, vector + arg_count);
   EXPECT_EQ(vector[arg_count], nullptr);
   for (unsigned i = 0; i < arg_count; ++i) std::free(vector[i]);
@@ -40,7 +40,9 @@ words read_from(const std::string& text) {
   const fs::path file = fs::temp_directory_path() / ("kvargs-" + host::fresh_name());
   std::ofstream(file, std::ios::binary) << text;
   const int saved = host::duplicate(0);
-  EXPECT_TRUE(host::redirect(0, file.string().c_str(), host::open_mode::read));
+  const int fd = host::open_read(file.string().c_str());
+  EXPECT_TRUE(host::duplicate_onto(fd, 0));
+  host::close_file(fd);
   words result = collect();
   host::duplicate_onto(saved, 0);
   host::close_file(saved);
@@ -93,7 +95,9 @@ TEST(Getargs, TerminalIsAskedForEachLine) {
   ASSERT_TRUE(master >= 0 && grantpt(master) == 0 && unlockpt(master) == 0);
   const std::string typed = "-DX a.c\n\x04";
   const int saved = host::duplicate(0);
-  ASSERT_TRUE(host::redirect(0, ptsname(master), host::open_mode::read));
+  const int terminal = host::open_read(ptsname(master));
+  ASSERT_TRUE(host::duplicate_onto(terminal, 0));
+  host::close_file(terminal);
   ASSERT_TRUE(host::write_all(master, typed.data(), typed.size()));
 
   testing::internal::CaptureStdout();

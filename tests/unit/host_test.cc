@@ -48,8 +48,8 @@ class Host : public testing::Test {
 TEST_F(Host, WritesAppendsAndReadsBytesUnchanged) {
   const std::string path = at("file");
   const std::string text("a\r\n\x1a\0b\n", 7);
-  for (const bool append : {false, true}) {
-    const int fd = host::open_write(path.c_str(), append);
+  for (const auto place : {host::write_place::from_start, host::write_place::at_end}) {
+    const int fd = host::open_write(path.c_str(), place).fd;
     EXPECT_TRUE(host::write_all(fd, text.data(), text.size()));
     host::close_file(fd);
   }
@@ -81,7 +81,7 @@ TEST_F(Host, LaterMissesAreAnsweredFromMemoryUntilTheProgramCreatesAFile) {
   put("LATE2.h");
   EXPECT_EQ(probe("late.h"), ENOENT);
   EXPECT_EQ(probe("later\\x.h"), ENOENT);
-  host::close_file(host::open_write(at("own.h").c_str(), false));
+  host::close_file(host::open_write(at("own.h").c_str(), host::write_place::from_start).fd);
   EXPECT_EQ(probe("late.h"), 0);
   EXPECT_EQ(probe("later\\x.h"), 0);
   EXPECT_EQ(probe("own.h"), 0);
@@ -115,33 +115,60 @@ TEST_F(Host, SpellingIsFoundWhateverTheCase) {
 #endif
 
 TEST_F(Host, FilesBeyondTheLimitAreRefusedAndDuplicatesDoNotCount) {
-  put("file");
+  host::close_file(host::open_write(at("file").c_str(), host::write_place::from_start).fd);
   std::vector<int> open;
   int fd = -1;
-  while ((fd = host::open_read(at("file").c_str())) >= 0) open.push_back(fd);
+  while ((fd = host::open_probe(at("file").c_str())) >= 0) open.push_back(fd);
   EXPECT_EQ(errno, EMFILE);
   EXPECT_EQ(open.size() + 3, host::max_open_files);
   const int copy = host::duplicate(open.back());
   EXPECT_GE(copy, 0);
   host::close_file(copy);
-  EXPECT_EQ(host::open_write(at("new").c_str(), false), -1);
-  EXPECT_FALSE(host::exists(at("new").c_str()));
   host::close_file(open.back());
-  open.back() = host::open_read(at("file").c_str());
+  open.back() = host::open_probe(at("file").c_str());
   EXPECT_GE(open.back(), 0);
   for (const int each : open) host::close_file(each);
 }
 
-TEST_F(Host, FailedRedirectionLeavesTheDescriptorAlone) {
-  const int saved = host::duplicate(1);
-  ASSERT_TRUE(host::redirect(1, at("out").c_str(), host::open_mode::write));
-  EXPECT_FALSE(host::redirect(1, at("no\\such").c_str(), host::open_mode::write));
-  EXPECT_FALSE(host::redirect(1, root.string().c_str(), host::open_mode::read));
-  EXPECT_EQ(errno, EISDIR);
-  host::write_all(1, "text", 4);
-  host::duplicate_onto(saved, 1);
-  host::close_file(saved);
-  EXPECT_EQ(fs::file_size(root / "out"), 4U);
+TEST_F(Host, AFileIsWrittenUnderOneNameOnlyAndNotWhatIsRead) {
+  put("read", "text");
+  put("written", "text");
+  fs::create_hard_link(root / "written", root / "link");
+  const auto open_write = [this](const char* name) {
+    return host::open_write(at(name).c_str(), host::write_place::from_start);
+  };
+  host::close_file(host::open_input(at("read").c_str()));
+  EXPECT_LT(open_write("read").fd, 0);
+  EXPECT_EQ(errno, host::error_in_use);
+
+  const host::written_file file = open_write("written");
+  EXPECT_EQ(file.size, 4U);
+  EXPECT_TRUE(file.regular && !file.created);
+  EXPECT_LT(open_write("link").fd, 0);
+  EXPECT_LT(host::open_input(at("link").c_str()), 0);
+  EXPECT_EQ(probe("link"), host::error_in_use);
+  EXPECT_FALSE(host::use_replaced(at("link").c_str()));
+  EXPECT_EQ(fs::file_size(root / "written"), 4U);
+  host::close_file(file.fd);
+  EXPECT_EQ(probe("link"), 0);
+
+  EXPECT_TRUE(host::use_replaced(at("link").c_str()));
+  EXPECT_EQ(probe("written"), host::error_in_use);
+}
+
+TEST_F(Host, NamelessFileHoldsTextAndLeavesNothing) {
+  const int fd = host::open_nameless(root.string().c_str());
+  ASSERT_GE(fd, 0);
+#ifndef _WIN32
+  EXPECT_TRUE(fs::is_empty(root));
+#endif
+  char text[4] = {};
+  EXPECT_TRUE(host::write_bytes(fd, "text", 4) && host::seek_file(fd, 1));
+  EXPECT_EQ(host::read_block(fd, text, 4), 3);
+  EXPECT_STREQ(text, "ext");
+  host::close_file(fd);
+  EXPECT_TRUE(fs::is_empty(root));
+  EXPECT_LT(host::open_nameless(at("nowhere").c_str()), 0);
 }
 
 #ifndef _WIN32

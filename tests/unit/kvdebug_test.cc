@@ -43,7 +43,8 @@ class kvdebug : public testing::Test {
   template <class Rest>
   std::string run(const char* option, Rest rest, int status = 0) {
     const auto scenario = [&] {
-      host::redirect(2, "stderr.txt", host::open_mode::write);
+      fs::remove("stderr.txt");
+      append_error_text_to("stderr.txt");
       db_options(option);
       rest();
       std::_Exit(0);
@@ -199,6 +200,7 @@ TEST_F(kvdebug, failed_checks_become_messages_of_the_chosen_kind) {
     EXPECT_NE(text.find("hash.cc:"), std::string::npos) << text;
     EXPECT_EQ(read("t"), "went on\n");
   }
+  fs::remove("t");
   const std::string text = run("out:t,assert:fatal", fail, 1);
   EXPECT_NE(text.find("1503"), std::string::npos) << text;
   EXPECT_EQ(read("t"), "");

@@ -104,45 +104,33 @@ TEST(Osdep, DirectoriesAreMadeWithTheirParentsAndRemovedWithoutFollowingLinks) {
 }
 
 #ifndef _WIN32
-// Uses the temporary directory as a run would; the exit status says what was wrong.
-[[noreturn]] void use_temporary_files() {
-  const std::string first = temp_file_name().value_or("");
-  const std::string second = temp_file_name().value_or("");
-  const std::string dir = path_dir(first.c_str()).value_or("");
-  const fs::path host_dir = host::native_path(dir.c_str());
-  if (first != dir + "\\preprocessor_tmp_0" || second != dir + "\\preprocessor_tmp_1") std::exit(1);
-  if (fs::exists(host::native_path(first.c_str()))) std::exit(2);
-  if (fs::status(host_dir).permissions() != fs::perms::owner_all) std::exit(3);
-  if (!std::string(path_tail(dir.c_str())).starts_with("kvA")) std::exit(4);
-  std::ofstream(host_dir / "left") << "text";
-  std::exit(0);
+// The directory that an open file without a name lies in.
+fs::path directory_of(int fd) {
+  return fs::read_symlink("/proc/self/fd/" + std::to_string(fd)).parent_path();
 }
 
-TEST(Osdep, TemporaryFilesArePrivateAndGoneAfterExit) {
-  const fs::path root = fs::temp_directory_path() / ("kvtemp-" + host::fresh_name());
-  const fs::path start = fs::current_path();
-  fs::create_directories(root);
+TEST(Osdep, TemporaryFilesLieInTheFirstDirectoryThatTakesThem) {
+  const fs::path root = fs::canonical(fs::temp_directory_path()) / ("kvtemp-" + host::fresh_name());
+  const fs::path other = root / "other";
+  fs::create_directories(other);
   const struct {
-    const char *temp, *tmp;
-    bool in_root;
-  } cases[] = {
-      {root.c_str(), "/nonexistent", true}, {"", root.c_str(), true}, {nullptr, "", false}};
-  for (const auto& [temp, tmp, in_root] : cases) {
-    if (temp == nullptr) unsetenv("TEMP");
-    if (temp != nullptr) setenv("TEMP", temp, 1);
+    const char *temp, *tmp, *tmpdir;
+    fs::path expected;
+  } cases[] = {{root.c_str(), other.c_str(), "", root},
+               {"", root.c_str(), other.c_str(), root},
+               {"/nonexistent", "/dev/null", root.c_str(), root},
+               {"", "", "/nonexistent", "/tmp"}};
+  for (const auto& [temp, tmp, tmpdir, expected] : cases) {
+    setenv("TEMP", temp, 1);
     setenv("TMP", tmp, 1);
-    // Unset or empty variables leave the working directory, and only there can a file get in the
-    // way.
-    if (!in_root) fs::current_path(root);
-    EXPECT_EXIT(use_temporary_files(), testing::ExitedWithCode(0), "");
-    EXPECT_TRUE(fs::is_empty(root));
+    setenv("TMPDIR", tmpdir, 1);
+    const int fd = open_temp_file();
+    ASSERT_GE(fd, 0);
+    EXPECT_EQ(directory_of(fd), expected);
+    host::close_file(fd);
   }
-  setenv("TEMP", "/dev/null", 1);
-  EXPECT_FALSE(temp_file_name());
-  unsetenv("TEMP");
-  unsetenv("TMP");
-  fs::current_path(start);
-  fs::remove(root);
+  for (const char* variable : {"TEMP", "TMP", "TMPDIR"}) unsetenv(variable);
+  fs::remove_all(root);
 }
 #endif
 
