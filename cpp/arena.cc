@@ -1,55 +1,50 @@
 #include "cpp/arena.h"
 
-#include <cstdlib>
-
 #include "common/alloc.h"
 
 namespace kv::cpp {
 
+constinit arena_top arena = {};
+
 namespace {
 
-struct arena_chunk {
+struct alignas(std::max_align_t) arena_chunk {
   arena_chunk* below;
   arena_chunk* above;
-  std::size_t used;
   std::size_t size;
   std::byte* bytes() { return reinterpret_cast<std::byte*>(this + 1); }
 };
 constexpr std::size_t chunk_size = 256 * 1024;
 arena_chunk* top_chunk = nullptr;
 
-// Makes a chunk with room for n bytes the top one. A chunk above the top is an empty one, kept from
-// an earlier, deeper stack.
-void grow_arena(std::size_t n) {
-  arena_chunk* above = top_chunk != nullptr ? top_chunk->above : nullptr;
-  if (above == nullptr || above->size < n) {
-    const std::size_t size = n > chunk_size ? n : chunk_size;
-    auto* fresh = static_cast<arena_chunk*>(checked_alloc_raw(sizeof(arena_chunk) + size));
-    *fresh = {top_chunk, above, 0, size};
-    if (above != nullptr) above->below = fresh;
-    if (top_chunk != nullptr) top_chunk->above = fresh;
-    above = fresh;
-  }
-  top_chunk = above;
+// Makes the chunk the top one, with everything up to `next` in use.
+void use_chunk(arena_chunk* chunk, std::byte* next) {
+  top_chunk = chunk;
+  arena = {next, chunk->bytes(), chunk->bytes() + chunk->size};
 }
 
 }  // namespace
 
-std::byte* arena_alloc(std::size_t n) {
-  n = arena_rounded(n);
-  if (top_chunk == nullptr || top_chunk->size - top_chunk->used < n) grow_arena(n);
-  std::byte* p = top_chunk->bytes() + top_chunk->used;
-  top_chunk->used += n;
-  return p;
+// A chunk above the top is an empty one, kept from an earlier, deeper stack.
+std::byte* arena_grow(std::size_t n) {
+  arena_chunk* above = top_chunk != nullptr ? top_chunk->above : nullptr;
+  if (above == nullptr || above->size < n) {
+    const std::size_t size = n > chunk_size ? n : chunk_size;
+    auto* fresh = static_cast<arena_chunk*>(checked_alloc_raw(sizeof(arena_chunk) + size));
+    *fresh = {top_chunk, above, size};
+    if (above != nullptr) above->below = fresh;
+    if (top_chunk != nullptr) top_chunk->above = fresh;
+    above = fresh;
+  }
+  use_chunk(above, above->bytes() + n);
+  return above->bytes();
 }
 
-void arena_release(void* p) {
-  auto* at = static_cast<std::byte*>(p);
-  while (at < top_chunk->bytes() || at >= top_chunk->bytes() + top_chunk->size) {
-    top_chunk->used = 0;
-    top_chunk = top_chunk->below;
-  }
-  top_chunk->used = static_cast<std::size_t>(at - top_chunk->bytes());
+// What is given back lies in a chunk below the top one.
+void arena_shrink(std::byte* at) {
+  arena_chunk* chunk = top_chunk;
+  while (at < chunk->bytes() || at >= chunk->bytes() + chunk->size) chunk = chunk->below;
+  use_chunk(chunk, at);
 }
 
 }  // namespace kv::cpp

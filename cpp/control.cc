@@ -267,9 +267,9 @@ int do_line(int pending) {
   cur_line = static_cast<int>(static_cast<unsigned>(str16_atoi(text)) - 1U);
   while (char_class(*text) == CT_DIGIT || char_class(*text) == CT_SPACE) ++text;
   input_frame* const f = frame_read();
-  if (*text != 0 && f != nullptr) {
-    std::free(const_cast<unit*>(f->line_name));
-    f->line_name = line_name_copy(text);
+  if (*text != 0 && f != nullptr && f->file != nullptr) {
+    std::free(const_cast<unit*>(f->file->line_name));
+    f->file->line_name = line_name_copy(text);
   }
   need_linemark = true;
   return end_of_line_check(pending);

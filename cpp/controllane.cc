@@ -26,6 +26,7 @@
 #include "cpp/options.h"
 #include "cpp/reader.h"
 #include "cpp/scan.h"
+#include "cpp/source.h"
 #include "cpp/symtab.h"
 
 namespace kv::cpp {
@@ -216,7 +217,7 @@ bool enter(const calm_definition& def) {
   }
   sym = sym_enter_new(def.name.start, def.name.len);
   sym->def_line = cur_line;
-  sym->def_file = cur_frame->path;
+  sym->def_file = cur_frame->file->path;
   sym_set_body(sym, body, def.body_len);
   sym->nargs = def.nargs;
   return true;

@@ -182,8 +182,8 @@ void read_body(const definition& def, int c) {
 }
 
 // The name of the frame on top as diagnostics show it; lives until the process ends.
-const char* frame_name(const input_frame* f) {
-  return f->path != nullptr ? f->path : str_intern(alert_str(f->name).c_str());
+const char* place_name(const input_frame* f) {
+  return f->file != nullptr ? f->file->path : str_intern(alert_str(frame_name(f)).c_str());
 }
 
 // The record that the name in token_buf will be defined in. A macro that is known is kept, with the
@@ -199,7 +199,7 @@ symbol* enter_definition(int c, bool& known, unit*& old_body) {
   }
   sym = sym_enter(token_buf, false);
   sym->def_line = cur_line;
-  if (const input_frame* f = frame_read()) sym->def_file = frame_name(f);
+  if (const input_frame* f = frame_read()) sym->def_file = place_name(f);
   return sym;
 }
 
@@ -239,7 +239,7 @@ void do_define() {
       alert_msg(111, alert_str(sym->name), shown_path(sym->def_file), sym->def_line);
     }
   }
-  std::free(old_body);
+  sym_release_body(sym, old_body);
   macro_area_ptr = mark;
 }
 

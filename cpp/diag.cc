@@ -10,6 +10,7 @@
 #include "common/outfile.h"
 #include "cpp/options.h"
 #include "cpp/reader.h"
+#include "cpp/source.h"
 #include "cpp/symtab.h"
 
 namespace kv::cpp {
@@ -26,13 +27,13 @@ std::u16string last_echo_name;
 
 void widen_current_line(const input_frame* f) {
   std::size_t n = 0;
-  for (const unsigned char* p = f->line_start; p != f->line_end; ++p) {
+  for (const unsigned char* p = f->file->line_start; p != f->line_end; ++p) {
     msg_line[n++] = *p == 0 ? u'\n' : *p;
     if (*p == 0) break;
   }
   msg_line[n] = 0;
   msg_line_start = msg_line.data();
-  msg_cursor = msg_line_start + (f->rdptr - f->line_start);
+  msg_cursor = msg_line_start + (f->rdptr - f->file->line_start);
 }
 
 void append_narrow(std::string& to, const unit* text) {
@@ -55,7 +56,7 @@ std::u16string widened(std::string_view text) {
 }
 
 open_file opened(const input_frame* f, int line) {
-  return {f->path, f->line_name, line, f->serial};
+  return {f->file->path, f->file->line_name, line, f->serial};
 }
 
 void hand_out(std::string_view name, int line, std::ptrdiff_t units_read) {
@@ -71,11 +72,11 @@ void hand_out(std::string_view name, int line, std::ptrdiff_t units_read) {
 // all is read, that is the end of the primary input.
 void set_portable_position() {
   if (const input_frame* f = nearest_file_frame(); f != nullptr) {
-    const bool behind_newline = f->rdptr != f->line_start && f->rdptr[-1] == '\n';
+    const bool behind_newline = f->rdptr != f->file->line_start && f->rdptr[-1] == '\n';
     hand_out(portable_name(opened(f, cur_line)), behind_newline ? cur_line - 1 : cur_line,
-             f->rdptr - f->line_start);
+             f->rdptr - f->file->line_start);
   } else if (base_frame != nullptr) {
-    hand_out(portable_path(base_frame->path), cur_line, 0);
+    hand_out(portable_path(base_frame->file->path), cur_line, 0);
   } else {
     alert_set_position(nullptr, nullptr, nullptr, nullptr);
   }
@@ -84,7 +85,7 @@ void set_portable_position() {
 // The macros whose text is being read, from the innermost out to the nearest file.
 std::vector<const symbol*> open_expansions() {
   std::vector<const symbol*> macros;
-  for (const input_frame* f = cur_frame; f != nullptr && f->fp == nullptr; f = f->parent) {
+  for (const input_frame* f = cur_frame; f != nullptr && f->file == nullptr; f = f->parent) {
     if (f->macro != nullptr) macros.push_back(f->macro);
   }
   return macros;
@@ -120,7 +121,7 @@ void note_expansion(const symbol* macro) {
 std::vector<open_file> open_files() {
   std::vector<open_file> files;
   for (const input_frame* f = nearest_file_frame(); f != nullptr; f = f->parent) {
-    if (f->fp != nullptr) files.push_back(opened(f, files.empty() ? cur_line : f->saved_line));
+    if (f->file != nullptr) files.push_back(opened(f, files.empty() ? cur_line : f->saved_line));
   }
   std::reverse(files.begin(), files.end());
   return files;
@@ -158,14 +159,14 @@ void set_msg_position() {
     alert_set_position(nullptr, nullptr, nullptr, nullptr);
     return;
   }
-  if (f->fp != nullptr) {
+  if (f->file != nullptr) {
     widen_current_line(f);
   } else {
-    msg_line_start = msg_cursor = f->buf;  // no position inside a text frame is a place in a line
+    msg_line_start = msg_cursor = f->text;  // no position inside a text frame is a place in a line
   }
-  const unit* name = f->name;
-  if (settings.gcc_markers && f->fp != nullptr) {
-    portable_position.name = widened(portable_path(f->path));
+  const unit* name = frame_name(f);
+  if (settings.gcc_markers && f->file != nullptr) {
+    portable_position.name = widened(portable_path(f->file->path));
     name = portable_position.name.c_str();
   }
   alert_set_position(name, reinterpret_cast<const unsigned*>(&cur_line), &msg_line_start,

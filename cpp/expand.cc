@@ -57,7 +57,7 @@ std::size_t expand_depth() {
 // The macro of the outermost of them; `sym` where there is none, since it is about to begin.
 const symbol* first_macro(const symbol* sym) {
   const input_frame* outermost = nullptr;
-  for (const input_frame* f = cur_frame; f != nullptr && f->fp == nullptr; f = f->parent) {
+  for (const input_frame* f = cur_frame; f != nullptr && f->file == nullptr; f = f->parent) {
     if (f->macro != nullptr) outermost = f;
   }
   if (!open_calls.empty() && (outermost == nullptr || open_calls[0].above < outermost->serial)) {
@@ -79,35 +79,25 @@ constexpr step resolved(int c) {
 
 // ---- Replacement: the body becomes an expansion frame.
 
-// Gives the frame copies of the arguments, which lie end to end in the macro area.
-void keep_arguments(const macro_call& call, input_frame* frame) {
-  const auto nargs = static_cast<std::size_t>(call.macro->nargs);
-  const auto units = static_cast<std::size_t>(macro_area_ptr - call.args[0]);
-  frame->args = static_cast<unit**>(alloc_with_frame(nargs * sizeof(unit*)));
-  frame->arg_count = call.macro->nargs;
-  auto* texts = static_cast<unit*>(alloc_with_frame(units * sizeof(unit)));
-  std::memcpy(texts, call.args[0], units * sizeof(unit));
-  for (std::size_t n = 0; n < nargs; ++n) {
-    const bool given = n < static_cast<std::size_t>(call.count);
-    frame->args[n] = given ? texts + (call.args[n] - call.args[0]) : nullptr;
-  }
-}
-
 // Pushes the replacement of `sym` as the frame to read next; `call` holds the arguments, if it
 // takes any.
 void push_replacement(symbol* sym, const macro_call* call) {
-  input_frame* frame = push_expansion(sym);
-  replacement made{frame->buf, frame_capacity};
-  if (sym->body != nullptr) {
+  push_expansion(sym);
+  if (sym->body == nullptr) return;
+  bool references = sym->has_references;
+  if (!sym->has_operators && sym->body_len < frame_capacity) {
+    read_body();
+  } else {
+    replacement made{frame_text_room(), frame_capacity};
     made.make(sym,
               call != nullptr ? call_arguments{call->args.data(), call->count} : call_arguments{});
     for (int n = 0; n < made.stray_stringizes; ++n) alert_msg(172);
     if (made.full) alert_msg_fatal(153, alert_str(sym->name));
+    keep_frame_text(made.text, made.len);
+    references = made.references > 0;
   }
-  trim_expansion(made.len);
-  ++sym->disable;
-  if (made.references > 0 && call != nullptr && call->count > 0 && sym->nargs > 0) {
-    keep_arguments(*call, frame);
+  if (references && call != nullptr && call->count > 0 && sym->nargs > 0) {
+    keep_arguments(call->args.data(), call->count, macro_area_ptr);
   }
 }
 
@@ -143,7 +133,7 @@ void end_argument(macro_call& call) {
 // generated text; what a file or a body holds is expanded when the argument is read.
 bool expands_arguments_now() {
   const input_frame* f = cur_frame;
-  return f != nullptr && f->macro == nullptr && f->fp == nullptr;
+  return f != nullptr && f->macro == nullptr && f->file == nullptr;
 }
 
 // Reads to the first unit of the next argument and begins it. Returns the unit, or ')' when the
@@ -243,7 +233,7 @@ void push_file_name() {
   if (file == nullptr) return;
   work_len = 0;
   work_save('"');
-  for (const unit* p = effective_name(file); *p != 0; ++p) {
+  for (const unit* p = effective_name(*file->file); *p != 0; ++p) {
     if (*p == '\\') work_save('\\');
     work_save(*p);
   }
@@ -254,8 +244,8 @@ void push_file_name() {
 // Too deep: what is left of the expansions in progress is thrown away.
 void give_up_expansion(const symbol* sym) {
   alert_msg(115, alert_str(sym->name), alert_str(first_macro(sym)->name));
-  const bool discarding = cur_frame != nullptr && cur_frame->fp == nullptr;
-  while (cur_frame != nullptr && cur_frame->fp == nullptr) get();
+  const bool discarding = cur_frame != nullptr && cur_frame->file == nullptr;
+  while (cur_frame != nullptr && cur_frame->file == nullptr) get();
   if (discarding) unget();
 }
 

@@ -15,6 +15,7 @@
 #include "cpp/lanescan.h"
 #include "cpp/reader.h"
 #include "cpp/scan.h"
+#include "cpp/source.h"
 
 namespace kv::cpp {
 

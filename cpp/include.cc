@@ -61,7 +61,7 @@ bool is_letter(char c) {
 std::string_view current_directory_prefix() {
   const input_frame* file = nearest_file_frame();
   if (file == nullptr) return {};
-  const std::string_view path = file->path;
+  const std::string_view path = file->file->path;
   auto end = path.rfind('\\');
   if (end == path.npos) end = path.rfind('/');
   return path.substr(0, end + 1);

@@ -35,11 +35,11 @@ void out_number(int n) {
   out_bytes(digits, static_cast<std::size_t>(end - digits));
 }
 
-// Writes the name of the file frame `f` unless the last marker with a name has the same.
-void write_changed_name(const input_frame* f) {
-  const char* path = f->line_name == nullptr ? f->path : nullptr;
+// Writes the name of the file unless the last marker with a name has the same.
+void write_changed_name(const file_input& file) {
+  const char* path = file.line_name == nullptr ? file.path : nullptr;
   if (path != nullptr && path == last_marker.path) return;
-  const std::u16string_view name = effective_name(f);
+  const std::u16string_view name = effective_name(file);
   if (last_marker.written && last_marker.text == name) return;
   last_marker.text = name;
   last_marker.path = path;
@@ -48,7 +48,7 @@ void write_changed_name(const input_frame* f) {
   if (path != nullptr) {
     out_text(path);
   } else {
-    put_text16(f->line_name);
+    put_text16(file.line_name);
   }
   out_byte('"');
 }
@@ -63,7 +63,7 @@ void write_plain_marker() {
   start_line();
   out_text("# ");
   out_number(cur_line);
-  if (in_file_frame()) write_changed_name(frame_read());
+  if (in_file_frame()) write_changed_name(*frame_read()->file);
 }
 
 // ---- Markers that other compilers read.

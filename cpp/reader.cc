@@ -1,7 +1,4 @@
-// The frame stack and the translation of units.
-//
-// Frames are strictly last in, first out, so they live with their texts in an arena: once it is
-// warm an expansion allocates nothing.
+// The translation of units.
 //
 // The reader reads ahead in two places, after `/` and after a backslash, and the text read ahead
 // may itself need translation. After `/` the look-ahead is raw, so it goes no deeper. Backslashes
@@ -12,24 +9,16 @@
 #include <cstddef>
 #include <cstdio>
 #include <cstdlib>
-#include <cstring>
-#include <new>
 #include <vector>
 
 #include "common/alert.h"
-#include "common/osdep.h"
-#include "cpp/arena.h"
 #include "cpp/lanes.h"
 #include "cpp/output.h"
 #include "cpp/scan.h"
 #include "cpp/source.h"
-#include "cpp/symtab.h"
 
 namespace kv::cpp {
 
-input_frame* cur_frame = nullptr;
-input_frame* base_frame = nullptr;
-int cur_line = 0;
 bool need_linemark = false;
 bool raw_read = false;
 bool line_shown = false;
@@ -67,79 +56,16 @@ struct {
 constexpr int joining_backslash = -1;  // a backslash outside raw mode, not yet looked behind
 constexpr int read_on = -2;            // nothing to deliver: take the next unit
 
-// ---- Frames.
-
-// Frames pushed in the run; addresses are used again, these numbers are not.
-unsigned frames_pushed = 0;
-
-input_frame* push_frame(int size, const unit* name) {
-  constexpr std::size_t record = arena_rounded(sizeof(input_frame));
-  std::byte* room = arena_alloc(record + static_cast<std::size_t>(size) * sizeof(unit));
-  auto* f = new (room) input_frame{};
-  f->buf = reinterpret_cast<unit*>(room + record);
-  f->txptr = f->buf;
-  f->name = name;
-  f->serial = ++frames_pushed;
-  f->parent = cur_frame;
-  if (cur_frame != nullptr) {
-    cur_frame->saved_line = cur_line;
-    f->depth = cur_frame->depth;
-  }
-  cur_frame = f;
-  return f;
-}
-
-void drop_top_frame() {
-  input_frame* f = cur_frame;
-  cur_frame = f->parent;
-  std::free(const_cast<unit*>(f->line_name));
-  if (f != base_frame) arena_release(f);
-  if (cur_frame != nullptr) cur_line = cur_frame->saved_line;
-}
-
-void remove_text_frame() {
-  const input_frame* f = cur_frame;
-  if (f->macro != nullptr) {
-    if (--f->macro->disable < 0) alert_msg_fatal(158, alert_str(f->macro->name));
-    sym_release(f->macro);
-  } else if (f->arg_of != nullptr) {
-    ++f->arg_of->disable;
-    sym_release(f->arg_of);
-  }
-  drop_top_frame();
-}
-
-void end_file_frame() {
-  source_close(cur_frame->fp);
-  if (cur_frame->parent != nullptr) need_linemark = true;
-  drop_top_frame();
-}
-
-// Reads argument `n` of the expansion frame on top in place of the reference to it.
-void push_argument(int n) {
-  input_frame* expansion = cur_frame;
-  symbol* macro = expansion->macro;
-  if (macro == nullptr || n >= macro->nargs) {
-    alert_msg_fatal(152, n);
-    return;
-  }
-  if (n >= expansion->arg_count || expansion->args[n] == nullptr) return;
-  push_text(expansion->args[n]);
-  cur_frame->arg_of = macro;
-  ++macro->frame_refs;
-  --macro->disable;
-}
-
 // ---- Lines.
 
 unsigned lines_loaded = 0;
 
 bool load_line(input_frame* f) {
   source_line line;
-  if (!source_next_line(f->fp, line)) return false;
-  f->rdptr = f->line_start = line.start;
+  if (!source_next_line(f->file->source, line)) return false;
+  f->rdptr = f->file->line_start = line.start;
   f->line_end = line.end;
-  f->settled_backslashes = nullptr;
+  f->file->settled_backslashes = nullptr;
   ++lines_loaded;
   line_shown = false;
   return true;
@@ -161,8 +87,8 @@ bool is_blank(int c) {
 place here() {
   const input_frame* f = cur_frame;
   if (f == nullptr) return {};
-  if (f->fp == nullptr) return {f->serial, 0, f->txptr + (f->at_end ? 1 : 0)};
-  if (f->line_start == nullptr) return {f->serial, 0, forced_includes.data() + forced_pos};
+  if (f->file == nullptr) return {f->serial, 0, f->txptr + (f->at_end ? 1 : 0)};
+  if (f->file->line_start == nullptr) return {f->serial, 0, forced_includes.data() + forced_pos};
   return {f->serial, lines_loaded, f->rdptr};
 }
 
@@ -175,13 +101,6 @@ void detach(int c) {
 int deliver_read_ahead_of(int c, const place& behind) {
   if (here() != behind) detach(c);
   return c;
-}
-
-// Makes `c` the next unit to be delivered, as it is.
-void give_back(int c) {
-  const unit text[] = {static_cast<unit>(c), 0};
-  push_text(text);
-  cur_frame->given_back = true;
 }
 
 // ---- Trigraphs.
@@ -252,7 +171,7 @@ int replace_trigraph(input_frame* f) {
 bool blank_follows() {
   const input_frame* f = cur_frame;
   if (f == nullptr) return false;
-  if (f->fp != nullptr) {
+  if (f->file != nullptr) {
     return f->rdptr != f->line_end && (*f->rdptr == '\n' || *f->rdptr == 0 || is_blank(*f->rdptr));
   }
   return *f->txptr == '\n' || is_blank(*f->txptr) || *f->txptr == MARK_PASTE;
@@ -262,7 +181,7 @@ bool blank_follows() {
 // comment was: a message that shows the line shows it there.
 int comment_space() {
   input_frame* f = cur_frame;
-  if (f != nullptr && f->rdptr != f->line_start) {
+  if (f != nullptr && f->file != nullptr && f->rdptr != f->file->line_start) {
     f->rdptr[-1] = ' ';
   } else {
     detach(' ');
@@ -320,7 +239,7 @@ struct comment_text {
       return;
     }
     unsigned char* p = f->rdptr;
-    unsigned char* line = f->line_start;
+    unsigned char* line = f->file->line_start;
     unsigned char* last = line;
     int lines = 0;
     for (;;) {
@@ -340,7 +259,7 @@ struct comment_text {
     if (lines > 1) pass_over_lines(f, last, line, lines - 1);
     // Without a newline behind it the line does not end here, and may be moved to be completed.
     if (p == line || p == limit || !load_line(f)) return;
-    if (f->line_start == line && p < f->line_end) f->rdptr = p;
+    if (f->file->line_start == line && p < f->line_end) f->rdptr = p;
   }
 };
 
@@ -418,7 +337,7 @@ bool ends_with_newline(const input_frame* f) {
 int translate(const input_frame* f, int c) {
   switch (c) {
     case '\n':
-      if (f->fp != nullptr) count_line();
+      if (f->file != nullptr) count_line();
       return c;
     case ';':
       return semicolon_comments && !raw_read ? comment(c) : c;
@@ -441,7 +360,8 @@ int take_from_file(input_frame* f) {
     return static_cast<unsigned char>(forced_includes[forced_pos++]);
   }
   if (f->rdptr == f->line_end && !load_line(f)) {
-    end_file_frame();
+    remove_file_frame();
+    if (cur_frame != nullptr) need_linemark = true;
     return cur_frame == nullptr ? 0 : read_on;
   }
   int c = *f->rdptr++;
@@ -484,7 +404,7 @@ int get_unjoined() {
       detached.unit = 0;
       return 0;
     }
-    c = f->fp != nullptr ? take_from_file(f) : take_from_text(f);
+    c = f->file != nullptr ? take_from_file(f) : take_from_text(f);
   } while (c == read_on);
   return c;
 }
@@ -493,12 +413,12 @@ int get_unjoined() {
 // lines nor needs translation. None of the run joins anything then; the run is looked at once.
 bool backslash_stands_alone() {
   input_frame* f = cur_frame;
-  if (f == nullptr || f->fp == nullptr) return false;
-  if (f->rdptr <= f->settled_backslashes) return true;
+  if (f == nullptr || f->file == nullptr) return false;
+  if (f->rdptr <= f->file->settled_backslashes) return true;
   unsigned char* p = f->rdptr;
   while (p != f->line_end && *p == '\\') ++p;
   if (p == f->line_end || !plain.in_file[*p] || is_blank(*p)) return false;
-  f->settled_backslashes = p;
+  f->file->settled_backslashes = p;
   return true;
 }
 
@@ -592,20 +512,20 @@ namespace {
 void step_back() {
   input_frame* f = cur_frame;
   if (detached.unit != 0 && detached.behind == here()) {
-    give_back(detached.unit);
+    push_given_back(detached.unit);
   } else if (f == nullptr) {
     return;
-  } else if (f->fp == nullptr) {
+  } else if (f->file == nullptr) {
     if (f->at_end) {
       f->at_end = false;
     } else {
-      if (f->txptr == f->buf) alert_msg_fatal(159);
+      if (f->txptr == f->text) alert_msg_fatal(159);
       --f->txptr;
     }
-  } else if (f->parent == nullptr && f->line_start == nullptr && forced_pos > 0) {
+  } else if (f->parent == nullptr && f->file->line_start == nullptr && forced_pos > 0) {
     --forced_pos;
   } else {
-    if (f->rdptr == f->line_start) alert_msg_fatal(159);
+    if (f->rdptr == f->file->line_start) alert_msg_fatal(159);
     if (*--f->rdptr == '\n') count_line(-1);
   }
 }
@@ -660,7 +580,7 @@ void unget() {
 bool literal_closes(int quote) {
   const input_frame* f = cur_frame;
   if (f == nullptr) return false;
-  if (f->fp == nullptr) return closes(f->txptr, quote);
+  if (f->file == nullptr) return closes(f->txptr, quote);
   return f->rdptr != f->line_end && closes(f->rdptr, quote);
 }
 
@@ -669,75 +589,33 @@ bool load_next_line() {
 }
 
 unsigned char* ahead_limit(const input_frame* f) {
-  return f->fp->next == f->line_end ? f->fp->limit : nullptr;
+  const source_file* const source = f->file->source;
+  return source->next == f->line_end ? source->limit : nullptr;
 }
 
 void pass_over_lines(input_frame* f, unsigned char* last, unsigned char* end, int count) {
   count_line(count);
-  f->line_start = last;
+  f->file->line_start = last;
   f->rdptr = f->line_end = end;
-  f->fp->next = end;
-  f->settled_backslashes = nullptr;
+  f->file->source->next = end;
+  f->file->settled_backslashes = nullptr;
   ++lines_loaded;
   line_shown = false;
 }
 
 bool load_first_line() {
   input_frame* f = cur_frame;
-  return f->line_end == nullptr && f->fp != nullptr && f->parent != nullptr && load_line(f);
+  return f->line_end == nullptr && f->file != nullptr && f->parent != nullptr && load_line(f);
 }
 
-input_frame* push_file(source_file* file, const char* name) {
-  const std::size_t len = std::strlen(name);
-  input_frame* f = push_frame(static_cast<int>(len) + 1, nullptr);
-  str8to16(f->buf, name);
-  f->name = f->buf;
-  f->path = name;
-  f->fp = file;
-  f->depth = 0;
-  cur_line = 1;
+void push_file(source_file* source, const char* path) {
+  push_file_frame(source, path);
   need_linemark = true;
-  return f;
 }
 
 void pass_over_file() {
   line_shown = false;
   need_linemark = true;
-}
-
-void push_text(const unit* text) {
-  const auto len = static_cast<std::size_t>(str16_len(text));
-  input_frame* f = push_frame(static_cast<int>(len) + 1, u"");
-  std::memcpy(f->buf, text, (len + 1) * sizeof(unit));
-}
-
-input_frame* push_expansion(symbol* macro) {
-  input_frame* f = push_frame(frame_capacity, macro->name);
-  f->macro = macro;
-  ++f->depth;
-  ++macro->frame_refs;
-  f->buf[0] = 0;
-  return f;
-}
-
-void trim_expansion(std::size_t len) {
-  arena_release(cur_frame->buf);
-  arena_alloc((len + 1) * sizeof(unit));
-}
-
-void* alloc_with_frame(std::size_t bytes) {
-  return arena_alloc(bytes);
-}
-
-input_frame* nearest_file_frame() {
-  input_frame* f = cur_frame;
-  while (f != nullptr && f->fp == nullptr) f = f->parent;
-  return f;
-}
-
-void free_base_frame() {
-  if (base_frame != nullptr) arena_release(base_frame);
-  base_frame = nullptr;
 }
 
 }  // namespace kv::cpp

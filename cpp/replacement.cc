@@ -1,7 +1,5 @@
 #include "cpp/replacement.h"
 
-#include <cstring>
-
 #include "cpp/scan.h"
 
 namespace kv::cpp {
@@ -50,14 +48,7 @@ const unit* replacement::paste(const unit* body, const call_arguments& args) {
   return body + 1;
 }
 
-// Without `#` and `##` the body is copied as it stands.
 void replacement::make(const symbol* sym, const call_arguments& args) {
-  if (!sym->has_operators && sym->body_len < capacity) {
-    len = sym->body_len;
-    std::memcpy(text, sym->body, (len + 1) * sizeof(unit));
-    references = sym->has_references ? 1 : 0;
-    return;
-  }
   for (const unit* body = sym->body; *body != 0;) {
     const int c = *body++;
     if (c == MARK_DIGITS_END && !can_join_digits(*body)) continue;

@@ -58,11 +58,12 @@ bool continues_id_byte(unit c) {
 // The units of the identifier being gathered that count for its length.
 std::size_t significant_len = 0;
 
-// Lane: takes the part of an identifier that lies ahead in the buffer of the frame on top.
+// Lane: takes the part of an identifier that lies ahead in the frame on top; a line's newline or a
+// text's zero ends it.
 template <class Unit>
-void take_id_run(Unit*& from, const Unit* end) {
+void take_id_run(Unit*& from) {
   Unit* p = from;
-  while (p != end && *p < 256 && continues_id_byte(*p)) ++p;
+  while (*p < 256 && continues_id_byte(*p)) ++p;
   const std::size_t room = settings.ident_max - significant_len;
   const auto run = static_cast<std::size_t>(p - from);
   const std::size_t kept = run < room ? run : room;
@@ -76,9 +77,9 @@ void take_id_lane() {
   input_frame* f = cur_frame;
   if (!lanes || f == nullptr) return;
   if (f->rdptr != f->line_end) {
-    take_id_run(f->rdptr, f->line_end);
-  } else if (f->fp == nullptr) {
-    take_id_run(f->txptr, static_cast<const unit*>(nullptr));  // the text's zero ends the run
+    take_id_run(f->rdptr);
+  } else if (f->file == nullptr) {
+    take_id_run(f->txptr);
   }
 }
 

@@ -12,7 +12,6 @@
 #include "common/alert.h"
 #include "common/alloc.h"
 #include "common/host.h"
-#include "cpp/reader.h"
 
 namespace kv::cpp {
 

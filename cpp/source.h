@@ -4,10 +4,12 @@
 #include <cstddef>
 
 #include "cpp/lanes.h"
-#include "cpp/reader.h"
 #include "cpp/symtab.h"
 
 namespace kv::cpp {
+
+/// The longest line of a file, its newline included; a longer one is read as several lines.
+inline constexpr int line_capacity = 10239;
 
 /// One line inside a source_file's block: [start, end), the last byte a newline. Valid, and
 /// writable, until the next line is asked for.

@@ -17,6 +17,12 @@
 
 namespace kv::cpp {
 
+// A body that was replaced while it was being read, freed with the last frame that may read it.
+struct retired_body {
+  retired_body* next;
+  unit* text;
+};
+
 namespace {
 
 // The index: linear probing over a power of two slots, at most half of them in use, so a search for
@@ -173,6 +179,14 @@ void chain_insert(symbol* sym) {
   link_by_rule(c, sym);
 }
 
+void free_retired(symbol* sym) {
+  while (retired_body* r = sym->retired) {
+    sym->retired = r->next;
+    std::free(r->text);
+    std::free(r);
+  }
+}
+
 void free_record(symbol* sym) {
   std::free(sym->body);
   std::free(sym);
@@ -290,7 +304,7 @@ void sym_set_body(symbol* sym, const unit* text, std::size_t len) {
 
 bool sym_eligible(const symbol* sym) {
   const input_frame* f = cur_frame;
-  if (f != nullptr && f->macro == nullptr && f->fp == nullptr && f->parent != nullptr &&
+  if (f != nullptr && f->macro == nullptr && f->file == nullptr && f->parent != nullptr &&
       f->parent->macro == sym) {
     return true;
   }
@@ -303,8 +317,20 @@ symbol* is_macro(int c) {
   return sym != nullptr && sym_eligible(sym) ? sym : nullptr;
 }
 
+void sym_release_body(symbol* sym, unit* body) {
+  if (sym->frame_refs == 0 || body == nullptr) {
+    std::free(body);
+    return;
+  }
+  auto* r = static_cast<retired_body*>(checked_alloc_raw(sizeof(retired_body)));
+  *r = {sym->retired, body};
+  sym->retired = r;
+}
+
 void sym_release(symbol* sym) {
-  if (--sym->frame_refs == 0 && sym->removed) free_record(sym);
+  if (--sym->frame_refs != 0) return;
+  free_retired(sym);
+  if (sym->removed) free_record(sym);
 }
 
 }  // namespace kv::cpp

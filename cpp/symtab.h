@@ -24,6 +24,8 @@ inline constexpr int NARGS_FILE = -3;
 /// The most parameters or arguments a macro can have.
 inline constexpr int max_macro_args = 31;
 
+struct retired_body;
+
 /// One macro. The body is a heap block owned by the record, the name lies behind the record.
 struct symbol {
   symbol* link;              ///< next record of the chain
@@ -35,7 +37,8 @@ struct symbol {
   std::uint32_t hash;        ///< sum of the name's units plus their number
   std::int32_t nargs;        ///< parameters of a function-like macro, or a NARGS_ value
   std::int32_t disable;      ///< expansion frames being read, less those re-enabled for an argument
-  std::uint32_t frame_refs;  ///< input frames, and the chain of expansions, that refer to it
+  std::uint32_t frame_refs;  ///< expansion frames that refer to it
+  retired_body* retired;     ///< bodies it had before that may still be read
   bool removed;              ///< out of the table, waiting for frame_refs to reach 0
   const char* def_file;      ///< file of the first #define, null for start-up and command-line
                              ///< macros; not owned
@@ -105,6 +108,9 @@ bool sym_eligible(const symbol* sym);
 /// Scans the identifier that begins with `c`, already read, into token_buf and returns its macro if
 /// there is one that may be expanded here, else null.
 symbol* is_macro(int c);
+
+/// Frees `body`, or null, which `sym` had until now, as soon as no frame reads it any more.
+void sym_release_body(symbol* sym, unit* body);
 
 /// Gives up one frame's reference to `sym`; the last one frees a removed record.
 void sym_release(symbol* sym);

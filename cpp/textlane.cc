@@ -123,7 +123,7 @@ void copy_units(input_frame* f) {
     if (end == nullptr || macro != nullptr) return;
     if (token != f->txptr) out_byte(' ');
     for (const unit* p = token; p != end; ++p) out_byte(static_cast<unsigned char>(*p));
-    f->txptr = const_cast<unit*>(end);
+    f->txptr = end;
   }
 }
 
@@ -135,7 +135,7 @@ lane_stop copy_plain_text(int& pending) {
     return lane_stop::in_line;
   }
   if (f->rdptr == f->line_end) {
-    if (f->fp == nullptr) copy_units(f);
+    if (f->file == nullptr) copy_units(f);
     return lane_stop::in_line;
   }
   for (;;) {

@@ -1,0 +1,171 @@
+// Frames are strictly last in, first out, so they live with their texts in an arena: once it is
+// warm an expansion allocates nothing. The fields of a record are set one by one: putting one
+// together first and copying it would cost more than all else that entering an argument does.
+#include "cpp/frames.h"
+
+#include <cstdlib>
+#include <cstring>
+
+#include "common/alert.h"
+#include "common/osdep.h"
+#include "cpp/arena.h"
+#include "cpp/source.h"
+#include "cpp/symtab.h"
+
+namespace kv::cpp {
+
+input_frame* cur_frame = nullptr;
+input_frame* base_frame = nullptr;
+int cur_line = 0;
+
+namespace {
+
+// Frames pushed in the run; addresses are used again, these numbers are not.
+unsigned frames_pushed = 0;
+
+// A frame without a file, with no text yet, on top of the stack.
+input_frame* push_frame() {
+  auto* f = reinterpret_cast<input_frame*>(arena_alloc(sizeof(input_frame)));
+  f->rdptr = f->line_end = nullptr;
+  f->file = nullptr;
+  f->macro = f->arg_of = nullptr;
+  f->args = nullptr;
+  f->arg_count = 0;
+  f->depth = 0;
+  f->serial = ++frames_pushed;
+  f->at_end = f->given_back = false;
+  f->parent = cur_frame;
+  if (cur_frame != nullptr) {
+    cur_frame->saved_line = cur_line;
+    f->depth = cur_frame->depth;
+  }
+  cur_frame = f;
+  return f;
+}
+
+void drop_top_frame() {
+  input_frame* const f = cur_frame;
+  cur_frame = f->parent;
+  if (f != base_frame) arena_release(f);
+  if (cur_frame != nullptr) cur_line = cur_frame->saved_line;
+}
+
+void set_text(input_frame* f, const unit* text) {
+  f->text = f->txptr = text;
+}
+
+template <class T>
+T* alloc_with_frame(std::size_t n) {
+  return reinterpret_cast<T*>(arena_alloc(n * sizeof(T)));
+}
+
+}  // namespace
+
+void push_file_frame(source_file* source, const char* path) {
+  input_frame* const f = push_frame();
+  const std::size_t len = std::strlen(path);
+  unit* const name = alloc_with_frame<unit>(len + 1);
+  str8to16(name, path);
+  f->file = alloc_with_frame<file_input>(1);
+  *f->file = {source, path, name, nullptr, nullptr, nullptr};
+  set_text(f, u"");
+  f->depth = 0;
+  cur_line = 1;
+}
+
+void push_text(const unit* text) {
+  input_frame* const f = push_frame();
+  const auto size = static_cast<std::size_t>(str16_len(text)) + 1;
+  unit* const copy = alloc_with_frame<unit>(size);
+  std::memcpy(copy, text, size * sizeof(unit));
+  set_text(f, copy);
+}
+
+void push_given_back(int c) {
+  const unit text[] = {static_cast<unit>(c), 0};
+  push_text(text);
+  cur_frame->given_back = true;
+}
+
+void push_expansion(symbol* macro) {
+  input_frame* const f = push_frame();
+  f->macro = macro;
+  ++f->depth;
+  ++macro->frame_refs;
+  ++macro->disable;
+  set_text(f, u"");
+}
+
+void read_body() {
+  set_text(cur_frame, cur_frame->macro->body);
+}
+
+unit* frame_text_room() {
+  return alloc_with_frame<unit>(frame_capacity);
+}
+
+void keep_frame_text(unit* text, std::size_t len) {
+  arena_release(text);
+  arena_alloc((len + 1) * sizeof(unit));
+  set_text(cur_frame, text);
+}
+
+void keep_arguments(const unit* const* texts, int count, const unit* end) {
+  const auto n = static_cast<std::size_t>(count);
+  const auto units = static_cast<std::size_t>(end - texts[0]);
+  auto** const args = alloc_with_frame<const unit*>(n);
+  auto* const copies = alloc_with_frame<unit>(units);
+  std::memcpy(copies, texts[0], units * sizeof(unit));
+  for (std::size_t i = 0; i < n; ++i) args[i] = copies + (texts[i] - texts[0]);
+  cur_frame->args = args;
+  cur_frame->arg_count = count;
+}
+
+void push_argument(int n) {
+  const input_frame* const expansion = cur_frame;
+  symbol* const macro = expansion->macro;
+  if (macro == nullptr || n >= macro->nargs) alert_msg_fatal(152, n);
+  if (n >= expansion->arg_count) return;
+  input_frame* const f = push_frame();
+  set_text(f, expansion->args[n]);
+  f->arg_of = macro;
+  --macro->disable;
+}
+
+// The record of an argument's macro lives as long as the expansion below it.
+void remove_text_frame() {
+  const input_frame* const f = cur_frame;
+  if (symbol* const macro = f->macro; macro != nullptr) {
+    if (--macro->disable < 0) alert_msg_fatal(158, alert_str(macro->name));
+    sym_release(macro);
+  } else if (f->arg_of != nullptr) {
+    ++f->arg_of->disable;
+  }
+  drop_top_frame();
+}
+
+void remove_file_frame() {
+  file_input& file = *cur_frame->file;
+  source_close(file.source);
+  std::free(const_cast<unit*>(file.line_name));
+  file.line_name = nullptr;
+  drop_top_frame();
+}
+
+void free_base_frame() {
+  if (base_frame != nullptr) arena_release(base_frame);
+  base_frame = nullptr;
+}
+
+input_frame* nearest_file_frame() {
+  input_frame* f = cur_frame;
+  while (f != nullptr && f->file == nullptr) f = f->parent;
+  return f;
+}
+
+const unit* frame_name(const input_frame* f) {
+  if (f->file != nullptr) return f->file->name;
+  return f->macro != nullptr ? f->macro->name : u"";
+}
+
+}  // namespace kv::cpp
