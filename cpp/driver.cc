@@ -246,11 +246,14 @@ enum class line_end { newline, end_of_input, lane_past_it };
 // back.
 line_end copy_line(int& pending) {
   for (;;) {
-    if (copy_plain_text(pending) == lane_stop::at_line_start) return line_end::lane_past_it;
-    bool blanks = false;
-    int c;
-    while (char_class(c = get()) == CT_SPACE) blanks = blanks || c != MARK_PASTE;
-    if (blanks && !ends_line(c)) put_char_out(' ');
+    const lane_stop stop = copy_plain_text(pending);
+    if (stop == lane_stop::at_line_start) return line_end::lane_past_it;
+    int c = get();
+    if (stop == lane_stop::in_line) {
+      bool blanks = false;
+      for (; char_class(c) == CT_SPACE; c = get()) blanks = blanks || c != MARK_PASTE;
+      if (blanks && !ends_line(c)) put_char_out(' ');
+    }
     c = try_expand(c);
     if (is_operand_class(char_class(c)) && paste_tokens(c)) continue;
     if (c == 0) return line_end::end_of_input;

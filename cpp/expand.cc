@@ -12,11 +12,14 @@
 #include "common/cmode.h"
 #include "common/format.h"
 #include "common/osdep.h"
+#include "cpp/lanes.h"
+#include "cpp/lanescan.h"
 #include "cpp/macro_area.h"
 #include "cpp/options.h"
 #include "cpp/replacement.h"
 #include "cpp/report.h"
 #include "cpp/symtab.h"
+#include "cpp/texts.h"
 
 namespace kv::cpp {
 
@@ -76,6 +79,8 @@ constexpr step opened = {true, 0};
 constexpr step resolved(int c) {
   return {false, c};
 }
+
+expansion expand(symbol* sym);
 
 // ---- Replacement: the body becomes an expansion frame.
 
@@ -150,63 +155,125 @@ int begin_argument(macro_call& call) {
   return c;
 }
 
-// Lane: appends the run of units ahead that are nothing but argument text. Units of an argument or
-// of generated text do not qualify, since they would have to be expanded first.
+// ---- Arguments in bulk.
+
+// The units that are argument text whatever surrounds them.
 constexpr std::array<bool, 256> make_argument_units() {
   std::array<bool, 256> t{};
-  for (std::size_t c = 1; c < 256; ++c) t[c] = true;
-  for (const char c :
-       {'\t', '\x1F', ' ', '\n', '(', ')', ',', '"', '\'', '\\', '/', '?', '\v', '\f', '\r', ';'}) {
-    t[static_cast<std::size_t>(c)] = false;
-  }
+  for (std::size_t c = 1; c < 256; ++c) t[c] = lane::calm_units[c] && lane::kinds[c] != lane::blank;
+  for (const char c : {'\n', '(', ')', ',', '"', '\''}) t[static_cast<std::size_t>(c)] = false;
   return t;
 }
 constexpr std::array<bool, 256> argument_units = make_argument_units();
 
-template <class Unit>
-void append_run(Unit*& from) {
-  Unit* p = from;
-  const std::size_t room = macro_area_room();
-  unit* to = macro_area_ptr;
-  const unit* const full = to + room;
-  while (to != full && *p < 256 && argument_units[*p]) *to++ = *p++;
-  macro_area_ptr = to;
-  from = p;
-}
+// Appends to the argument of a call what text_taker takes.
+struct argument_sink {
+  static constexpr bool scans_numbers = false;
+  static constexpr bool joins_blanks = false;
+  macro_call& call;
 
-void append_plain_run() {
-  input_frame* f = cur_frame;
-  if (!lanes || f == nullptr) return;
-  if (f->rdptr != f->line_end) {
-    append_run(f->rdptr);
-  } else if (f->macro != nullptr) {
-    append_run(f->txptr);
+  static bool expands(const input_frame* f) { return f->macro == nullptr; }
+  void blank() const { call.space_due = true; }
+  expansion expand(symbol* sym) const { return cpp::expand(sym); }
+
+  template <class Unit>
+  void units(const Unit* at, const Unit* end) const {
+    append_due_space(call);
+    if (macro_area_room() < static_cast<std::size_t>(end - at)) {
+      while (at != end) macro_area_save(*at++);  // up to the message
+    }
+    unit* to = macro_area_ptr;
+    while (at != end) *to++ = *at++;
+    macro_area_ptr = to;
   }
+  void word(const unit* at, const unit* end, bool mark) const {
+    append_due_space(call);
+    const symbol* const own = call.macro;
+    if (mark || (static_cast<std::size_t>(end - at) == own->name_len &&
+                 std::memcmp(at, own->name, own->name_len * sizeof(unit)) == 0)) {
+      macro_area_save(MARK_NOEXPAND);
+    }
+    units(at, end);
+  }
+  template <class Unit>
+  const Unit* singles(const Unit* at) const {
+    const Unit* end = at;
+    while (lane::kind_at(end) == lane::single && lane::is_calm(end)) {
+      if (call.paren_depth == 0 && (*end == ')' || *end == ',')) break;
+      if (*end == '(') ++call.paren_depth;
+      if (*end == ')') --call.paren_depth;
+      ++end;
+    }
+    if (end != at) units(at, end);
+    return end;
+  }
+  // What is not expanded yet: white space counts, quotes and parentheses.
+  template <class Unit>
+  const Unit* run(const Unit* at) const {
+    for (;;) {
+      const Unit* end = at;
+      while (*end < 256 && argument_units[*end]) ++end;
+      if (end != at) {
+        units(at, end);
+        at = end;
+      }
+      switch (lane::kind_at(at)) {
+        case lane::blank:
+          blank();
+          ++at;
+          continue;
+        case lane::quote:
+          end = lane::end_of_quoted(at);
+          if (end == nullptr) return at;
+          units(at, end);
+          break;
+        case lane::single:
+          end = singles(at);
+          break;
+        default:
+          end = lane::kind_at(at) == lane::operand && lane::is_calm(at) ? at + 1 : at;
+          if (end != at) units(at, end);
+      }
+      if (end == at) return at;
+      at = end;
+    }
+  }
+};
+
+// Appends what lies ahead and need not be read unit by unit. `replaced` as text_taker has it.
+texts_end append_ahead(macro_call& call, bool replaced) {
+  const texts_end otherwise = replaced ? texts_end::replaced : texts_end::unit;
+  if (!lanes || settings.cmode_asm) return otherwise;
+  argument_sink sink{call};
+  const texts_end end = text_taker(sink).take(replaced);
+  input_frame* const f = cur_frame;
+  if (end == texts_end::unit && f != nullptr && f->rdptr != f->line_end) {
+    f->rdptr += sink.run(static_cast<const unsigned char*>(f->rdptr)) - f->rdptr;
+  }
+  return end;
 }
 
-// Treats one unit of the argument. Returns whether the argument goes on.
-bool collect_unit(macro_call& call, int c) {
+// Treats one unit of the argument, which may end with it.
+void collect_unit(macro_call& call, int c) {
   if (char_class(c) == CT_BACKSLASH) {
     append(call, c);
     const int next = get_nomark();
     if (next != 0) macro_area_save(next);
-    return true;
+    return;
   }
   if (char_class(c) == CT_QUOTE) {
     append_due_space(call);
     scan_string(c, append_string_unit);
-    return true;
+    return;
   }
   if (call.paren_depth == 0 && (c == ')' || c == ',')) {
     if (c == ')') unget();
     end_argument(call);
-    return false;
+    return;
   }
   if (c == '(') ++call.paren_depth;
   if (c == ')') --call.paren_depth;
   append(call, c);
-  append_plain_run();
-  return true;
 }
 
 void check_argument_count(const macro_call& call) {
@@ -285,8 +352,6 @@ bool find_open_paren() {
   return false;
 }
 
-enum class expansion { none, done, call_opened };
-
 expansion expand(symbol* sym) {
   if (settings.macro_report) report_macro(sym);
   if (expand_depth() + 1 >= expand_depth_limit) {
@@ -337,34 +402,50 @@ step start(int c) {
   return begins_identifier(c) ? consider(c) : resolved(c);
 }
 
-step complete_innermost_call() {
-  const macro_call& call = open_calls.back();
-  check_argument_count(call);
-  push_replacement(call.macro, &call);
-  macro_area_ptr = call.area_mark;
-  open_calls.pop_back();
+// With a replacement pushed, and nothing of it read.
+step first_of_replacement() {
   const int c = get();
   return begins_identifier(c) ? consider(c) : resolved(c);
 }
 
 // As try_expand() and paste_tokens() in turn, until neither has anything left to do.
-step expand_fully(int c) {
-  for (;;) {
-    const step s = start(c);
-    if (s.call_opened || !is_operand_class(char_class(s.c)) || !paste_tokens(s.c)) return s;
-    c = get_nomark();
+step expand_fully(step s) {
+  while (!s.call_opened && is_operand_class(char_class(s.c)) && paste_tokens(s.c)) {
+    s = start(get_nomark());
   }
+  return s;
 }
 
 // Collects arguments of the innermost call until the list is complete, or until a call is opened
-// whose result belongs to the argument. With `expanded` set, `c` is such a result. Returns whether
-// the list is complete.
-bool collect(int c, bool expanded) {
+// whose result belongs to the argument. `replaced` tells that such a call has just been replaced.
+// Returns whether the list is complete.
+bool collect(bool replaced) {
   macro_call& call = open_calls.back();
   for (;;) {
+    int c;
+    bool expanded = false;
     if (!call.in_argument) {
       c = begin_argument(call);
       if (c == ')') return true;
+    } else {
+      const texts_end ahead = append_ahead(call, replaced);
+      if (ahead == texts_end::opened) return false;
+      if (ahead == texts_end::replaced) {
+        const step s = expand_fully(first_of_replacement());
+        if (s.call_opened) return false;
+        c = s.c;
+        expanded = true;
+      } else {
+        c = get_nomark();
+      }
+    }
+    replaced = false;
+    if (!expanded && c != MARK_EXP_END && c != '\n' && char_class(c) != CT_SPACE && c != 0 &&
+        expands_arguments_now()) {
+      const step s = expand_fully(start(c));
+      if (s.call_opened) return false;
+      c = s.c;
+      expanded = true;
     }
     if (c == 0) {
       alert_msg(116, call.line);
@@ -375,41 +456,48 @@ bool collect(int c, bool expanded) {
     if (c == '\n' || char_class(c) == CT_SPACE) {
       call.space_due = true;
     } else if (c != MARK_EXP_END) {
-      if (!expanded && expands_arguments_now()) {
-        const step s = expand_fully(c);
-        if (s.call_opened) return false;
-        c = s.c;
-        expanded = true;
-        continue;
-      }
       if (expanded && begins_identifier(c)) {
         append_identifier(call);
-      } else if (!collect_unit(call, c)) {
-        expanded = false;
-        continue;
+      } else {
+        collect_unit(call, c);
       }
     }
-    expanded = false;
-    c = get_nomark();
   }
 }
 
-// Goes on with the innermost call: `s` says whether it has just been opened, or what a call inside
-// its arguments has come to.
-step advance_innermost_call(step s) {
-  if (!s.call_opened && is_operand_class(char_class(s.c)) && paste_tokens(s.c)) {
-    s = expand_fully(get_nomark());
-    if (s.call_opened) return s;
+// Collects the arguments of the innermost call, and of those opened on the way, and replaces it.
+void complete_call() {
+  const std::size_t outside = open_calls.size() - 1;
+  bool replaced = false;
+  for (;;) {
+    if (!collect(replaced)) {
+      replaced = false;
+      continue;
+    }
+    const macro_call& call = open_calls.back();
+    check_argument_count(call);
+    push_replacement(call.macro, &call);
+    macro_area_ptr = call.area_mark;
+    open_calls.pop_back();
+    if (open_calls.size() == outside) return;
+    replaced = true;
   }
-  return collect(s.c, !s.call_opened) ? complete_innermost_call() : opened;
 }
 
 }  // namespace
 
+bool expand_name(symbol* sym) {
+  const expansion e = expand(sym);
+  if (e == expansion::call_opened) complete_call();
+  return e != expansion::none;
+}
+
 int try_expand(int c) {
-  const std::size_t outside = open_calls.size();
   step s = start(c);
-  while (open_calls.size() > outside) s = advance_innermost_call(s);
+  while (s.call_opened) {
+    complete_call();
+    s = first_of_replacement();
+  }
   return s.c;
 }
 

@@ -7,8 +7,18 @@
 
 #include "cpp/reader.h"
 #include "cpp/scan.h"
+#include "cpp/symtab.h"
 
 namespace kv::cpp {
+
+/// How beginning to expand a macro has ended: it is not expanded after all, its replacement is on
+/// top of the stack and nothing of it has been read, or it is a call whose arguments come next.
+enum class expansion { none, done, call_opened };
+
+/// Expands `sym`, which may be expanded here and whose name has just been read, with no `##` behind
+/// it. Returns whether it was expanded: the replacement is then on top of the stack, and nothing of
+/// it has been read. Raises what try_expand raises.
+bool expand_name(symbol* sym);
 
 /// Called with every unit `c` of text that may begin an identifier. Returns either `c`, with the
 /// identifier it begins (if any) in token_buf, or, when a macro was expanded, the first unit behind

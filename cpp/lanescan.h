@@ -98,6 +98,7 @@ inline bool is_calm(const unsigned char* p) {
   }
 }
 inline bool is_calm(const unit* p) {
+  if (*p == '/') return p[1] != 0 && p[1] != '/' && p[1] != '*';
   return *p < 256 && (calm_units[*p] || *p == '?');
 }
 

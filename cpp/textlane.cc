@@ -1,14 +1,15 @@
 // Most of a C file passes through unchanged but for its blanks. This lane looks at the bytes where
 // they lie in the line, finds out token by token that nothing has to be done to them, and copies
-// runs of tokens at once; calls of macros it hands to the lane for these. The twin it must agree
-// with is copy_line() in the driver, which takes the same text unit by unit.
+// runs of tokens at once. Macros are expanded where they are met, and what they come to is taken
+// from the texts in the same way. The twin it must agree with is copy_line() in the driver, which
+// takes the same text unit by unit.
 #include "cpp/textlane.h"
 
 #include <array>
 #include <cstddef>
 
-#include "cpp/calllane.h"
 #include "cpp/control.h"
+#include "cpp/expand.h"
 #include "cpp/lanes.h"
 #include "cpp/lanescan.h"
 #include "cpp/options.h"
@@ -16,6 +17,7 @@
 #include "cpp/output.h"
 #include "cpp/reader.h"
 #include "cpp/symtab.h"
+#include "cpp/texts.h"
 
 namespace kv::cpp {
 
@@ -78,9 +80,15 @@ inline unsigned char* pass_tokens(unsigned char* p, symbol*& macro, unsigned cha
   }
 }
 
-// Copies tokens from `p`. Returns where it stopped: at the line's newline, or at the first token
-// that it leaves alone, or before the blanks in front of it.
-unsigned char* copy_tokens(unsigned char* p, unsigned char* newline_at) {
+// Where copying tokens of a line has stopped: at the line's newline, at the first token that is
+// left alone, before the blanks in front of it; or behind the name of `macro`, which has not been
+// written.
+struct line_stop {
+  unsigned char* at;
+  symbol* macro;
+};
+
+line_stop copy_tokens(unsigned char* p, unsigned char* newline_at) {
   const unsigned char* run = p;  // what follows is to be copied as it stands, up to p
   for (;;) {
     symbol* macro = nullptr;
@@ -99,62 +107,86 @@ unsigned char* copy_tokens(unsigned char* p, unsigned char* newline_at) {
       run = token;
       end = const_cast<unsigned char*>(
           lane::end_of_token(static_cast<const unsigned char*>(token), macro));
-      if (end == nullptr) return *token == '\n' ? token : resume;
+      if (end == nullptr) return {*token == '\n' ? token : resume, nullptr};
       if (token != p) out_byte(' ');
     }
     p = end;
     if (macro != nullptr) {
       out_bytes(run, static_cast<std::size_t>(token - run));
-      unsigned char* behind = expand_in_line(macro, p);
-      if (behind == nullptr) return token;
-      run = p = behind;
+      return {end, macro};
     }
   }
 }
 
-// The same for the text frame on top, whose units must be narrowed. A frame's end is left to the
-// reader.
-void copy_units(input_frame* f) {
-  for (;;) {
-    const unit* token = f->txptr;
-    while (lane::kind_at(token) == blank) ++token;
-    symbol* macro = nullptr;
-    const unit* end = lane::end_of_token(token, macro);
-    if (end == nullptr || macro != nullptr) return;
-    if (token != f->txptr) out_byte(' ');
-    for (const unit* p = token; p != end; ++p) out_byte(static_cast<unsigned char>(*p));
-    f->txptr = end;
+// Writes what text_taker takes.
+struct output_sink {
+  static constexpr bool scans_numbers = true;
+  static constexpr bool joins_blanks = true;
+
+  static bool expands(const input_frame* /*f*/) { return true; }
+  static const unit* run(const unit* at) { return at; }
+  static void blank() { out_byte(' '); }
+  static expansion expand(symbol* sym) {
+    return expand_name(sym) ? expansion::done : expansion::none;
   }
+  static void units(const unit* at, const unit* end) {
+    const auto n = static_cast<std::size_t>(end - at);
+    if (out_room() < n) out_flush();
+    unsigned char* to = out_next;
+    for (std::size_t i = 0; i < n; ++i) to[i] = static_cast<unsigned char>(at[i]);
+    out_next = to + n;
+  }
+  static void word(const unit* at, const unit* end, bool /*mark*/) { units(at, end); }
+  static const unit* singles(const unit* at) {
+    const unit* end = at;
+    while (lane::kind_at(end) == lane::single) ++end;
+    units(at, end);
+    return end;
+  }
+};
+static_assert(out_size > frame_capacity);
+
+// Moves on to the next line of text, past empty ones, with the newline of this one written. Returns
+// false at the start of a line that may be another.
+bool next_text_line(input_frame* f, int& pending) {
+  pending = 0;
+  for (;;) {
+    ++f->rdptr;
+    count_line();
+    if (!load_next_line()) return false;
+    f->rdptr = lane::skip_blanks(f->rdptr);
+    if (*f->rdptr != '\n') break;
+    ++pending;
+  }
+  // A line that surely is one of text goes on here, even if its first token has to be left alone.
+  if (*f->rdptr == '#' || !plain.in_file[*f->rdptr]) return false;
+  if (pending != 0 || need_linemark) pending = sync_lines(pending);
+  return true;
 }
 
 }  // namespace
 
 lane_stop copy_plain_text(int& pending) {
-  input_frame* f = cur_frame;
-  if (!lanes || f == nullptr || in_asm || settings.cmode_asm || !text_output()) {
-    return lane_stop::in_line;
-  }
-  if (f->rdptr == f->line_end) {
-    if (f->file == nullptr) copy_units(f);
-    return lane_stop::in_line;
-  }
+  if (!lanes || in_asm || settings.cmode_asm || !text_output()) return lane_stop::in_line;
+  output_sink sink;
+  text_taker texts(sink);
+  bool replaced = false;
   for (;;) {
-    f->rdptr = copy_tokens(f->rdptr, f->line_end - 1);
-    if (*f->rdptr != '\n') return lane_stop::in_line;
-    out_byte('\n');
-    pending = 0;
-    // The next line of text, past empty ones.
-    for (;;) {
-      ++f->rdptr;
-      count_line();
-      if (!load_next_line()) return lane_stop::at_line_start;
-      while (kinds[*f->rdptr] == blank) ++f->rdptr;
-      if (*f->rdptr != '\n') break;
-      ++pending;
+    if (texts.take(replaced) == texts_end::replaced) return lane_stop::in_replacement;
+    replaced = false;
+    input_frame* const f = cur_frame;
+    if (f == nullptr || f->rdptr == f->line_end) return lane_stop::in_line;
+    const line_stop stop = copy_tokens(f->rdptr, f->line_end - 1);
+    f->rdptr = stop.at;
+    if (symbol* const macro = stop.macro; macro != nullptr) {
+      replaced = sym_eligible(macro) && expand_name(macro);
+      if (!replaced) sink.units(macro->name, macro->name + macro->name_len);
+    } else if (*f->rdptr != '\n') {
+      return lane_stop::in_line;
+    } else {
+      out_byte('\n');
+      if (!next_text_line(f, pending)) return lane_stop::at_line_start;
     }
-    // A line that surely is one of text goes on here, even if its first token has to be left alone.
-    if (*f->rdptr == '#' || !plain.in_file[*f->rdptr]) return lane_stop::at_line_start;
-    if (pending != 0 || need_linemark) pending = sync_lines(pending);
   }
 }
 

@@ -1,0 +1,270 @@
+// Taking tokens in bulk from the texts on top of the frame stack, entering arguments and leaving
+// texts on the way.
+//
+// What get() would deliver unit by unit is taken at sight here, where what follows a token shows
+// that it ends there and that reading ahead of it has no effect; everything else is left to get().
+// Nothing is undone: what has been taken is taken. Two callers differ in what becomes of a token:
+// the main loop writes it, a call appends it to the argument that it is collecting. A Sink says
+// what differs:
+//
+//     scans_numbers           whether a number is one token (else its digits are, and names may
+//     follow) expands(frame)          whether names in the text of `frame` are looked up; all else
+//     in a text
+//                             where they are not is taken by run()
+//     run(at)                 takes units of such a text, returns where that ends
+//     joins_blanks            whether white space before a border of texts is one with that behind
+//     it blank()                 white space stands here singles(at)             takes units that
+//     are tokens by themselves, returns where that ends units(at, end)          takes a token
+//     word(at, end, mark)     takes a name, not expanded; `mark` tells of a MARK_NOEXPAND before it
+//     expand(symbol)          begins the expansion of a macro that may be expanded here
+#pragma once
+
+#include <array>
+#include <cstddef>
+
+#include "cpp/expand.h"
+#include "cpp/frames.h"
+#include "cpp/lanescan.h"
+#include "cpp/options.h"
+#include "cpp/symtab.h"
+#include "cpp/text16.h"
+
+namespace kv::cpp {
+
+/// How taking tokens has ended.
+enum class texts_end {
+  unit,      ///< at a unit that must be read by itself, or in a file
+  replaced,  ///< the same, and it is the first one of a replacement
+  opened,    ///< a call was opened whose arguments come next
+};
+
+/// Where a token ends: at sight, and whether with its text, so that reading ahead leaves the text.
+struct token_end {
+  bool at_sight;
+  bool leaves_text;
+};
+
+template <class Unit>
+bool ends_word(const Unit* next) {
+  return lane::is_calm(next) && !lane::is_word_unit(next);
+}
+template <class Unit>
+bool ends_number(const Unit* next) {
+  return ends_word(next) && *next != '.';
+}
+
+/// Whether `ends` holds for what follows the text of `f`, which is not an expansion or is left
+/// without its end being seen.
+template <class Ends>
+bool holds_below(const input_frame* f, Ends ends) {
+  const input_frame* const below = f->parent;
+  if (below == nullptr || below->at_end || below->given_back) return false;
+  if (below->file != nullptr) return below->rdptr != below->line_end && ends(below->rdptr);
+  if (*below->txptr == 0) return below->macro != nullptr;
+  return ends(below->txptr);
+}
+
+/// Where a token ends that lies before `end` in the text of `f`, `ends` asked of what follows.
+template <class Ends>
+token_end token_end_at(const input_frame* f, const unit* end, Ends ends) {
+  if (*end != 0) return {ends(end), false};
+  if (f->macro != nullptr) return {true, false};
+  return {holds_below(f, ends), true};
+}
+
+/// The same for a number of a text, which goes on behind the end of an expansion unless it has a
+/// suffix.
+inline token_end number_end_at(const input_frame* f, const unit* end) {
+  const auto ends = [](const auto* next) { return ends_number(next); };
+  if (*end != 0) return {ends(end), false};
+  const bool suffix = number::is_letter(end[-1], 'u') || number::is_letter(end[-1], 'l');
+  if (f->macro != nullptr && suffix) return {true, false};
+  return {holds_below(f, ends), true};
+}
+
+template <class Sink>
+class text_taker {
+ public:
+  explicit text_taker(Sink& to) : sink(to) {}
+
+  /// Takes tokens from the texts on top. `first` tells that a replacement has just been pushed of
+  /// which nothing has been read.
+  texts_end take(bool first) {
+    replaced = first;
+    for (;;) {
+      input_frame* const f = cur_frame;
+      if (f == nullptr || f->file != nullptr || f->at_end || f->given_back) return stop();
+      if (!replaced && !sink.expands(f)) {
+        f->txptr = sink.run(f->txptr);
+        if (!cross_border(f, f->txptr, false)) return stop();
+        continue;
+      }
+      const unit* at = f->txptr;
+      while (lane::kind_at(at) == lane::blank) ++at;
+      const bool blanks = at != f->txptr;
+      if (blanks && replaced) return stop();
+      const lane::kind kind = lane::kind_at(at);
+      if (kind == lane::letter) {
+        if (!take_name(f, at, blanks)) return opened ? texts_end::opened : stop();
+      } else if (kind == lane::stop) {
+        if (*at == MARK_NOEXPAND ? !take_marked_name(f, at, blanks)
+                                 : !cross_border(f, at, blanks)) {
+          return stop();
+        }
+      } else if (!take_token(f, at, kind, blanks)) {
+        return stop();
+      }
+    }
+  }
+
+ private:
+  texts_end stop() const { return replaced ? texts_end::replaced : texts_end::unit; }
+
+  // Moves on to `end`, behind a token.
+  void pass(input_frame* f, const unit* end, bool blanks) {
+    f->txptr = end;
+    if (blanks) sink.blank();
+    replaced = false;
+  }
+
+  // At the end of a text, or at a reference to an argument: leaves the one, enters the other.
+  bool cross_border(input_frame* f, const unit* at, bool blanks) {
+    if (*at == 0) {
+      if (blanks && f->macro == nullptr && Sink::joins_blanks) return false;
+      if (blanks) sink.blank();
+      if (f->macro != nullptr) replaced = false;
+      remove_text_frame();
+      return true;
+    }
+    if (!is_param_ref(*at)) return false;
+    const int n = *at - MARK_PARAM_BASE;
+    if (blanks) {
+      if (Sink::joins_blanks && !begins_with_token(f, n)) return false;
+      sink.blank();
+    }
+    f->txptr = at + 1;
+    push_argument(n);
+    return true;
+  }
+
+  // Whether argument `n` surely begins with no white space.
+  static bool begins_with_token(const input_frame* f, int n) {
+    if (n >= f->arg_count) return false;
+    const lane::kind kind = lane::kind_at(f->args[n]);
+    return kind != lane::stop && kind != lane::blank && kind != lane::newline;
+  }
+
+  bool take_name(input_frame* f, const unit* at, bool blanks) {
+    const unit* const end = lane::end_of_run(at + 1);
+    const auto len = static_cast<std::size_t>(end - at);
+    if (len > settings.ident_max) return false;
+    if (*end == MARK_PASTE) return paste(f, at, end, blanks);
+    const token_end where = token_end_at(f, end, [](const auto* next) { return ends_word(next); });
+    if (!where.at_sight) return false;
+    pass(f, end, blanks);
+    if (where.leaves_text) remove_text_frame();
+    symbol* const macro = sym_find(at, len);
+    if (macro == nullptr || !sym_eligible(macro)) {
+      sink.word(at, end, false);
+      return true;
+    }
+    switch (sink.expand(macro)) {
+      case expansion::done:
+        replaced = true;
+        return true;
+      case expansion::call_opened:
+        opened = true;
+        return false;
+      default:
+        // What it was read from may be gone.
+        sink.word(macro->name, macro->name + macro->name_len, false);
+        return true;
+    }
+  }
+
+  bool take_marked_name(input_frame* f, const unit* at, bool blanks) {
+    if (lane::kind_at(at + 1) != lane::letter) return false;
+    const unit* const end = lane::end_of_run(at + 2);
+    if (static_cast<std::size_t>(end - at) > settings.ident_max) return false;
+    if (!token_end_at(f, end, [](const auto* next) { return ends_word(next); }).at_sight) {
+      return false;
+    }
+    pass(f, end, blanks);
+    sink.word(at + 1, end, true);
+    return true;
+  }
+
+  // The name [left, end) and what is pasted to it become a text of their own.
+  bool paste(input_frame* f, const unit* left, const unit* end, bool blanks) {
+    const unit* right = end + 1;
+    if (*right == MARK_NOEXPAND) ++right;
+    if (!lane::is_word_unit(right)) return false;
+    const unit* const behind = lane::end_of_run(right);
+    const auto left_len = static_cast<std::size_t>(end - left);
+    const auto right_len = static_cast<std::size_t>(behind - right);
+    if (right_len > settings.ident_max) return false;
+    const token_end where = token_end_at(
+        f, behind, [](const auto* next) { return ends_word(next) || int{*next} == MARK_PASTE; });
+    if (!where.at_sight) return false;
+    std::array<unit, 2 * ident_max_most + 1> joined;
+    unit* to = joined.data();
+    for (std::size_t i = 0; i < left_len; ++i) *to++ = left[i];
+    for (std::size_t i = 0; i < right_len; ++i) *to++ = right[i];
+    *to = 0;
+    pass(f, behind, blanks);
+    if (where.leaves_text) remove_text_frame();
+    push_text(joined.data());
+    return true;
+  }
+
+  // Any other token at `at`.
+  bool take_token(input_frame* f, const unit* at, lane::kind kind, bool blanks) {
+    const auto calm = [](const auto* next) { return lane::is_calm(next); };
+    const unit* end = at + 1;
+    token_end where = {true, false};
+    switch (kind) {
+      case lane::single:
+        if (blanks) sink.blank();
+        end = sink.singles(at);
+        if (end == at) {
+          if (blanks) f->txptr = at;
+          return false;
+        }
+        pass(f, end, false);
+        return true;
+      case lane::digit:
+        if (Sink::scans_numbers) {
+          end = lane::end_of_digits(at);
+          where = number_end_at(f, end);
+        } else {
+          while (lane::kind_at(end) == lane::digit) ++end;
+          where = token_end_at(f, end, calm);
+        }
+        break;
+      case lane::quote:
+        end = lane::end_of_quoted(at);
+        if (end == nullptr) return false;
+        break;
+      case lane::point:
+        if (Sink::scans_numbers) where.at_sight = lane::kind_at(end) != lane::digit && calm(end);
+        break;
+      case lane::operand:
+        if (!calm(at)) return false;
+        where = token_end_at(f, end, calm);
+        break;
+      default:
+        return false;
+    }
+    if (!where.at_sight) return false;
+    pass(f, end, blanks);
+    sink.units(at, end);
+    if (where.leaves_text) remove_text_frame();
+    return true;
+  }
+
+  Sink& sink;
+  bool replaced = false;
+  bool opened = false;
+};
+
+}  // namespace kv::cpp
