@@ -4,6 +4,7 @@
 // complete, and hands the unit that results to the one around it.
 #include "cpp/expand.h"
 
+#include <algorithm>
 #include <array>
 #include <cstring>
 #include <vector>
@@ -141,18 +142,22 @@ bool expands_arguments_now() {
   return f != nullptr && f->macro == nullptr && f->file == nullptr;
 }
 
-// Reads to the first unit of the next argument and begins it. Returns the unit, or ')' when the
-// list ends there.
+// Passes over what stands before the next argument and begins it. Returns the argument's first unit
+// if it had to be read, else -1; or ')' when the list ends there.
 int begin_argument(macro_call& call) {
-  int c;
-  while ((c = skip_ws()) == '\n') need_linemark = true;
-  if (c == ')') return c;
+  int c = skip_plain_ws();
+  if (c == ')' || call.count == max_macro_args) c = -1;
+  const bool ahead = c >= 0;
+  if (!ahead) {
+    while ((c = skip_ws()) == '\n') need_linemark = true;
+    if (c == ')') return c;
+  }
   if (call.count == max_macro_args) alert_msg_fatal(151);
   call.args[static_cast<std::size_t>(call.count)] = macro_area_ptr;
   call.paren_depth = 0;
   call.in_argument = true;
   call.space_due = false;
-  return c;
+  return ahead ? -1 : c;
 }
 
 // ---- Arguments in bulk.
@@ -168,6 +173,7 @@ constexpr std::array<bool, 256> argument_units = make_argument_units();
 
 // Appends to the argument of a call what text_taker takes.
 struct argument_sink {
+  static constexpr bool copies = false;
   static constexpr bool scans_numbers = false;
   static constexpr bool joins_blanks = false;
   macro_call& call;
@@ -179,12 +185,12 @@ struct argument_sink {
   template <class Unit>
   void units(const Unit* at, const Unit* end) const {
     append_due_space(call);
-    if (macro_area_room() < static_cast<std::size_t>(end - at)) {
+    const auto n = static_cast<std::size_t>(end - at);
+    if (macro_area_room() < n) {
       while (at != end) macro_area_save(*at++);  // up to the message
     }
-    unit* to = macro_area_ptr;
-    while (at != end) *to++ = *at++;
-    macro_area_ptr = to;
+    std::copy(at, end, macro_area_ptr);
+    macro_area_ptr += n;
   }
   void word(const unit* at, const unit* end, bool mark) const {
     append_due_space(call);
@@ -416,30 +422,39 @@ step expand_fully(step s) {
   return s;
 }
 
+// Whether the argument ends with the unit ahead, which is plain; a comma is passed over.
+bool ends_argument_ahead(const macro_call& call) {
+  if (call.paren_depth != 0) return false;
+  const int c = peek_plain();
+  if (c == ',') pass_plain();
+  return c == ',' || c == ')';
+}
+
 // Collects arguments of the innermost call until the list is complete, or until a call is opened
 // whose result belongs to the argument. `replaced` tells that such a call has just been replaced.
 // Returns whether the list is complete.
 bool collect(bool replaced) {
   macro_call& call = open_calls.back();
   for (;;) {
-    int c;
+    int c = call.in_argument ? -1 : begin_argument(call);
     bool expanded = false;
-    if (!call.in_argument) {
-      c = begin_argument(call);
-      if (c == ')') return true;
-    } else {
+    if (c == ')' && !call.in_argument) return true;
+    if (c < 0) {
       const texts_end ahead = append_ahead(call, replaced);
+      replaced = false;
       if (ahead == texts_end::opened) return false;
       if (ahead == texts_end::replaced) {
         const step s = expand_fully(first_of_replacement());
         if (s.call_opened) return false;
         c = s.c;
         expanded = true;
+      } else if (ends_argument_ahead(call)) {
+        end_argument(call);
+        continue;
       } else {
         c = get_nomark();
       }
     }
-    replaced = false;
     if (!expanded && c != MARK_EXP_END && c != '\n' && char_class(c) != CT_SPACE && c != 0 &&
         expands_arguments_now()) {
       const step s = expand_fully(start(c));

@@ -33,7 +33,7 @@ bool paste_at_marker(int c);
 /// reads on. The left operand is the identifier in token_buf, or `c` itself. Raises 169 and the
 /// fatal 155.
 inline bool paste_tokens(int c) {
-  return !next_is_plain() && paste_at_marker(c);
+  return peek_plain() < 0 && paste_at_marker(c);
 }
 
 }  // namespace kv::cpp

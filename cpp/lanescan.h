@@ -186,6 +186,52 @@ inline const Unit* end_of_token(const Unit* p, symbol*& macro) {
   }
 }
 
+/// What a single blank can stand before, as part of a run that is copied: tokens that cannot turn
+/// out to be white space themselves.
+constexpr std::array<bool, 256> make_solid_units() {
+  std::array<bool, 256> t{};
+  for (std::size_t c = 0; c < 256; ++c) {
+    t[c] = kinds[c] != stop && kinds[c] != blank && kinds[c] != newline && c != '/' && c != '?';
+  }
+  return t;
+}
+inline constexpr std::array<bool, 256> solid_units = make_solid_units();
+
+/// Passes over tokens from `p` on that are copied as they stand, single blanks between them
+/// included. Returns where that ends; with `macro` set, that is the name of a macro, which ends at
+/// `name_end`.
+template <class Unit>
+inline const Unit* pass_tokens(const Unit* p, symbol*& macro, const Unit*& name_end) {
+  for (;;) {
+    const Unit* end = nullptr;
+    switch (kind_at(p)) {
+      case letter:
+        end = end_of_word(p, macro);
+        if (macro != nullptr) {
+          name_end = end;
+          return p;
+        }
+        break;
+      case single:
+        if (*p != '?' || p[1] != '?') end = p + 1;
+        break;
+      case blank:
+        if (*p == ' ' && p[1] < 256 && solid_units[p[1]]) end = p + 1;
+        break;
+      case operand:
+        if (*p != '/' && p[1] < 256 && calm_units[p[1]]) {
+          end = p + 1;
+          break;
+        }
+        [[fallthrough]];
+      default:
+        end = end_of_token(p, macro);
+    }
+    if (end == nullptr) return p;
+    p = end;
+  }
+}
+
 /// The end of the comment that `p` stands at, a `/`; null where there is none, and where it does
 /// not end on the line, whose newline is `newline_at`, or raises a message.
 inline unsigned char* end_of_comment(unsigned char* p, unsigned char* newline_at) {

@@ -67,13 +67,23 @@ inline int get() {
 }
 #endif
 
-/// Whether the next unit is one that get() delivers unchanged from the frame on top, so that
-/// reading it ahead would have no effect at all.
-inline bool next_is_plain() {
+/// The next unit, where it is one that get() delivers unchanged from the frame on top, so that
+/// reading it ahead would have no effect at all; else -1.
+inline int peek_plain() {
   const input_frame* f = cur_frame;
-  if (!lanes || f == nullptr) return false;
-  if (f->rdptr != f->line_end) return plain.in_file[*f->rdptr];
-  return f->file == nullptr && *f->txptr < 256 && plain.in_text[*f->txptr];
+  if (!lanes || f == nullptr) return -1;
+  if (f->rdptr != f->line_end) return plain.in_file[*f->rdptr] ? *f->rdptr : -1;
+  return f->file == nullptr && *f->txptr < 256 && plain.in_text[*f->txptr] ? *f->txptr : -1;
+}
+
+/// Takes the unit that peek_plain() has shown.
+inline void pass_plain() {
+  input_frame* f = cur_frame;
+  if (f->file != nullptr) {
+    ++f->rdptr;
+  } else {
+    ++f->txptr;
+  }
 }
 
 /// Gives back the unit that get() delivered last: the next get() delivers it again, whatever

@@ -79,6 +79,13 @@ inline int skip_ws() {
   return c;
 }
 
+/// Passes over white space ahead as far as it is plain, and returns what peek_plain() then does.
+inline int skip_plain_ws() {
+  int c;
+  while (c = peek_plain(), c >= 0 && char_class(c) == CT_SPACE) pass_plain();
+  return c;
+}
+
 /// Passes over the unit `c`, already read, and what follows, up to and including the next newline
 /// or to the end of input. A literal that is closed on its line is passed over whole: nothing in it
 /// is translated. An open quote is a unit like any other.

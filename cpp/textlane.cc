@@ -5,7 +5,6 @@
 // takes the same text unit by unit.
 #include "cpp/textlane.h"
 
-#include <array>
 #include <cstddef>
 
 #include "cpp/control.h"
@@ -23,61 +22,12 @@ namespace kv::cpp {
 
 namespace {
 
-using lane::blank;
-using lane::kinds;
-
 // A comment between tokens, `p` at its `/`. Returns what stands behind it, or null where the plain
 // path must take it.
 unsigned char* skip_comment(unsigned char* p, unsigned char* newline_at) {
   unsigned char* behind = keep_comments_now ? nullptr : lane::end_of_comment(p, newline_at);
   if (behind != nullptr) lane::leave_comment_space(behind);
   return behind;
-}
-
-// What a single blank can stand before, as part of a run that is copied: tokens that cannot turn
-// out to be white space themselves.
-constexpr std::array<bool, 256> make_solid_units() {
-  std::array<bool, 256> t{};
-  for (std::size_t c = 0; c < 256; ++c) {
-    t[c] = kinds[c] != lane::stop && kinds[c] != blank && kinds[c] != lane::newline && c != '/' &&
-           c != '?';
-  }
-  return t;
-}
-constexpr std::array<bool, 256> solid_units = make_solid_units();
-
-// Passes over tokens from `p` on that are copied as they stand, single blanks between them
-// included. Returns where that ends; with `macro` set, that is the name of a macro, which ends at
-// `name_end`.
-inline unsigned char* pass_tokens(unsigned char* p, symbol*& macro, unsigned char*& name_end) {
-  for (;;) {
-    const unsigned char* end = nullptr;
-    switch (kinds[*p]) {
-      case lane::letter:
-        end = lane::end_of_word(p, macro);
-        if (macro != nullptr) {
-          name_end = const_cast<unsigned char*>(end);
-          return p;
-        }
-        break;
-      case lane::single:
-        if (*p != '?' || p[1] != '?') end = p + 1;
-        break;
-      case blank:
-        if (*p == ' ' && solid_units[p[1]]) end = p + 1;
-        break;
-      case lane::operand:
-        if (*p != '/' && lane::calm_units[p[1]]) {
-          end = p + 1;
-          break;
-        }
-        [[fallthrough]];
-      default:
-        end = lane::end_of_token(p, macro);
-    }
-    if (end == nullptr) return p;
-    p = const_cast<unsigned char*>(end);
-  }
 }
 
 // Where copying tokens of a line has stopped: at the line's newline, at the first token that is
@@ -92,8 +42,11 @@ line_stop copy_tokens(unsigned char* p, unsigned char* newline_at) {
   const unsigned char* run = p;  // what follows is to be copied as it stands, up to p
   for (;;) {
     symbol* macro = nullptr;
-    unsigned char* end = nullptr;
-    unsigned char* token = p = pass_tokens(p, macro, end);
+    const unsigned char* name_end = nullptr;
+    p = const_cast<unsigned char*>(
+        lane::pass_tokens(static_cast<const unsigned char*>(p), macro, name_end));
+    unsigned char* token = p;
+    auto* end = const_cast<unsigned char*>(name_end);
     if (macro == nullptr) {
       unsigned char* resume = p;  // where the plain path goes on if it must
       token = lane::skip_blanks(p);
@@ -120,6 +73,7 @@ line_stop copy_tokens(unsigned char* p, unsigned char* newline_at) {
 
 // Writes what text_taker takes.
 struct output_sink {
+  static constexpr bool copies = true;
   static constexpr bool scans_numbers = true;
   static constexpr bool joins_blanks = true;
 

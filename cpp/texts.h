@@ -7,9 +7,10 @@
 // the main loop writes it, a call appends it to the argument that it is collecting. A Sink says
 // what differs:
 //
-//     scans_numbers           whether a number is one token (else its digits are, and names may
-//     follow) expands(frame)          whether names in the text of `frame` are looked up; all else
-//     in a text
+//     copies                  whether tokens are copied as they stand, so that many can be taken at
+//     once scans_numbers           whether a number is one token (else its digits are, and names
+//     may follow) expands(frame)          whether names in the text of `frame` are looked up; all
+//     else in a text
 //                             where they are not is taken by run()
 //     run(at)                 takes units of such a text, returns where that ends
 //     joins_blanks            whether white space before a border of texts is one with that behind
@@ -99,6 +100,19 @@ class text_taker {
         if (!cross_border(f, f->txptr, false)) return stop();
         continue;
       }
+      if (Sink::copies && !replaced) {
+        symbol* macro = nullptr;
+        const unit* name_end = nullptr;
+        const unit* const run = f->txptr;
+        f->txptr = lane::pass_tokens(run, macro, name_end);
+        if (f->txptr != run) sink.units(run, f->txptr);
+        if (macro != nullptr) {
+          const unit* const name = f->txptr;
+          f->txptr = name_end;
+          if (!take_known(name, name_end, macro)) return texts_end::opened;
+          continue;
+        }
+      }
       const unit* at = f->txptr;
       while (lane::kind_at(at) == lane::blank) ++at;
       const bool blanks = at != f->txptr;
@@ -164,7 +178,17 @@ class text_taker {
     pass(f, end, blanks);
     if (where.leaves_text) remove_text_frame();
     symbol* const macro = sym_find(at, len);
-    if (macro == nullptr || !sym_eligible(macro)) {
+    if (macro == nullptr) {
+      sink.word(at, end, false);
+      return true;
+    }
+    return take_known(at, end, macro);
+  }
+
+  // The name [at, end), which has been passed over, of a macro. Returns false when a call was
+  // opened.
+  bool take_known(const unit* at, const unit* end, symbol* macro) {
+    if (!sym_eligible(macro)) {
       sink.word(at, end, false);
       return true;
     }
