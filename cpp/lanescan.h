@@ -250,33 +250,35 @@ inline unsigned char* end_of_comment(unsigned char* p, unsigned char* newline_at
   return *p == 0 ? nullptr : p;
 }
 
+/// Where the literal ends that holds `p`, in a skipped line of which nothing before `clear` is in a
+/// literal: null where there is none; not behind `p` where the plain path must tell, from there on.
+template <class Text>
+Text* end_of_literal_around(Text* p, Text* clear, Text* limit) {
+  while ((clear = find_any(clear, p, '"', '\'')) != p) {
+    Text* const end = skipped_literal_end(clear, limit);
+    if (end == nullptr || end > p) return end == nullptr ? clear : end;
+    clear = end;
+  }
+  return nullptr;
+}
+
 /// The first byte in [p, limit) that ends a line of a skipped group or can matter there, or
-/// `limit`. `p` is not inside a literal.
+/// `limit`. `p` is not inside a literal. Quotes are looked for only where something stands that a
+/// literal would hide.
 template <class Text>
 Text* find_skipped_end(Text* p, Text* limit) {
+  Text* clear = p;
   for (;; ++p) {
-    p = find_any(p, limit, '\n', '/', '\\', '?', '"', '\'', 0);
-    if (p == limit) return p;
-    switch (*p) {
-      case '/':
-        if (p[1] == '*' || p[1] == '/') return p;
-        break;
-      case '\\':
-        if (!plain.in_file[p[1]] || kinds[p[1]] == blank) return p;
-        break;
-      case '?':
-        if (p[1] == '?') return p;
-        break;
-      case '"':
-      case '\'': {
-        Text* const end = skipped_literal_end(p, limit);
-        if (end == nullptr) return p;
-        p = end - 1;
-        break;
-      }
-      default:
-        return p;
-    }
+    p = find_any(p, limit, '\n', '/', '\\', '?', 0);
+    if (p == limit || *p == '\n') return p;
+    if (*p == '/' && p[1] != '*' && p[1] != '/') continue;
+    if (*p == '\\' && plain.in_file[p[1]] && kinds[p[1]] != blank) continue;
+    if (*p == '?' && p[1] != '?') continue;
+    Text* const end = end_of_literal_around(p, clear, limit);
+    if (end == nullptr) return p;
+    if (end <= p) return end;
+    clear = end;
+    p = end - 1;
   }
 }
 
