@@ -31,7 +31,7 @@ constexpr int standard_input = 0;
 constexpr int standard_output = 1;
 constexpr unsigned message_cannot_open = 141;
 constexpr unsigned message_too_long = 917;
-constexpr unsigned capacity_step = 1024;
+constexpr unsigned first_capacity = 1024;
 
 // The room of arg_vec in entries; arg_count stays below it, as the terminating null needs a slot.
 constinit unsigned arg_capacity = 0;
@@ -42,13 +42,14 @@ char** new_vector(unsigned entries) {
 
 void make_room() {
   if (arg_vec != nullptr && arg_count < arg_capacity - 1) return;
-  char** const larger = new_vector(arg_capacity + capacity_step);
+  const unsigned capacity = arg_vec == nullptr ? first_capacity : 2 * arg_capacity;
+  char** const larger = new_vector(capacity);
   if (arg_vec != nullptr) {
     std::memcpy(larger, arg_vec, arg_count * sizeof(char*));
     std::free(arg_vec);
   }
   arg_vec = larger;
-  arg_capacity += capacity_step;
+  arg_capacity = capacity;
 }
 
 // The word under construction and the two pieces of state that outlive it.
