@@ -33,6 +33,7 @@
 #include "common/kvdebug.h"
 #include "common/osdep.h"
 #include "common/outfile.h"
+#include "common/text_hash.h"
 
 namespace kv {
 namespace {
@@ -516,6 +517,15 @@ int once_compare(word a, word b) {
   return equal ? 0 : 1;
 }
 
+// The bytes of a key that tell it from others, for the index of the table.
+std::uint32_t once_spread(word key) {
+  const auto* k = from_word<const once_key>(key);
+  const std::u16string_view file(k->file);
+  const std::uint32_t place[] = {k->number, k->line};
+  return text_hash({reinterpret_cast<const char*>(place), sizeof place}) ^
+         text_hash({reinterpret_cast<const char*>(file.data()), file.size() * sizeof(char16_t)});
+}
+
 once_key* copy_key(const once_key& key) {
   const std::size_t size = (std::u16string_view(key.file).size() + 1) * sizeof(char16_t);
   void* block = checked_alloc(sizeof(once_key) + size);
@@ -627,8 +637,10 @@ void alert_vmsg_once(std::uint32_t number, std::span<const format_arg> args) {
   const int error = errno;
   alert_init();
   run_prehook();
-  if (!once_table)
+  if (!once_table) {
     once_table = hash_create(once_buckets, once_hash, once_compare, __FILE__, __LINE__);
+    hash_use_index(once_table, once_spread);
+  }
   const once_key key{number, now.where.line ? *now.where.line : 0,
                      now.where.file ? now.where.file : u""};
   if (hash_contains(once_table, to_word(&key))) return;

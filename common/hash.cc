@@ -1,17 +1,22 @@
 // Chains are singly linked and new entries go to their ends, so a visit meets the entries of a
 // bucket in order of insertion. Every operation that looks for a key walks links rather than nodes,
-// which makes appending and unlinking one assignment. A node remembers the hash of its key, so that
-// the walk past other keys compares numbers.
+// which makes appending and unlinking one assignment.
+//
+// The order of the chains is output, and their number is fixed, so a table with an index has two
+// sets of chains over the same nodes: the buckets for the order, with their ends at hand, and the
+// slots of the index, which double, for the search.
 
 #include "common/hash.h"
 
 #include <algorithm>
 #include <cstdlib>
 #include <cstring>
+#include <utility>
 #include <vector>
 
 #include "common/alloc.h"
 #include "common/kvdebug.h"
+#include "common/text_hash.h"
 
 namespace kv {
 
@@ -19,7 +24,19 @@ struct hash_node {
   word value;
   word key;
   hash_node* next;
-  std::uint32_t hash;
+  hash_node* next_in_slot;  // in a table with an index
+  std::uint32_t spread;     // the same
+};
+
+struct hash_index {
+  hash_fn spread;
+  std::uint32_t slot_count;  // a power of two, at least the number of entries
+  hash_node** slots;         // null while the table is small; then there are no `ends` either
+  struct bucket_end {
+    hash_node** link;      // the last link of the chain
+    std::uint32_t length;  // of the chain
+  };
+  bucket_end* ends;  // by bucket
 };
 
 struct hash_stats {
@@ -35,6 +52,8 @@ struct hash_stats {
 };
 
 namespace {
+
+constexpr std::uint32_t first_slot_count = 64;  // also the entries that do without an index
 
 enum stats_flag : std::uint32_t {
   stats_alive = 1,
@@ -75,7 +94,7 @@ void register_stats(hash_table* h, const char* file, unsigned line) {
   h->stats = stats;
 }
 
-hash_node* new_node(word key, word value, std::uint32_t hash) {
+hash_node* new_node(word key, word value) {
   hash_node* node = free_nodes;
   if (node != nullptr) {
     free_nodes = node->next;
@@ -85,7 +104,7 @@ hash_node* new_node(word key, word value, std::uint32_t hash) {
     for (std::size_t i = 1; i < slab; ++i) node[i].next = i + 1 < slab ? &node[i + 1] : nullptr;
     free_nodes = node + 1;
   }
-  *node = {value, key, nullptr, hash};
+  *node = {value, key, nullptr, nullptr, 0};
   return node;
 }
 
@@ -97,24 +116,110 @@ void drop_node(hash_node** link) {
   free_nodes = node;
 }
 
-hash_node** bucket_of(const hash_table* h, std::uint32_t hash) {
-  return &h->buckets[hash % h->size];
+std::uint32_t bucket_of(const hash_table* h, word key) {
+  return h->hash(key) % h->size;
 }
 
-// The link to the first node of the chain at `link` whose key is equal, else the chain's last link.
+// The link to the first node of a bucket's chain whose key is equal, else the chain's last link.
 // Counts the nodes passed over.
-hash_node** find_link(const hash_table* h, hash_node** link, word key, std::uint32_t hash,
-                      std::uint32_t& passed) {
+hash_node** find_link(const hash_table* h, std::uint32_t bucket, word key, std::uint32_t& passed) {
+  hash_node** link = &h->buckets[bucket];
   for (passed = 0; *link != nullptr; ++passed, link = &(*link)->next) {
-    if ((*link)->hash == hash && h->compare(key, (*link)->key) == 0) break;
+    if (h->compare(key, (*link)->key) == 0) break;
   }
   return link;
 }
 
+bool is_indexed(const hash_table* h) {
+  return h->index != nullptr && h->index->slots != nullptr;
+}
+
+hash_node** slot_of(const hash_index* index, std::uint32_t spread) {
+  return &index->slots[spread & (index->slot_count - 1)];
+}
+
+// The link in the index to the node with an equal key, else a slot's last link.
+hash_node** find_in_index(const hash_table* h, word key, std::uint32_t spread) {
+  hash_node** link = slot_of(h->index, spread);
+  while (*link != nullptr && ((*link)->spread != spread || h->compare(key, (*link)->key) != 0))
+    link = &(*link)->next_in_slot;
+  return link;
+}
+
 const hash_node* find_node(const hash_table* h, word key) {
-  const std::uint32_t hash = h->hash(key);
+  if (is_indexed(h)) return *find_in_index(h, key, h->index->spread(key));
   std::uint32_t passed;
-  return *find_link(h, bucket_of(h, hash), key, hash, passed);
+  return *find_link(h, bucket_of(h, key), key, passed);
+}
+
+void put_into_slot(hash_index* index, hash_node* node) {
+  hash_node** const slot = slot_of(index, node->spread);
+  node->next_in_slot = *slot;
+  *slot = node;
+}
+
+void allocate_slots(hash_index* index, std::uint32_t count) {
+  index->slot_count = count;
+  index->slots = static_cast<hash_node**>(checked_alloc(std::size_t{count} * sizeof(void*)));
+}
+
+// Enters the nodes of all chains into the index.
+void build_index(hash_table* h) {
+  hash_index* const index = h->index;
+  allocate_slots(index, first_slot_count);
+  index->ends = static_cast<hash_index::bucket_end*>(
+      checked_alloc(std::size_t{h->size} * sizeof(hash_index::bucket_end)));
+  for (std::uint32_t i = 0; i < h->size; ++i) {
+    hash_index::bucket_end& end = index->ends[i];
+    for (end.link = &h->buckets[i]; *end.link != nullptr; end.link = &(*end.link)->next) {
+      (*end.link)->spread = index->spread((*end.link)->key);
+      put_into_slot(index, *end.link);
+      ++end.length;
+    }
+  }
+}
+
+void double_index(hash_index* index) {
+  const std::uint32_t old_count = index->slot_count;
+  hash_node** const old = index->slots;
+  allocate_slots(index, 2 * old_count);
+  for (std::uint32_t i = 0; i < old_count; ++i) {
+    for (hash_node *node = old[i], *next; node != nullptr; node = next) {
+      next = node->next_in_slot;
+      put_into_slot(index, node);
+    }
+  }
+  std::free(old);
+}
+
+void release_slots(hash_index* index) {
+  std::free(std::exchange(index->slots, nullptr));
+  std::free(std::exchange(index->ends, nullptr));
+}
+
+// The insertion into a table with an index. Null when an equal key is present; `passed` as in
+// find_link.
+hash_node* insert_indexed(hash_table* h, word key, word value, std::uint32_t& passed) {
+  const std::uint32_t spread = h->index->spread(key);
+  if (*find_in_index(h, key, spread) != nullptr) return nullptr;
+  if (h->count == h->index->slot_count) double_index(h->index);
+  hash_index::bucket_end& end = h->index->ends[bucket_of(h, key)];
+  hash_node* const node = new_node(key, value);
+  node->spread = spread;
+  put_into_slot(h->index, node);
+  *end.link = node;
+  end.link = &node->next;
+  passed = end.length++;
+  return node;
+}
+
+// Takes the node that `link` points to out of the index, which its bucket's chain still has.
+void remove_from_index(hash_table* h, std::uint32_t bucket, hash_node** link) {
+  hash_node* const node = *link;
+  *find_in_index(h, node->key, node->spread) = node->next_in_slot;
+  hash_index::bucket_end& end = h->index->ends[bucket];
+  if (end.link == &node->next) end.link = link;
+  --end.length;
 }
 
 void count_insertion(const hash_table* h, word key, word value, std::uint32_t passed) {
@@ -162,13 +267,29 @@ hash_table* hash_create(std::uint32_t size, hash_fn hash, hash_compare compare, 
   return h;
 }
 
+void hash_use_index(hash_table* table, hash_fn spread) {
+  check_alive(table, __FILE__, __LINE__);
+  auto* const index = static_cast<hash_index*>(checked_alloc(sizeof(hash_index)));
+  index->spread = spread;
+  table->index = index;
+}
+
+std::uint32_t str_spread(word key) {
+  return text_hash(from_word<const char>(key));
+}
+
 int hash_insert(hash_table* table, word key, word value, const char* file, unsigned line) {
   check_alive(table, file, line);
-  const std::uint32_t hash = table->hash(key);
   std::uint32_t passed;
-  hash_node** const link = find_link(table, bucket_of(table, hash), key, hash, passed);
-  if (*link) return 0;
-  *link = new_node(key, value, hash);
+  if (table->index != nullptr && !is_indexed(table) && table->count == first_slot_count)
+    build_index(table);
+  if (is_indexed(table)) {
+    if (insert_indexed(table, key, value, passed) == nullptr) return 0;
+  } else {
+    hash_node** const link = find_link(table, bucket_of(table, key), key, passed);
+    if (*link) return 0;
+    *link = new_node(key, value);
+  }
   ++table->count;
   if (table->stats) count_insertion(table, key, value, passed);
   return 1;
@@ -187,15 +308,15 @@ int hash_contains(const hash_table* table, word key) {
 
 word hash_remove(hash_table* table, word key) {
   check_alive(table, __FILE__, __LINE__);
-  const std::uint32_t hash = table->hash(key);
-  hash_node** const bucket = bucket_of(table, hash);
+  const std::uint32_t bucket = bucket_of(table, key);
   std::uint32_t passed;
-  hash_node** const link = find_link(table, bucket, key, hash, passed);
+  hash_node** const link = find_link(table, bucket, key, passed);
   if (!*link) return 0;
   const word value = (*link)->value;
+  if (is_indexed(table)) remove_from_index(table, bucket, link);
   drop_node(link);
   --table->count;
-  if (table->stats && !*bucket) --table->stats->util;
+  if (table->stats && !table->buckets[bucket]) --table->stats->util;
   return value;
 }
 
@@ -216,6 +337,7 @@ void hash_clear(hash_table* table) {
     while (table->buckets[i]) drop_node(&table->buckets[i]);
   }
   table->count = 0;
+  if (table->index != nullptr) release_slots(table->index);
   if (table->stats) table->stats->util = 0;
 }
 
@@ -223,6 +345,7 @@ void hash_destroy(hash_table* table) {
   if (table == nullptr) return;
   hash_clear(table);
   if (table->stats) table->stats->flags &= ~std::uint32_t{stats_alive};
+  std::free(table->index);
   std::free(table->buckets);
   std::free(table);
 }

@@ -3,9 +3,10 @@
 // Keys and values are words; each table is given its hash and comparison functions, and without
 // them it keys by the word itself, so two equal strings at different addresses are two keys. Keys
 // are not copied: the caller keeps them alive. The number of buckets is fixed at creation, so the
-// creator chooses it for the load expected. Nodes are recycled through one list shared by all
-// tables and never released. With the master list switched on, every table created from then on
-// has a statistics record that outlives it and can be reported.
+// creator chooses it for the load expected; a table that may get far more than that, or whose hash
+// is weak, is given an index that grows, and keeps its order. Nodes are recycled through one list
+// shared by all tables and never released. With the master list switched on, every table created
+// from then on has a statistics record that outlives it and can be reported.
 
 #pragma once
 
@@ -16,10 +17,11 @@
 namespace kv {
 
 struct hash_node;
+struct hash_index;
 struct hash_stats;
 
 using hash_fn = std::uint32_t (*)(word key);
-/// Returns 0 when the keys are equal; equal keys must have the same hash.
+/// Returns 0 when the keys are equal. Equal keys of different buckets are not recognised.
 using hash_compare = int (*)(word a, word b);
 /// Returns non-zero to end the visit.
 using hash_visitor = int (*)(void* context, word key, word value);
@@ -31,6 +33,7 @@ struct hash_table {
   hash_fn hash;
   hash_compare compare;
   hash_node** buckets;  ///< heads of the chains
+  hash_index* index;    ///< null unless the table was given one
   hash_stats* stats;    ///< null unless the master list was on at creation
 };
 
@@ -39,6 +42,15 @@ struct hash_table {
 /// needs memory raises 296 (fatal) without it.
 hash_table* hash_create(std::uint32_t size, hash_fn hash, hash_compare compare, const char* file,
                         unsigned line);
+
+/// Gives an empty table an index for when it is no longer small, so that its operations, the
+/// removal of one entry apart, cost the same however long the chains get. `spread` is equal for
+/// equal keys, as the table's own hash must be then, and differs for nearly all others. Order and
+/// statistics are those of the chains.
+void hash_use_index(hash_table* table, hash_fn spread);
+
+/// text_hash of a key that is a string, for hash_use_index.
+std::uint32_t str_spread(word key);
 
 /// Adds an entry: 1, or 0 when an equal key is present (nothing changes).
 int hash_insert(hash_table* table, word key, word value, const char* file, unsigned line);

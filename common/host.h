@@ -232,6 +232,9 @@ std::string program_path();
 /// Returns the description of an errno value, error_in_use among them; valid until the next call.
 const char* error_text(int error);
 
+/// Returns a number that nobody can foresee.
+std::uint64_t unforeseeable();
+
 /// Returns eight letters and digits that nobody can foresee, for a temporary name.
 std::string fresh_name();
 

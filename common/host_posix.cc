@@ -630,8 +630,7 @@ const char* error_text(int error) {
   return error == error_in_use ? in_use_text : std::strerror(error);
 }
 
-std::string fresh_name() {
-  constexpr std::string_view digits = "0123456789abcdefghijklmnopqrstuv";
+std::uint64_t unforeseeable() {
   std::uint64_t bits = 0;
   if (::getrandom(&bits, sizeof bits, 0) != static_cast<ssize_t>(sizeof bits)) {
     // A kernel without the call: still different in each process and each second.
@@ -639,6 +638,12 @@ std::string fresh_name() {
     bits = static_cast<std::uint64_t>(::time(nullptr)) << pid_bits;
     bits ^= static_cast<std::uint64_t>(::getpid());
   }
+  return bits;
+}
+
+std::string fresh_name() {
+  constexpr std::string_view digits = "0123456789abcdefghijklmnopqrstuv";
+  std::uint64_t bits = unforeseeable();
   std::string name;
   for (int i = 0; i < 8; ++i, bits /= digits.size()) name += digits[bits % digits.size()];
   return name;

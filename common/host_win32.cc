@@ -450,14 +450,18 @@ const char* error_text(int error) {
   return error == error_in_use ? in_use_text : std::strerror(error);
 }
 
+std::uint64_t unforeseeable() {
+  unsigned low = 0;
+  unsigned high = 0;
+  if (::rand_s(&low) != 0 || ::rand_s(&high) != 0) return ::GetTickCount64();
+  return std::uint64_t{high} << 32 | low;
+}
+
 std::string fresh_name() {
   constexpr std::string_view digits = "0123456789abcdefghijklmnopqrstuv";
+  std::uint64_t bits = unforeseeable();
   std::string name;
-  for (int i = 0; i < 8; ++i) {
-    unsigned number = 0;
-    if (::rand_s(&number) != 0) number = static_cast<unsigned>(::GetTickCount64() >> i);
-    name += digits[number % digits.size()];
-  }
+  for (int i = 0; i < 8; ++i, bits /= digits.size()) name += digits[bits % digits.size()];
   return name;
 }
 

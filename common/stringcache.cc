@@ -45,7 +45,10 @@ char* scratch_room(std::size_t size, std::size_t keep = 0) {
 // The interned copy of the zero-ended text s, in the scratch buffer or elsewhere.
 const char* intern(const char* s) {
   if (cache_size == 0) return str_concat(s, "");
-  if (cache == nullptr) cache = hash_create(cache_size, str_hash, str_compare, __FILE__, __LINE__);
+  if (cache == nullptr) {
+    cache = hash_create(cache_size, str_hash, str_compare, __FILE__, __LINE__);
+    hash_use_index(cache, str_spread);
+  }
   if (const char* const found = hash_find_ptr<const char>(cache, to_word(s))) return found;
   const char* const copy = str_concat(s, "");
   if (cache_limit != 0) {

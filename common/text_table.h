@@ -15,6 +15,7 @@
 #include <type_traits>
 
 #include "common/alloc.h"
+#include "common/text_hash.h"
 
 namespace kv {
 
@@ -35,7 +36,7 @@ class text_table {
   /// without memory.
   entry& operator[](std::string_view text) {
     if (2 * used_ >= size_) grow();
-    const std::uint32_t hash = hash_of(text);
+    const std::uint32_t hash = text_hash(text);
     for (std::size_t i = hash & (size_ - 1);; i = (i + 1) & (size_ - 1)) {
       slot& s = slots_[i];
       if (s.at == nullptr) {
@@ -56,13 +57,6 @@ class text_table {
   };
   static constexpr std::size_t first_size = 256;  // a power of two, as all sizes are
   static constexpr std::size_t chunk_size = 8192;
-
-  // Fowler, Noll and Vo, FNV-1a.
-  static std::uint32_t hash_of(std::string_view text) {
-    std::uint32_t h = 2166136261U;
-    for (const char c : text) h = (h ^ static_cast<unsigned char>(c)) * 16777619U;
-    return h ^ (h >> 16);
-  }
 
   // Entries are cut off chunks that are never given back.
   void* room_for(std::size_t size) {

@@ -381,6 +381,7 @@ bool is_installed_header(const char* path) {
 void note_include(const char* path) {
   if (shown_includes == nullptr) {
     shown_includes = hash_create(128, str_hash, str_compare, __FILE__, __LINE__);
+    hash_use_index(shown_includes, str_spread);
   }
   const word key = to_word(str_intern(path));
   if (hash_insert(shown_includes, key, key, __FILE__, __LINE__) != 0) {

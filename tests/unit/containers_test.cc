@@ -200,6 +200,42 @@ TEST(hash_table, keys_are_words_unless_functions_say_otherwise) {
   EXPECT_EQ(str_hash("\xFF"), 5381u * 33 - 1) << "bytes are signed";
 }
 
+TEST(hash_table, comparison_alone_decides_within_a_bucket) {
+  const char a[] = "Name";
+  const char b[] = "Name";
+  ASSERT_NE(to_word(a), to_word(b));
+  hash_table* const h = hash_create(1, nullptr, str_compare, __FILE__, __LINE__);
+  EXPECT_EQ(hash_insert(h, to_word(a), 1, __FILE__, __LINE__), 1);
+  EXPECT_EQ(hash_insert(h, to_word(b), 2, __FILE__, __LINE__), 0);
+  EXPECT_EQ(hash_find(h, to_word(b)), 1u);
+  EXPECT_EQ(hash_remove(h, to_word(b)), 1u);
+  hash_destroy(h);
+}
+
+TEST(hash_table, an_index_changes_nothing_that_can_be_seen) {
+  std::vector<std::string> names;
+  for (int i = 0; i < 300; ++i) names.push_back("n" + std::to_string(i * i % 251));
+  hash_table* tables[2];
+  for (hash_table*& h : tables) h = hash_create(5, str_hash, str_compare, __FILE__, __LINE__);
+  hash_use_index(tables[1], str_spread);
+  const auto same = [&](auto operation) {
+    EXPECT_EQ(operation(tables[0]), operation(tables[1]));
+    EXPECT_EQ(take(hash_keys(tables[0])), take(hash_keys(tables[1])));
+  };
+  for (int round = 0; round < 2; ++round) {
+    for (std::size_t i = 0; i < names.size(); ++i) {
+      const word key = to_word(names[i].c_str());
+      same([=](hash_table* h) { return hash_insert(h, key, i, __FILE__, __LINE__); });
+      const word other = to_word(names[i * 7 % names.size()].c_str());
+      same([=](hash_table* h) { return hash_find(h, other); });
+      if (i % 3 == 0) same([=](hash_table* h) { return hash_remove(h, other); });
+    }
+    EXPECT_GT(tables[1]->count, 70u);
+    same([](hash_table* h) { return hash_clear(h), h->count; });
+  }
+  for (hash_table* h : tables) hash_destroy(h);
+}
+
 TEST(alloc, blocks_are_zero_filled_and_strings_are_joined) {
   auto* const block = static_cast<unsigned char*>(checked_alloc(100));
   for (int i = 0; i < 100; ++i) EXPECT_EQ(block[i], 0);
