@@ -7,11 +7,15 @@
 #include <bit>
 #include <cstdlib>
 #include <cstring>
+#include <iterator>
 #include <new>
+#include <set>
+#include <utility>
 #include <vector>
 
 #include "common/alloc.h"
 #include "common/osdep.h"
+#include "common/text_hash.h"
 #include "cpp/reader.h"
 #include "cpp/scan.h"
 
@@ -26,7 +30,8 @@ struct retired_body {
 namespace {
 
 // The index: linear probing over a power of two slots, at most half of them in use, so a search for
-// a name that is no macro (nearly all of them) ends at once at an empty slot.
+// a name that is no macro (nearly all of them) ends at once at an empty slot. Keys begin with a
+// seed of the run, so that no source can be written whose names crowd together.
 struct index_slot {
   std::uint64_t key;
   symbol* sym;  // null: empty
@@ -35,6 +40,7 @@ struct {
   index_slot* slots;
   std::size_t mask;
   std::size_t used;
+  std::uint64_t seed;  // set before the first key is made
 } sym_index;
 
 constexpr std::size_t first_index_size = 1024;
@@ -71,6 +77,7 @@ void index_grow() {
   const index_slot* old = sym_index.slots;
   const std::size_t old_size = old == nullptr ? 0 : sym_index.mask + 1;
   const std::size_t size = old == nullptr ? first_index_size : old_size * 2;
+  if (old == nullptr) sym_index.seed = run_seed();
   sym_index.slots = static_cast<index_slot*>(checked_alloc(size * sizeof(index_slot)));
   sym_index.mask = size - 1;
   for (std::size_t i = 0; i < old_size; ++i) {
@@ -80,7 +87,7 @@ void index_grow() {
 }
 
 void index_insert(symbol* sym) {
-  if (sym_index.slots == nullptr || sym_index.used * 2 > sym_index.mask) index_grow();
+  if (sym_index.used * 2 > sym_index.mask) index_grow();
   index_store(sym);
   ++sym_index.used;
 }
@@ -126,11 +133,22 @@ std::uint32_t chain_hash(const Unit* name, std::size_t len) {
 // ---- The chains. By their rule a record goes before the first of its chain that has the same hash
 // and a greater name, or last. As long as all records of a chain have the same hash, and nearly
 // always they do, that means: sorted by name. Such a chain is sorted only when somebody walks it;
-// the rule is carried out record by record from the moment another hash turns up.
+// the rule is carried out record by record from the moment another hash turns up, with the records
+// of the chain sorted beside it: the next greater name of the same hash is where a record goes.
 
+struct by_hash_and_name {
+  bool operator()(const symbol* a, const symbol* b) const {
+    return a->hash != b->hash ? a->hash < b->hash : str16_cmp(a->name, b->name) < 0;
+  }
+};
+struct mixed_chain {
+  std::set<symbol*, by_hash_and_name> sorted;
+  symbol** end;  // the last link
+};
 struct chain {
   symbol* first;
-  bool mixed;  // holds records of several hashes, or has held them since it was last empty
+  mixed_chain* mixed;  // of a chain that holds records of several hashes, or has held them since it
+                       // was last empty
 };
 std::array<chain, symtab_chains> chains;
 
@@ -146,12 +164,14 @@ void unlink(symbol* sym) {
   if (sym->link != nullptr) sym->link->linked_from = sym->linked_from;
 }
 
-void link_by_rule(chain& c, symbol* sym) {
-  symbol** at = &c.first;
-  while (*at != nullptr && ((*at)->hash != sym->hash || str16_cmp((*at)->name, sym->name) <= 0)) {
-    at = &(*at)->link;
+void link_by_rule(mixed_chain& m, symbol* sym) {
+  const auto greater = std::next(m.sorted.insert(sym).first);
+  if (greater != m.sorted.end() && (*greater)->hash == sym->hash) {
+    link_at((*greater)->linked_from, sym);
+  } else {
+    link_at(m.end, sym);
+    m.end = &sym->link;
   }
-  link_at(at, sym);
 }
 
 void sort_chain(chain& c) {
@@ -163,20 +183,38 @@ void sort_chain(chain& c) {
   for (symbol* sym : records) link_at(&c.first, sym);
 }
 
+// Makes a chain ready for records of other hashes.
+void begin_mixed(chain& c) {
+  sort_chain(c);
+  c.mixed = new mixed_chain{{}, &c.first};
+  for (symbol* sym = c.first; sym != nullptr; sym = sym->link) {
+    c.mixed->sorted.insert(c.mixed->sorted.end(), sym);
+    c.mixed->end = &sym->link;
+  }
+}
+
 chain& chain_of(const symbol* sym) {
   return chains[sym->hash & (symtab_chains - 1)];
 }
 
 void chain_insert(symbol* sym) {
   chain& c = chain_of(sym);
-  if (c.first == nullptr) c.mixed = false;
-  if (!c.mixed && (c.first == nullptr || c.first->hash == sym->hash)) {
+  if (c.mixed == nullptr && (c.first == nullptr || c.first->hash == sym->hash)) {
     link_at(&c.first, sym);
     return;
   }
-  if (!c.mixed) sort_chain(c);
-  c.mixed = true;
-  link_by_rule(c, sym);
+  if (c.mixed == nullptr) begin_mixed(c);
+  link_by_rule(*c.mixed, sym);
+}
+
+void chain_remove(symbol* sym) {
+  chain& c = chain_of(sym);
+  if (c.mixed != nullptr) {
+    c.mixed->sorted.erase(sym);
+    if (c.mixed->end == &sym->link) c.mixed->end = sym->linked_from;
+    if (c.mixed->sorted.empty()) delete std::exchange(c.mixed, nullptr);
+  }
+  unlink(sym);
 }
 
 void free_retired(symbol* sym) {
@@ -194,6 +232,7 @@ void free_record(symbol* sym) {
 
 template <class Unit>
 symbol* enter_new(const Unit* name, std::size_t len) {
+  if (sym_index.slots == nullptr) index_grow();
   void* const block = checked_alloc_raw(sizeof(symbol) + (len + 1) * sizeof(unit));
   auto* sym = new (block) symbol{};
   sym->name = reinterpret_cast<unit*>(sym + 1);
@@ -217,8 +256,8 @@ std::uint64_t macros_epoch = 1;
 // The bytes are taken eight at a time, the last eight overlapping what came before; reading past a
 // short name is what name_slack allows for.
 std::uint64_t name_key(const unsigned char* name, std::size_t len) {
-  if (len < 8) return mix(len, load_word(name) & ~(~std::uint64_t{0} << (8 * len)));
-  std::uint64_t h = len;
+  std::uint64_t h = sym_index.seed ^ len;
+  if (len < 8) return mix(h, load_word(name) & ~(~std::uint64_t{0} << (8 * len)));
   for (std::size_t i = 0; i + 8 < len; i += 8) h = mix(h, load_word(name + i));
   return mix(h, load_word(name + len - 8));
 }
@@ -241,8 +280,8 @@ std::uint64_t narrow8(const unit* p) {
 }  // namespace
 
 std::uint64_t name_key(const unit* name, std::size_t len) {
+  std::uint64_t h = sym_index.seed ^ len;
   if (len >= 8) {
-    std::uint64_t h = len;
     for (std::size_t i = 0; i + 8 < len; i += 8) h = mix(h, narrow8(name + i));
     return mix(h, narrow8(name + len - 8));
   }
@@ -252,7 +291,7 @@ std::uint64_t name_key(const unit* name, std::size_t len) {
   } else {
     for (std::size_t i = 0; i < len; ++i) v |= std::uint64_t{name[i] & 0xFFU} << (8 * i);
   }
-  return mix(len, v);
+  return mix(h, v);
 }
 
 symbol* sym_search(const unit* name, std::size_t len) {
@@ -277,7 +316,7 @@ symbol* sym_enter_new(const unsigned char* name, std::size_t len) {
 
 void sym_remove(symbol* sym) {
   ++macros_epoch;
-  unlink(sym);
+  chain_remove(sym);
   index_remove(sym);
   sym->removed = true;
   if (sym->frame_refs == 0) free_record(sym);
@@ -285,7 +324,7 @@ void sym_remove(symbol* sym) {
 
 const symbol* symtab(std::size_t n) {
   chain& c = chains[n];
-  if (!c.mixed) sort_chain(c);
+  if (c.mixed == nullptr) sort_chain(c);
   return c.first;
 }
 
