@@ -93,9 +93,9 @@ const char* msg_lang_code(int language);
 /// program, else in the current directory. The built-in catalogue goes by its name alone.
 std::string msg_filename(int language);
 
-/// Appends the message files (regular files, or links to one) in `directory` to `list`, a vector of interned strings (const char*),
-/// and returns how many there were. A null directory or list, or a directory that does not exist,
-/// gives 0.
+/// Appends the message files in `directory`, regular files or links to one, to `list`, a vector of
+/// interned strings (const char*), and returns how many there were. A null directory or list, or a
+/// directory that does not exist, gives 0.
 unsigned findMsgFiles(const char* directory, int language, vector* list);
 
 /// Returns the number that leads the base name of `name`: the version of a message file, 0 without
