@@ -15,8 +15,8 @@ struct input_file {
 
 class run_directory {
  public:
-  /// The directory for temporary files.
-  static constexpr std::string_view temp = "tmp/";
+  /// The directory for temporary files; no input would come upon its name.
+  static constexpr std::string_view temp = "temporary-files-of-the-run/";
 
   /// Makes a directory of a fresh name under TMPDIR, by default in memory; ends the process when
   /// that fails.

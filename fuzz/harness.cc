@@ -127,17 +127,21 @@ std::string memory_text(int fd) {
 
 // Writes the words of the run on the board; false when there are too many.
 bool write_words(const program_run& run) {
-  std::string words = std::string("cpp") + '\0';
-  for (const auto* list : {&run.arguments, &run.settings}) {
+  std::vector<std::string> arguments = run.arguments;
+  arguments.insert(arguments.begin(), "cpp");
+  std::vector<std::string> settings = run.settings;
+  settings.push_back("TEMP=/" + std::string(run_directory::temp));
+  settings.emplace_back("TZ=UTC");
+
+  std::string words;
+  for (const auto* list : {&arguments, &settings}) {
     for (const std::string& word : *list) words += word.substr(0, word.find('\0')) + '\0';
   }
-  for (const char* setting : {"TEMP=/tmp", "TMP=/tmp", "TZ=UTC"})
-    words += setting + std::string(1, 0);
   board& shared = *the_setup->shared;
   if (words.size() > shared.words.size()) return false;
   std::copy(words.begin(), words.end(), shared.words.begin());
-  shared.argument_count = static_cast<unsigned>(1 + run.arguments.size());
-  shared.setting_count = static_cast<unsigned>(run.settings.size() + 3);
+  shared.argument_count = static_cast<unsigned>(arguments.size());
+  shared.setting_count = static_cast<unsigned>(settings.size());
   return true;
 }
 
