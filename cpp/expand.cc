@@ -248,12 +248,12 @@ struct argument_sink {
 
 // Appends what lies ahead and need not be read unit by unit. `replaced` as text_taker has it.
 texts_end append_ahead(macro_call& call, bool replaced) {
-  const texts_end otherwise = replaced ? texts_end::replaced : texts_end::unit;
+  const texts_end otherwise = replaced ? texts_end::replaced : texts_end::at_unit;
   if (!lanes || settings.cmode_asm) return otherwise;
   argument_sink sink{call};
   const texts_end end = text_taker(sink).take(replaced);
   input_frame* const f = cur_frame;
-  if (end == texts_end::unit && f != nullptr && f->rdptr != f->line_end) {
+  if (end == texts_end::at_unit && f != nullptr && f->rdptr != f->line_end) {
     f->rdptr += sink.run(static_cast<const unsigned char*>(f->rdptr)) - f->rdptr;
   }
   return end;

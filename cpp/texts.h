@@ -34,7 +34,7 @@ namespace kv::cpp {
 
 /// How taking tokens has ended.
 enum class texts_end {
-  unit,      ///< at a unit that must be read by itself, or in a file
+  at_unit,   ///< at a unit that must be read by itself, or in a file
   replaced,  ///< the same, and it is the first one of a replacement
   opened,    ///< a call was opened whose arguments come next
 };
@@ -132,7 +132,7 @@ class text_taker {
   }
 
  private:
-  texts_end stop() const { return replaced ? texts_end::replaced : texts_end::unit; }
+  texts_end stop() const { return replaced ? texts_end::replaced : texts_end::at_unit; }
 
   // Moves on to `end`, behind a token.
   void pass(input_frame* f, const unit* end, bool blanks) {
