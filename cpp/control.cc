@@ -1,16 +1,21 @@
-// Every directive is a row of one table: its keyword, what it does in a skipped group, and the
+// Every directive is a row of one table: its keyword, what it is to those who skip, and the
 // function that carries it out. The keyword is found by a code made of its first and third letter,
 // which is why an unknown word costs next to nothing.
 #include "cpp/control.h"
 
 #include <array>
+#include <bit>
+#include <cstddef>
 #include <cstdint>
 #include <cstdlib>
+#include <cstring>
 #include <string>
+#include <string_view>
 
 #include "common/alert.h"
 #include "common/cmode.h"
 #include "common/osdep.h"
+#include "cpp/conditions.h"
 #include "cpp/define.h"
 #include "cpp/ifexpr.h"
 #include "cpp/include.h"
@@ -23,70 +28,7 @@
 
 namespace kv::cpp {
 
-bool compiling = true;
 bool in_asm = false;
-
-namespace {
-
-// ---- The conditional stack.
-
-enum : std::uint8_t {
-  COND_LIVE = 1,       // opened while text was being compiled
-  COND_ELSE_SEEN = 2,  // its #else has been read
-  COND_TAKEN = 4,      // one of its branches has been chosen
-};
-
-struct cond_entry {
-  std::uint8_t flags;
-  std::int32_t line;
-};
-
-// Entries 1 to 31 are the open groups, outermost first; entry 0 is never a group.
-constexpr std::size_t cond_entries = 32;
-std::array<cond_entry, cond_entries> cond_stack;
-cond_entry* cond_top = cond_stack.data();
-
-}  // namespace
-
-bool groups_fit(int n) {
-  return n <= &cond_stack.back() - cond_top;
-}
-
-void open_group(bool live) {
-  if (!groups_fit(1)) alert_msg_fatal(144);
-  *++cond_top = {static_cast<std::uint8_t>(live ? COND_LIVE : 0), cur_line};
-}
-
-void choose_branch(bool chosen) {
-  compiling = chosen;
-  if (chosen) cond_top->flags |= COND_TAKEN;
-}
-
-bool group_is_open() {
-  return cond_top != cond_stack.data();
-}
-
-bool else_fits() {
-  return group_is_open() && (cond_top->flags & COND_ELSE_SEEN) == 0;
-}
-
-bool elif_decides() {
-  return (cond_top->flags & (COND_LIVE | COND_TAKEN)) == COND_LIVE;
-}
-
-void enter_else() {
-  cond_top->flags |= COND_ELSE_SEEN;
-  if ((cond_top->flags & COND_LIVE) != 0) {
-    compiling = (cond_top->flags & COND_TAKEN) == 0 && !compiling;
-  }
-}
-
-void close_group() {
-  const bool live = (cond_top->flags & COND_LIVE) != 0;
-  if (live && !compiling) need_linemark = true;
-  compiling = live;
-  --cond_top;
-}
 
 namespace {
 
@@ -148,14 +90,12 @@ bool misplaced_else() {
     alert_msg(102, word());
     return true;
   }
-  if ((cond_top->flags & COND_ELSE_SEEN) != 0) {
+  if (!else_fits()) {
     alert_msg(101, word());
     return true;
   }
   return false;
 }
-
-}  // namespace
 
 // ---- The directives. Each takes the pending newline count and returns the new one.
 
@@ -171,7 +111,7 @@ int do_elif(int pending) {
     choose_branch(false);
     return skip_line_after(pending);
   }
-  cond_top->line = cur_line;
+  move_group();
   read_condition();
   return end_of_line_check(pending);
 }
@@ -179,8 +119,6 @@ int do_elif(int pending) {
 int do_include_line(int pending) {
   return pending + do_include() + 1;
 }
-
-namespace {
 
 int do_ifdef(int pending) {
   open_group(true);
@@ -308,56 +246,71 @@ int do_endasm(int pending) {
 // ---- The directive table.
 
 enum directive_flag : unsigned {
-  while_skipping = 1,  // carried out in a skipped group too
-  opens_group = 2,     // in a skipped group it opens a group that is not live
-  writes_newline = 4,  // one pending newline is written before it
-  asm_only = 8,        // accepted only under the assembler mode
-  linker_only = 16,    // accepted only under the linker mode
+  writes_newline = 1,  // one pending newline is written before it
+  asm_only = 2,        // accepted only under the assembler mode
+  linker_only = 4,     // accepted only under the linker mode
 };
 
-struct directive {
-  int code;
-  unsigned flags;
-  const char16_t* keyword;
-  int (*carry_out)(int pending);
-};
-
-constexpr directive directives[] = {
-    {105, opens_group, u"if", do_if},
-    {102, while_skipping | linker_only, u"fi", do_endif},
-    {295, writes_newline, u"endasm", do_endasm},
-    {301, while_skipping, u"endif", do_endif},
-    {303, 0, u"include", do_include_line},
-    {304, 0, u"define", do_define_line},
-    {305, opens_group, u"ifdef", do_ifdef},
-    {306, writes_newline, u"pragma", do_pragma},
-    {307, 0, u"ident", do_ident},
-    {309, 0, u"info", do_info},
-    {311, while_skipping, u"elif", do_elif},
-    {315, writes_newline, u"asm", do_asm},
-    {317, 0, u"undef", do_undef_line},
-    {317, asm_only, u"undefine", do_undef_line},
-    {325, opens_group, u"ifndef", do_ifndef},
-    {327, 0, u"assert", do_assert},
-    {328, writes_newline, u"line", do_line},
-    {329, 0, u"error", do_error},
-    {331, while_skipping, u"else", do_else},
-    {333, 0, u"advisory", do_advisory},
-    {347, 0, u"warning", do_warning},
-};
-
-// The key of a directive word: its first unit plus twice its third. "endasm" shares that of "endif"
-// and is told apart by its fourth unit.
-int directive_code(const unit* word) {
-  if (word[0] == 0 || word[1] == 0) return 0;
-  const int code = word[0] + 2 * word[2];
-  return code == 301 && word[2] != 0 && word[3] == 'a' ? 295 : code;
+consteval packed_word pack(std::string_view text) {
+  packed_word word = 0;
+  for (std::size_t i = text.size(); i > 0; --i) {
+    word = word << 8 | static_cast<unsigned char>(text[i - 1]);
+  }
+  return word;
 }
 
-const directive* find_directive() {
-  const int code = directive_code(token_buf);
-  for (const directive& d : directives) {
-    if (d.code != code || str16_cmp(d.keyword, token_buf) != 0) continue;
+// In the order of their codes; a code is a word's first unit plus twice its third.
+constexpr directive directives[] = {
+    {102, role::closes, linker_only, pack("fi"), do_endif},
+    {105, role::opens_if, 0, pack("if"), do_if},
+    {295, role::other, writes_newline, pack("endasm"), do_endasm},
+    {301, role::closes, 0, pack("endif"), do_endif},
+    {303, role::include, 0, pack("include"), do_include_line},
+    {304, role::define, 0, pack("define"), do_define_line},
+    {305, role::opens_ifdef, 0, pack("ifdef"), do_ifdef},
+    {306, role::other, writes_newline, pack("pragma"), do_pragma},
+    {307, role::other, 0, pack("ident"), do_ident},
+    {309, role::other, 0, pack("info"), do_info},
+    {311, role::elif, 0, pack("elif"), do_elif},
+    {315, role::other, writes_newline, pack("asm"), do_asm},
+    {317, role::undef, 0, pack("undef"), do_undef_line},
+    {317, role::undef, asm_only, pack("undefine"), do_undef_line},
+    {325, role::opens_ifndef, 0, pack("ifndef"), do_ifndef},
+    {327, role::other, 0, pack("assert"), do_assert},
+    {328, role::other, writes_newline, pack("line"), do_line},
+    {329, role::other, 0, pack("error"), do_error},
+    {331, role::else_, 0, pack("else"), do_else},
+    {333, role::other, 0, pack("advisory"), do_advisory},
+    {347, role::other, 0, pack("warning"), do_warning},
+};
+constexpr std::size_t directive_count = std::size(directives);
+
+// For each code the first row that has it, or one past the last.
+constexpr std::size_t code_limit = 348;
+constexpr std::array<std::uint8_t, code_limit> make_rows_by_code() {
+  std::array<std::uint8_t, code_limit> rows{};
+  for (auto& row : rows) row = directive_count;
+  for (std::size_t i = directive_count; i > 0; --i) {
+    rows[static_cast<std::size_t>(directives[i - 1].code)] = static_cast<std::uint8_t>(i - 1);
+  }
+  return rows;
+}
+constexpr std::array<std::uint8_t, code_limit> rows_by_code = make_rows_by_code();
+
+// "endasm" shares the code of "endif" and is told apart by its fourth unit.
+std::size_t directive_code(packed_word word) {
+  const std::size_t code = (word & 0xFF) + 2 * (word >> 16 & 0xFF);
+  if ((word >> 8 & 0xFF) == 0) return 0;
+  return code == 301 && (word >> 24 & 0xFF) == 'a' ? 295 : code;
+}
+
+const directive* find(packed_word word) {
+  const std::size_t code = directive_code(word);
+  if (code >= code_limit) return nullptr;
+  for (std::size_t i = rows_by_code[code]; i < directive_count; ++i) {
+    const directive& d = directives[i];
+    if (static_cast<std::size_t>(d.code) != code) break;
+    if (d.keyword != word) continue;
     if ((d.flags & asm_only) != 0 && !settings.cmode_asm) continue;
     if ((d.flags & linker_only) != 0 && cmode_is(CMODE_TSLINK) == 0) continue;
     return &d;
@@ -379,18 +332,41 @@ void read_word(int c) {
 
 int skipped_directive(const directive* d, int pending) {
   if (d == nullptr) return end_of_line_check(pending);
-  if ((d->flags & while_skipping) != 0) return d->carry_out(pending);
-  if ((d->flags & opens_group) != 0) open_group(false);
+  if (opens_group(d->what)) {
+    open_group(false);
+  } else if (!is_idle_when_skipped(d->what)) {
+    return d->carry_out(pending);
+  }
   return skip_line_after(pending);
 }
 
 }  // namespace
 
+const directive* find_directive(const unit* word, std::size_t len) {
+  if (len > packed_limit) return nullptr;
+  packed_word packed = 0;
+  for (std::size_t i = len; i > 0; --i) {
+    if (word[i - 1] > 0xFF) return nullptr;
+    packed = packed << 8 | word[i - 1];
+  }
+  return find(packed);
+}
+
+static_assert(std::endian::native == std::endian::little && name_slack >= packed_limit);
+
+const directive* find_directive(const unsigned char* word, std::size_t len) {
+  if (len == 0 || len > packed_limit) return nullptr;
+  packed_word packed;
+  std::memcpy(&packed, word, sizeof packed);
+  const std::size_t unused = 8 * (packed_limit - len);
+  return find(packed << unused >> unused);
+}
+
 int control_line(int pending) {
   const int c = skip_ws();
   if (ends_line(c)) return pending + 1;
   read_word(c);
-  const directive* d = find_directive();
+  const directive* d = find_directive(token_buf, token_len);
   if (in_text_frame()) alert_msg(161, word());
   if (!compiling) return skipped_directive(d, pending);
   if (d == nullptr) {
@@ -402,78 +378,6 @@ int control_line(int pending) {
     --pending;
   }
   return d->carry_out(pending);
-}
-
-bool outermost_open_group(int& line) {
-  if (!group_is_open()) return false;
-  line = cond_stack[1].line;
-  return true;
-}
-
-// ---- The assembler's conditionals.
-
-namespace {
-
-unit lower(int c) {
-  return static_cast<unit>(c >= 'A' && c <= 'Z' ? c - 'A' + 'a' : c);
-}
-
-// Reads a unit and notes it in the work buffer, whose text is what giving back takes.
-int read_noted() {
-  const int c = get();
-  work_save(c);
-  return c;
-}
-
-void give_back_noted() {
-  push_text(work_end());
-}
-
-// With as many units noted as a line must begin with: whether they begin `keyword` and the line
-// goes on with the rest of it. Reads no further than the first difference.
-bool reads_keyword(const char16_t* keyword) {
-  for (std::size_t i = 0; keyword[i] != 0; ++i) {
-    if (i == work_len) read_noted();
-    if (lower(work_buf[i]) != keyword[i]) return false;
-  }
-  return true;
-}
-
-int read_noted_blanks() {
-  int c;
-  do {
-    c = read_noted();
-  } while (char_class(c) == CT_SPACE || c == MARK_EXP_END);
-  return c;
-}
-
-}  // namespace
-
-void asm_ifdef_rewrite() {
-  constexpr std::size_t word_least = 3;
-  work_len = 0;
-  while (work_len < word_least) {
-    if (continues_id(read_noted())) continue;
-    if (work_len == 1) {
-      unget();
-    } else {
-      give_back_noted();
-    }
-    return;
-  }
-  read_noted();
-  const bool wants_defined = lower(work_buf[2]) != 'n';
-  if (!reads_keyword(wants_defined ? u"ifdef" : u"ifndef") ||
-      char_class(read_noted()) != CT_SPACE) {
-    give_back_noted();
-    return;
-  }
-  const int c = read_noted_blanks();
-  if (char_class(c) != CT_LETTER) {
-    give_back_noted();
-    return;
-  }
-  push_text((is_macro(c) != nullptr) == wants_defined ? u"if 1" : u"if 0");
 }
 
 }  // namespace kv::cpp

@@ -1,11 +1,13 @@
-// Control lines: the directives, and the stack of conditional groups that decides which text is
-// kept.
+// Control lines: the directives.
 #pragma once
+
+#include <cstddef>
+#include <cstdint>
+
+#include "cpp/text16.h"
 
 namespace kv::cpp {
 
-/// Whether text is being compiled; false inside a skipped group.
-extern bool compiling;
 /// Between #asm and #endasm.
 extern bool in_asm;
 
@@ -13,38 +15,47 @@ extern bool in_asm;
 /// but not yet written and returns the new number, the control line's own newline included.
 int control_line(int pending);
 
-/// Under the assembler mode, with reading at the start of a text line: replaces an IFDEF or IFNDEF
-/// of the assembler by its own `if 1` or `if 0`, decided by the macro table.
-void asm_ifdef_rewrite();
+/// What a directive is, to those who look at lines ahead of the reader. All but the first five are
+/// passed over in a skipped group.
+enum class role : std::uint8_t {
+  opens_if,
+  opens_ifdef,
+  opens_ifndef,
+  elif,
+  else_,
+  closes,
+  define,
+  undef,
+  include,
+  other
+};
 
-/// Whether `n` more conditional groups can be opened inside one another.
-bool groups_fit(int n);
+/// Whether a directive of this role opens a conditional group.
+constexpr bool opens_group(role r) {
+  return r <= role::opens_ifndef;
+}
+/// Whether one is passed over like text in a skipped group.
+constexpr bool is_idle_when_skipped(role r) {
+  return r >= role::define;
+}
 
-/// Whether a conditional group is open; `line` becomes that of the outermost one.
-bool outermost_open_group(int& line);
+/// A word of up to eight letters as a number, the first letter lowest.
+using packed_word = std::uint64_t;
+inline constexpr std::size_t packed_limit = 8;
 
-// What the lane of control lines does by itself, or hands on, once it has read a directive's word.
+/// A directive as the running mode knows it.
+struct directive {
+  int code;
+  role what;
+  unsigned flags;
+  packed_word keyword;
+  int (*carry_out)(
+      int pending);  ///< with its word read: takes and returns the count of control_line()
+};
 
-/// Opens a conditional group at the current line; `live` tells that text is compiled up to there.
-/// Fatal 144 without room.
-void open_group(bool live);
-/// Makes `chosen` the fate of the branch that begins here.
-void choose_branch(bool chosen);
-/// Whether #else or #elif has a place here.
-bool else_fits();
-/// Whether the condition of an #elif is to be evaluated: the group is live and has chosen no
-/// branch.
-bool elif_decides();
-/// Turns to the #else branch of the group, which must have a place here.
-void enter_else();
-/// Whether a group is open that #endif can close.
-bool group_is_open();
-/// Ends the innermost group.
-void close_group();
-/// Carry out an #if, #elif or #include line with its word read. Take and return the count of
-/// control_line(); the rest of an #include line is read behind the file.
-int do_if(int pending);
-int do_elif(int pending);
-int do_include_line(int pending);
+/// The directive of the word of `len` units, or null.
+const directive* find_directive(const unit* word, std::size_t len);
+/// The same for a word in a line, with name_slack bytes behind it.
+const directive* find_directive(const unsigned char* word, std::size_t len);
 
 }  // namespace kv::cpp

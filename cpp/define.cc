@@ -3,6 +3,7 @@
 // first definition.
 #include "cpp/define.h"
 
+#include <algorithm>
 #include <array>
 #include <cstdlib>
 #include <string>
@@ -11,14 +12,17 @@
 #include "common/format.h"
 #include "common/osdep.h"
 #include "common/stringcache.h"
+#include "cpp/calmline.h"
 #include "cpp/diag.h"
 #include "cpp/macro_area.h"
+#include "cpp/number.h"
 #include "cpp/options.h"
 #include "cpp/outbuf.h"
 #include "cpp/output.h"
 #include "cpp/reader.h"
 #include "cpp/report.h"
 #include "cpp/scan.h"
+#include "cpp/source.h"
 #include "cpp/symtab.h"
 
 namespace kv::cpp {
@@ -37,42 +41,48 @@ bool is_printable(int c) {
   return c >= 0x20 && c <= 0x7E;
 }
 
-// The definition being read. The parameter names lie in the macro area.
+// The definition being read.
+template <class Input>
 struct definition {
-  int nargs = NARGS_OBJECT;
-  std::array<const unit*, max_macro_args> params{};
-  const symbol* macro = nullptr;
+  using word = typename Input::word;
 
-  // The parameter that token_buf names, or -1. The first of equal names wins.
-  int param_index() const {
+  word name;
+  int nargs = NARGS_OBJECT;
+  std::array<word, max_macro_args> params;  // the first `nargs`
+
+  // The parameter that `w` names, or -1. The first of equal names wins.
+  int param_index(const word& w) const {
     for (int n = 0; n < nargs; ++n) {
-      if (str16_cmp(params[static_cast<std::size_t>(n)], token_buf) == 0) return n;
+      if (params[static_cast<std::size_t>(n)] == w) return n;
     }
     return -1;
   }
 };
 
 // Gives a line's end back, so that the message that follows carries the right line, and reports it.
-bool syntax_error(int c) {
-  if (ends_line(c)) unget();
-  alert_msg(112);
+template <class Input>
+bool syntax_error(Input& in, int c) {
+  if (ends_line(c)) in.unget();
+  in.tell(112);
   return false;
 }
 
 // Reads a parameter list behind its `(`, up to and including the `)`.
-bool read_params(definition& def) {
+template <class Input>
+bool read_params(Input& in, definition<Input>& def) {
   def.nargs = 0;
   for (;;) {
-    if (def.nargs == max_macro_args) alert_msg_fatal(148);
-    int c = skip_ws();
+    if (def.nargs == max_macro_args) {
+      in.template tell_fatal<148>();
+      return false;
+    }
+    int c = skip_white(in);
     if (c == ')') return true;
-    if (char_class(c) != CT_LETTER) return syntax_error(c);
-    scan_id(c);
-    def.params[static_cast<std::size_t>(def.nargs++)] = macro_area_ptr;
-    for (std::size_t i = 0; i <= token_len; ++i) macro_area_save(token_buf[i]);
-    c = skip_ws();
+    if (char_class(c) != CT_LETTER) return syntax_error(in, c);
+    def.params[static_cast<std::size_t>(def.nargs++)] = in.keep(in.scan_word(c));
+    c = skip_white(in);
     if (c == ')') return true;
-    if (c != ',') return syntax_error(c);
+    if (c != ',') return syntax_error(in, c);
   }
 }
 
@@ -87,54 +97,57 @@ void remove_trailing_white() {
   }
 }
 
-void save_identifier(const definition& def, int c) {
-  scan_id(c);
-  const int n = def.param_index();
+template <class Input>
+void save_identifier(Input& in, const definition<Input>& def, int c) {
+  const auto w = in.scan_word(c);
+  const int n = def.param_index(w);
   if (n >= 0) {
     work_save(MARK_PARAM_BASE + n);
     return;
   }
-  if (str16_cmp(token_buf, def.macro->name) == 0) work_save(MARK_NOEXPAND);
-  for (std::size_t i = 0; i < token_len; ++i) work_save(token_buf[i]);
+  if (w == def.name) work_save(MARK_NOEXPAND);
+  work_save(w.start, w.len);
 }
 
 // A string or character constant. One that is not closed on its line takes the newline into the
 // body, and the definition goes on with the next line.
-void save_quoted(int quote) {
+template <class Input>
+void save_quoted(Input& in, int quote) {
   work_save(quote);
-  raw_read = true;
-  int c = get();
+  in.raw(true);
+  int c = in.get();
   while (c != quote && !ends_line(c)) {
     work_save(c);
-    if (c == '\\' && (c = get()) != 0) {
+    if (c == '\\' && (c = in.get()) != 0) {
       if (c == '\n') need_linemark = true;
       work_save(c);
     }
-    c = get();
+    c = in.get();
   }
-  raw_read = false;
-  if (c != quote) alert_msg(113);
+  in.raw(false);
+  if (c != quote) in.tell(113);
   if (c != 0) work_save(c);
 }
 
-void save_unit(const definition& def, int c) {
+template <class Input>
+void save_unit(Input& in, const definition<Input>& def, int c) {
   switch (char_class(c)) {
     case CT_DIGIT:
     case CT_DOT:
-      scan_number(c, work_save);
+      take_number(in, c, [](int u) { work_save(u); });
       break;
     case CT_QUOTE:
-      save_quoted(c);
+      save_quoted(in, c);
       break;
     case CT_LETTER:
-      save_identifier(def, c);
+      save_identifier(in, def, c);
       break;
     case CT_SPACE:
       if (work_len == 0 || work_buf[work_len - 1] != ' ') work_save(c == '\t' ? ' ' : c);
       break;
     case CT_BACKSLASH:
       work_save(c);
-      c = get();
+      c = in.get();
       if (c == 0) break;
       if (c == '\n') need_linemark = true;
       work_save(c);
@@ -145,40 +158,57 @@ void save_unit(const definition& def, int c) {
 }
 
 // Reads the operand behind a `##` whose marker has been saved. Returns the unit to go on with.
-int read_paste_operand() {
-  int c = skip_ws();
+template <class Input>
+int read_paste_operand(Input& in) {
+  int c = skip_white(in);
   if (char_class(c) == CT_DIGIT) {
-    for (; char_class(c) == CT_DIGIT; c = get()) work_save(c);
+    for (; char_class(c) == CT_DIGIT; c = in.get()) work_save(c);
     work_save(MARK_DIGITS_END);
   } else if (is_printable(c) && char_class(c) != CT_LETTER) {
-    alert_msg(137, static_cast<char>(c));
+    in.tell(137, static_cast<char>(c));
   } else if (char_class(c) != CT_LETTER) {
-    alert_msg(138, c);
+    in.tell(138, c);
   }
   return c;
 }
 
 // Reads the replacement text from `c`, already read, into the work buffer.
-void read_body(const definition& def, int c) {
+template <class Input>
+void read_body(Input& in, const definition<Input>& def, int c) {
   work_len = 0;
   while (!ends_line(c)) {
     if (c == '#') {
-      c = get();
+      c = in.get();
       if (c == '#') {
         remove_trailing_white();
         work_save(MARK_PASTE);
-        c = read_paste_operand();
+        c = read_paste_operand(in);
         continue;
       }
-      if (is_white(c)) c = skip_ws();
+      if (is_white(c)) c = skip_white(in);
       work_save(MARK_STRINGIZE);
       if (ends_line(c)) break;
     }
-    save_unit(def, c);
-    c = get();
+    save_unit(in, def, c);
+    c = in.get();
   }
-  unget();
+  in.unget();
   if (work_len > 0 && work_buf[work_len - 1] == ' ') --work_len;
+}
+
+// Reads what follows the name: the parameter list, if any, and the body. Returns false after a
+// syntax error.
+template <class Input>
+bool read_definition(Input& in, definition<Input>& def) {
+  int c = in.get();
+  if (c == '(') {
+    if (!read_params(in, def)) return false;
+    c = skip_white(in);
+  } else if (is_white(c)) {
+    c = skip_white(in);
+  }
+  read_body(in, def, c);
+  return true;
 }
 
 // The name of the frame on top as diagnostics show it; lives until the process ends.
@@ -203,35 +233,22 @@ symbol* enter_definition(int c, bool& known, unit*& old_body) {
   return sym;
 }
 
-// Reads what follows the name: the parameter list, if any, and the body. Returns false after a
-// syntax error.
-bool read_definition(definition& def) {
-  int c = get();
-  if (c == '(') {
-    if (!read_params(def)) return false;
-    c = skip_ws();
-  } else if (is_white(c)) {
-    c = skip_ws();
-  }
-  read_body(def, c);
-  return true;
-}
-
 }  // namespace
 
 void do_define() {
   unit* const mark = macro_area_ptr;
-  const int c = skip_ws();
+  plain_line in;
+  const int c = skip_white(in);
   if (char_class(c) != CT_LETTER) {
-    syntax_error(c);
+    syntax_error(in, c);
     return;
   }
   bool known;
   unit* old_body = nullptr;
   symbol* sym = enter_definition(c, known, old_body);
-  definition def;
-  def.macro = sym;
-  if (read_definition(def)) {
+  definition<plain_line> def;
+  def.name = {sym->name, sym->name_len};
+  if (read_definition(in, def)) {
     sym_set_body(sym, work_end(), work_len);
     sym->nargs = def.nargs;
     if (settings.macro_report) report_macro(sym);
@@ -241,6 +258,30 @@ void do_define() {
   }
   sym_release_body(sym, old_body);
   macro_area_ptr = mark;
+}
+
+// A unit of the line takes up two of the body at most, an identifier's first one behind a mark.
+static_assert(work_size > 2 * std::size_t{line_capacity});
+
+bool define_calmly(calm_line& in) {
+  if (settings.macro_report) return false;
+  const int c = skip_white(in);
+  if (char_class(c) != CT_LETTER) return false;
+  definition<calm_line> def;
+  def.name = in.scan_word(c);
+  if (!read_definition(in, def) || in.refused()) return false;
+  symbol* sym = sym_find(def.name.start, def.name.len);
+  if (sym != nullptr) {
+    return sym->disable == 0 && sym->body != nullptr && sym->nargs == def.nargs &&
+           sym->body_len == work_len &&
+           std::equal(sym->body, sym->body + work_len, work_buf.begin());
+  }
+  sym = sym_enter_new(def.name.start, def.name.len);
+  sym->def_line = cur_line;
+  sym->def_file = cur_frame->file->path;
+  sym_set_body(sym, work_end(), work_len);
+  sym->nargs = def.nargs;
+  return true;
 }
 
 void do_undef() {

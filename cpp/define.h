@@ -6,9 +6,15 @@
 
 namespace kv::cpp {
 
+class calm_line;
+
 /// Reads the rest of a #define line, up to but not including its newline, and enters the macro.
 /// Raises 112, 113, the warnings 111, 137 and 138 and the fatal 148, 149 and 156.
 void do_define();
+
+/// The same for a line that is read ahead of the reader. Returns false, with nothing done, where
+/// the line must be read by do_define(): it is not calm, or a message would be due.
+bool define_calmly(calm_line& in);
 
 /// Reads the name of an #undef line and removes the macro. Raises 114.
 void do_undef();

@@ -9,8 +9,8 @@
 #include <array>
 #include <cstddef>
 #include <cstring>
-#include <string_view>
 
+#include "cpp/control.h"
 #include "cpp/lanes.h"
 #include "cpp/lanescan.h"
 #include "cpp/reader.h"
@@ -20,28 +20,6 @@
 namespace kv::cpp {
 
 namespace {
-
-// What a control line means inside a skipped group.
-enum class role { opens, alternates, closes, passed_over, unknown };
-
-constexpr struct {
-  std::string_view word;
-  role meaning;
-} roles[] = {
-    {"define", role::passed_over}, {"if", role::opens},
-    {"endif", role::closes},       {"ifdef", role::opens},
-    {"ifndef", role::opens},       {"else", role::alternates},
-    {"elif", role::alternates},    {"include", role::passed_over},
-    {"undef", role::passed_over},  {"error", role::passed_over},
-    {"pragma", role::passed_over}, {"warning", role::passed_over},
-};
-
-role role_of(std::string_view word) {
-  for (const auto& r : roles) {
-    if (r.word == word) return r.meaning;
-  }
-  return role::unknown;
-}
 
 bool is_blank(unsigned char c) {
   return char_class(c) == CT_SPACE || c == '\v' || c == '\f';
@@ -80,7 +58,9 @@ class header_scan {
   bool guarded(include_guard& guard) {
     if (!pass_blank_lines() || *p_ != '#') return false;
     guard.outer_comments = comments_;
-    if (directive_word() != "ifndef" || !pass_name(guard) || !pass_line_end()) return false;
+    const directive* const first = directive_here();
+    if (first == nullptr || first->what != role::opens_ifndef) return false;
+    if (!pass_name(guard) || !pass_line_end()) return false;
     if (!pass_group()) return false;
     comments_ = false;
     if (!pass_blank_lines() || p_ < end_) return false;
@@ -169,25 +149,25 @@ class header_scan {
     return true;
   }
 
-  std::string_view word() {
-    const unsigned char* start = p_;
+  void pass_word() {
     while (continues_id(*p_)) ++p_;
-    return {reinterpret_cast<const char*>(start), static_cast<std::size_t>(p_ - start)};
   }
 
-  // From the `#` of a control line; empty where there is none, or where it might be a longer one
-  // that goes on with the next line.
-  std::string_view directive_word() {
+  // From the `#` of a control line; null where there is none, and where the word might be a longer
+  // one that goes on with the next line.
+  const directive* directive_here() {
     ++p_;
-    if (!pass_blanks()) return {};
-    const std::string_view found = word();
-    return *p_ == '\\' ? std::string_view() : found;
+    if (!pass_blanks()) return nullptr;
+    const unsigned char* const start = p_;
+    pass_word();
+    return *p_ == '\\' ? nullptr : find_directive(start, static_cast<std::size_t>(p_ - start));
   }
 
   bool pass_name(include_guard& guard) {
     if (!pass_blanks() || char_class(*p_) != CT_LETTER) return false;
     guard.name = p_;
-    guard.name_len = word().size();
+    pass_word();
+    guard.name_len = static_cast<std::size_t>(p_ - guard.name);
     return true;
   }
 
@@ -199,27 +179,26 @@ class header_scan {
   }
 
   // An #else or #elif of a nested group; the guard itself has none.
-  bool alternate(std::string_view keyword) {
+  bool alternate(const directive& d) {
     if (groups_ == 1 || else_seen_[groups_ - 1]) return false;
-    if (keyword == "elif") return pass_skipped_text();
+    if (d.what == role::elif) return pass_skipped_text();
     else_seen_[groups_ - 1] = true;
     return pass_line_end();
   }
 
   bool pass_control_line() {
-    const std::string_view keyword = directive_word();
-    switch (role_of(keyword)) {
-      case role::opens:
-        return open_group() && pass_skipped_text();
-      case role::alternates:
-        return alternate(keyword);
+    const directive* const d = directive_here();
+    if (d == nullptr) return false;
+    if (opens_group(d->what)) return open_group() && pass_skipped_text();
+    switch (d->what) {
+      case role::elif:
+      case role::else_:
+        return alternate(*d);
       case role::closes:
         --groups_;
         return pass_line_end();
-      case role::passed_over:
-        return pass_skipped_text();
       default:
-        return false;
+        return pass_skipped_text();
     }
   }
 

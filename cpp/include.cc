@@ -23,6 +23,7 @@
 #include "common/registry.h"
 #include "common/stringcache.h"
 #include "common/text_table.h"
+#include "cpp/conditions.h"
 #include "cpp/control.h"
 #include "cpp/diag.h"
 #include "cpp/expand.h"

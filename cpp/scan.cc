@@ -177,12 +177,9 @@ const unit* token_text() {
   return t;
 }
 
-void work_save(int c) {
-  if (work_len == work_size) {
-    work_buf[work_size - 1] = 0;
-    alert_msg_fatal(156, alert_str(work_buf.data()));
-  }
-  work_buf[work_len++] = static_cast<unit>(c);
+void work_overflow() {
+  work_buf[work_size - 1] = 0;
+  alert_msg_fatal(156, alert_str(work_buf.data()));
 }
 
 const unit* work_end() {

@@ -6,6 +6,7 @@
 // unit that ended the token.
 #pragma once
 
+#include <algorithm>
 #include <array>
 #include <cstddef>
 
@@ -134,8 +135,23 @@ extern std::array<unit, work_size> work_buf;
 /// The number of units stored; the text is ended by work_end().
 extern std::size_t work_len;
 
+[[noreturn]] void work_overflow();
+
 /// Appends `c` to the work buffer. Fatal message 156 when it is full.
-void work_save(int c);
+inline void work_save(int c) {
+  if (work_len == work_size) work_overflow();
+  work_buf[work_len++] = static_cast<unit>(c);
+}
+
+/// The same for `n` units at `text`.
+template <class Unit>
+void work_save(const Unit* text, std::size_t n) {
+  if (work_size - work_len < n) {
+    for (std::size_t i = 0; i < n; ++i) work_save(text[i]);  // up to the message
+  }
+  std::copy(text, text + n, work_buf.data() + work_len);
+  work_len += n;
+}
 
 /// Ends the work buffer's text with a zero unit and returns it. Fatal message 156 when it is full.
 const unit* work_end();
