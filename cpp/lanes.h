@@ -48,6 +48,17 @@ inline Text* find_any(Text* p, Text* end, Byte... wanted) {
 #endif
 }
 
+/// Writes the low bytes of `n` units, all below 256, to `to`.
+inline void narrow(unsigned char* to, const char16_t* from, std::size_t n) {
+#if defined(CPP_SSE2)
+  for (; n >= 8; n -= 8, from += 8, to += 8) {
+    const __m128i units = _mm_loadu_si128(reinterpret_cast<const __m128i*>(from));
+    _mm_storel_epi64(reinterpret_cast<__m128i*>(to), _mm_packus_epi16(units, units));
+  }
+#endif
+  while (n-- != 0) *to++ = static_cast<unsigned char>(*from++);
+}
+
 /// The first newline in [p, end), or null. Lines are short: a call to the C library would cost more
 /// than the search.
 inline unsigned char* find_newline(unsigned char* p, unsigned char* end) {

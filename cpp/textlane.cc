@@ -86,9 +86,8 @@ struct output_sink {
   static void units(const unit* at, const unit* end) {
     const auto n = static_cast<std::size_t>(end - at);
     if (out_room() < n) out_flush();
-    unsigned char* to = out_next;
-    for (std::size_t i = 0; i < n; ++i) to[i] = static_cast<unsigned char>(at[i]);
-    out_next = to + n;
+    narrow(out_next, at, n);
+    out_next += n;
   }
   static void word(const unit* at, const unit* end, bool /*mark*/) { units(at, end); }
   static const unit* singles(const unit* at) {

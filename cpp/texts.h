@@ -94,7 +94,7 @@ class text_taker {
     replaced = first;
     for (;;) {
       input_frame* const f = cur_frame;
-      if (f == nullptr || f->file != nullptr || f->at_end || f->given_back) return stop();
+      if (f == nullptr || f->file != nullptr) return stop();
       if (!replaced && !sink.expands(f)) {
         f->txptr = sink.run(f->txptr);
         if (!cross_border(f, f->txptr, false)) return stop();
