@@ -224,7 +224,6 @@ symbol* enter_definition(int c, bool& known, unit*& old_body) {
   if (known) {
     old_body = sym->body;
     sym->body = nullptr;
-    ++macros_epoch;
     return sym;
   }
   sym = sym_enter(token_buf, false);

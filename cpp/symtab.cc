@@ -242,7 +242,6 @@ symbol* enter_new(const Unit* name, std::size_t len) {
   sym->key = name_key(name, len);
   chain_insert(sym);
   index_insert(sym);
-  ++macros_epoch;
   const std::size_t shape = len == 0 ? 0 : name_shape(name, len);
   name_shapes[shape / 64] |= std::uint64_t{1} << (shape % 64);
   return sym;
@@ -251,7 +250,6 @@ symbol* enter_new(const Unit* name, std::size_t len) {
 }  // namespace
 
 std::array<std::uint64_t, name_shapes_size / 64> name_shapes;
-std::uint64_t macros_epoch = 1;
 
 // The bytes are taken eight at a time, the last eight overlapping what came before; reading past a
 // short name is what name_slack allows for.
@@ -315,7 +313,6 @@ symbol* sym_enter_new(const unsigned char* name, std::size_t len) {
 }
 
 void sym_remove(symbol* sym) {
-  ++macros_epoch;
   chain_remove(sym);
   index_remove(sym);
   sym->removed = true;
@@ -330,7 +327,6 @@ const symbol* symtab(std::size_t n) {
 
 void sym_set_body(symbol* sym, const unit* text, std::size_t len) {
   const std::size_t size = (len + 1) * sizeof(unit);
-  ++macros_epoch;
   sym->body = static_cast<unit*>(std::memcpy(checked_alloc_raw(size), text, size));
   sym->body_len = static_cast<std::uint32_t>(len);
   sym->has_operators = sym->has_references = false;

@@ -45,8 +45,6 @@ struct symbol {
   std::int32_t def_line;     ///< line of that #define
   std::uint32_t name_len;    ///< units in `name`
   std::uint64_t key;         ///< name_key of `name`
-  std::uint64_t memo_epoch;  ///< the macros_epoch in which the lane of calls took note of it
-  std::uint32_t memo_index;  ///< and where
   unit* name;
 };
 
@@ -55,9 +53,6 @@ const symbol* symtab(std::size_t n);
 
 /// The bytes that must be readable behind a name that lies in bytes.
 inline constexpr std::size_t name_slack = 8;
-
-/// Changes whenever a macro is defined, redefined or removed. Never 0.
-extern std::uint64_t macros_epoch;
 
 /// The index key of a name of `len` units.
 std::uint64_t name_key(const unit* name, std::size_t len);
