@@ -265,7 +265,7 @@ class CallWriter:
     """Writes programs of well-formed macros and calls that refer to one another in every way.
 
     Among the oddities of Writer hardly a call survives for long; here whole lines of them do, so
-    that the lane of calls is taken deep into arguments, pasting and disabled names.
+    that texts are taken in bulk deep into arguments, pasting and disabled names.
     """
 
     _ARITY = {"F": 1, "G": 2, "H": 3, "N": 0, "f": 1, "G1": 1, "xF": 1, "self": 1}

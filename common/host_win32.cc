@@ -171,14 +171,14 @@ int open_input(const char* path, content kind) {
   return fd;
 }
 
-// Text mode makes fewer bytes of a file than it has, so the size is not known.
+// The size would cost a call more, and only spares the read that meets the end.
 int open_probe(const char* path, std::size_t* size) {
   if (size != nullptr) *size = 0;
   if (open_files.full()) {
     errno = EMFILE;
     return -1;
   }
-  const int fd = open_unwritten(path, content::text);
+  const int fd = open_unwritten(path, content::bytes);
   return fd < 0 || open_files.add(fd) ? fd : refuse(fd, EMFILE);
 }
 

@@ -27,13 +27,16 @@ std::u16string last_echo_name;
 
 void widen_current_line(const input_frame* f) {
   std::size_t n = 0;
+  std::size_t read = 0;
   for (const unsigned char* p = f->file->line_start; p != f->line_end; ++p) {
+    if (*p == '\r' && p[1] == '\n') continue;  // CR LF ends the line as a newline does
     msg_line[n++] = *p == 0 ? u'\n' : *p;
+    if (p < f->rdptr) read = n;
     if (*p == 0) break;
   }
   msg_line[n] = 0;
   msg_line_start = msg_line.data();
-  msg_cursor = msg_line_start + (f->rdptr - f->file->line_start);
+  msg_cursor = msg_line_start + read;
 }
 
 void append_narrow(std::string& to, const unit* text) {

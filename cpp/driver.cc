@@ -110,7 +110,7 @@ void bind_output(const char* path) {
 int bind_input(const char* path) {
   int fd = standard_input;
   if (!is_standard_stream(path)) {
-    fd = host::open_input(path, host::content::text);
+    fd = host::open_input(path);
   } else if (!host::use_standard(fd)) {
     fd = -1;
   }
