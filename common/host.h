@@ -175,6 +175,9 @@ class signals_held {
 /// Whether a file that opens under a name is stored under exactly that name.
 extern const bool names_are_case_sensitive;
 
+/// Whether a path can begin with the letter of a drive and a colon.
+extern const bool paths_have_drives;
+
 /// True when the path names something that exists (symbolic links are followed).
 bool exists(const char* path);
 

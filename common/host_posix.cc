@@ -35,6 +35,7 @@
 namespace kv::host {
 
 const bool names_are_case_sensitive = true;
+const bool paths_have_drives = false;
 namespace {
 
 constinit open_file_count open_files;

@@ -34,6 +34,7 @@
 namespace kv::host {
 
 const bool names_are_case_sensitive = false;
+const bool paths_have_drives = true;
 namespace {
 
 constinit open_file_count open_files;

@@ -1,5 +1,6 @@
-// The dependency output of -L: one line a file, or a make rule, written at exit from the table of
-// included files.
+// What make wants to know: the dependency output of -L, one line a file or a rule, written at exit
+// in the place of the text; and the rule of --dep=, in a file of its own beside the text. Both list
+// the table of included files.
 #pragma once
 
 #include <cstdint>
@@ -11,10 +12,20 @@ namespace kv::cpp {
 /// used, and it returns 0 so that the visit goes on.
 int write_dep(void* context, std::uintptr_t key, std::uintptr_t value);
 
-/// The rule's first target: the output-file argument, or null when there is none.
+/// The first target of a rule: the output-file argument, or null when there is none.
 extern const char* dep_target;
 
 /// Set while dependency output is wanted and standard output is bound.
 extern bool dep_output;
+
+/// Adds a target to the rule of --dep=; `name` lives for the run. Without any it is dep_target.
+void dep_add_target(const char* name);
+
+/// Opens the file of --dep=, if there is one, without touching what it holds. Raises 141 (fatal)
+/// when it cannot be opened or is another file of the run.
+void dep_open_rule();
+
+/// Writes the rule and closes its file, or closes it as it was where the run has not `succeeded`.
+void dep_end_rule(bool succeeded);
 
 }  // namespace kv::cpp

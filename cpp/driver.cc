@@ -130,6 +130,7 @@ bound_input bind_files(int nfiles, char** argv) {
   bind_output(nfiles == 3 ? argv[2] : "-");
   const char* path = nfiles >= 2 ? argv[1] : "-";
   const int fd = bind_input(path);
+  dep_open_rule();
   db_claim_zip();
   if (dumps_macros()) {
     out_discard(true);
@@ -153,8 +154,7 @@ void limit_messages() {
 }
 
 void start_dependencies(int nfiles, char** argv) {
-  if (text_output()) return;
-  dep_output = true;
+  dep_output = !text_output();
   if (nfiles == 3 && !is_standard_stream(argv[2])) dep_target = argv[2];
 }
 
@@ -308,9 +308,11 @@ void write_dump() {
 void end_output(int status) {
   if (output_end != output_fate::written) {
     out_leave_alone(output_end == output_fate::undone);
+    dep_end_rule(false);
     return;
   }
   out_finish();
+  dep_end_rule(status == 0 && !writing_failed());
   // What a build would take for the result goes.
   if (settings.delete_on_error && (status != 0 || writing_failed())) out_remove();
 }

@@ -374,6 +374,12 @@ bool find_include(const char* name, bool quoted) {
   return false;
 }
 
+std::string opened_spelling(const char* path) {
+  if (host::exists(path)) return path;
+  std::string lower = lower_case(path);
+  return host::exists(lower.c_str()) ? lower : host::spelling_to_open(path);
+}
+
 bool is_installed_header(const char* path) {
   static const char* const base = reg_instdir(REG_BASE);  // asked for once
   return path_begins_with_dir(path, base);

@@ -4,6 +4,7 @@
 #include <array>
 #include <cstddef>
 #include <cstdint>
+#include <string>
 
 #include "common/hash.h"
 
@@ -30,6 +31,9 @@ int do_include();
 /// Searches for `name` (the "..." form when `quoted`) and pushes the file, unless it need not be
 /// read. Returns whether it was opened, or is already known while only dependencies are listed.
 bool find_include(const char* name, bool quoted);
+
+/// The spelling under which a file of this run was opened: `path`, or one with other letters.
+std::string opened_spelling(const char* path);
 
 /// Whether `path` lies in the device-family tree of the installation. False where there is none.
 bool is_installed_header(const char* path);

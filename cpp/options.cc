@@ -22,6 +22,7 @@
 #include "common/osdep.h"
 #include "common/outfile.h"
 #include "common/version.h"
+#include "cpp/depend.h"
 #include "cpp/diag.h"
 #include "cpp/driver.h"
 #include "cpp/ifsizeof.h"
@@ -87,12 +88,40 @@ struct option_call {
 // The output named by -o; the last one counts.
 constinit const char* output_option = nullptr;
 
-void opt_output(const option_call& o) {
+void complain_of_no_name(const option_call& o) {
+  alert_typed("E", "option \"%s\" names no file", o.arg);
+}
+
+// Sets `path` to the argument of an option that cannot do without.
+void take_path(const option_call& o, const char*& path) {
   if (o.rest[0] == 0) {
-    alert_typed("E", "option \"%s\" names no file", o.arg);
+    complain_of_no_name(o);
   } else {
-    output_option = o.rest;
+    path = o.rest;
   }
+}
+
+void opt_output(const option_call& o) {
+  take_path(o, output_option);
+}
+
+// Standard output is for the text alone.
+void opt_dep(const option_call& o) {
+  if (std::strcmp(o.rest, "-") == 0) {
+    complain_of_no_name(o);
+  } else {
+    take_path(o, settings.dep_file);
+  }
+}
+
+void opt_dep_target(const option_call& o) {
+  const char* name = nullptr;
+  take_path(o, name);
+  if (name != nullptr) dep_add_target(name);
+}
+
+void opt_dep_phony(const option_call&) {
+  settings.dep_phony = true;
 }
 
 void opt_delete_on_error(const option_call&) {
@@ -312,6 +341,11 @@ constexpr option options[] = {
     {{in_headers, "-H", "", "name each included file on standard error, once"}, opt_show_includes},
     {{in_headers, "-V", "", "write the search list to standard error"}, opt_show_search},
 
+    {{in_rules, "--dep=", "FILE", "write the rule of the headers beside the text"}, opt_dep},
+    {{in_rules, "--dep_target=", "NAME", "a target of it instead of the output; repeatable"},
+     opt_dep_target},
+    {{in_rules, "--dep_phony", "", "an empty rule for each header, should it be deleted"},
+     opt_dep_phony},
     {{in_rules, "-L", "gcc|list", "list the included files instead of the text"}, opt_dependencies},
     {{in_rules, "--dep_nosys", "", "leave the installation's own headers out"}, opt_dep_nosys},
 

@@ -24,12 +24,13 @@ _vex_cpp() {
     --udf=*) _vex_cpp_behind --udf= -f ;;
     -I*) _vex_cpp_behind -I -d ;;
     --include=*) _vex_cpp_behind --include= -f ;;
+    --dep=*) _vex_cpp_behind --dep= -f ;;
     -L*) _vex_cpp_behind -L -W 'gcc list' ;;
     --messages=*) _vex_cpp_behind --messages= -W 'gcc' ;;
     -E*) _vex_cpp_behind -E -f ;;
     --edf=*) _vex_cpp_behind --edf= -f ;;
     -*)
-      COMPREPLY=($(compgen -W '--help --version --ver --cmode= -o --output= --delete_on_error --markers= -C -dM -F --udf= -D -U -N -S -I --include= -H -V -L --dep_nosys -W --Werror --Wno-error --msgdisable= --disl= --emax= --messages= -E --edf= --kvdebug=' -- "$word"))
+      COMPREPLY=($(compgen -W '--help --version --ver --cmode= -o --output= --delete_on_error --markers= -C -dM -F --udf= -D -U -N -S -I --include= -H -V --dep= --dep_target= --dep_phony -L --dep_nosys -W --Werror --Wno-error --msgdisable= --disl= --emax= --messages= -E --edf= --kvdebug=' -- "$word"))
       [[ ${COMPREPLY[0]} == *= || ${COMPREPLY[0]} == -[FDUNSILWE] ]] && compopt -o nospace
       ;;
     @*) _vex_cpp_behind @ -f ;;
