@@ -389,6 +389,26 @@ def compiled_by_two_servers(project):
     prints(project)
 
 
+# ---- What an installation has for CMake.
+
+def installed_module(build, top):
+    """find_package finds the module of an installation tree, and that the program beside it."""
+    prefix = top / "prefix"
+    status, _, err = tally.run(["cmake", "--install", build, "--prefix", prefix], top)
+    tally.same("installing", (status, err), (0, ""))
+    place = top / "installed"
+    place.mkdir()
+    for command in (["cmake", "-S", prefix / "examples/firmware", "-B", place,
+                     f"-DCMAKE_PREFIX_PATH={prefix}", "--no-warn-unused-cli"],
+                    ["cmake", "--build", place]):
+        status, out, err = tally.run(command, place, timeout=LONG)
+        tally.same(f"{command[1]}:\n{last_lines(out)}", (status, err), (0, ""))
+    cached = (place / "CMakeCache.txt").read_text()
+    tally.same("the program", re.search("CPP_PREPROCESS_PROGRAM:.*=(.*)", cached)[1],
+               str(prefix / "bin/cpp"))
+    tally.same("what the firmware prints", tally.run([place / "firmware"], place)[1], PRINTED)
+
+
 # ---- The run.
 
 def install_tools():
@@ -415,13 +435,13 @@ exec {tools}/cpp "$@"
 def main():
     parser = argparse.ArgumentParser(description=__doc__.split("\n", maxsplit=1)[0])
     parser.add_argument("--build", type=pathlib.Path, default=ROOT / "build/release")
-    program = parser.parse_args().build.resolve() / "bin" / "cpp"
+    build = parser.parse_args().build.resolve()
     install_tools()
     steps = tally.Tally()
     with tempfile.TemporaryDirectory(prefix="cpp-builds-", ignore_cleanup_errors=True) as name:
         top = pathlib.Path(name).resolve()
         top.chmod(0o755)
-        tools = make_tools(top, program)
+        tools = make_tools(top, build / "bin/cpp")
         for way in (Make, Ninja, CMakeNinja, CMakeMake):
             (top / way.__name__).mkdir()
             project = way(tools, top / way.__name__)
@@ -435,6 +455,7 @@ def main():
             steps.check(target_in_ninja, project, target)
         steps.check(cached_by_ccache, project)
         steps.check(compiled_by_two_servers, project)
+        steps.check(installed_module, build, top)
     return steps.close()
 
 

@@ -85,11 +85,13 @@ endif()
 
 # ---- The module.
 
-# Beside an installed copy of this file the program lies in the same tree, under one of two names;
-# elsewhere `cpp` would be the system's own preprocessor.
-find_program(CPP_PREPROCESS_PROGRAM NAMES vex-cpp cpp
-             HINTS ${CMAKE_CURRENT_LIST_DIR}/../../../bin NO_DEFAULT_PATH)
-find_program(CPP_PREPROCESS_PROGRAM NAMES vex-cpp
+# The program of the prefix where this file is installed comes first. In an installation tree it is
+# called cpp; anywhere else that would be the system's own preprocessor.
+cmake_path(SET _prefix NORMALIZE ${CMAKE_CURRENT_LIST_DIR}/../../..)
+if(EXISTS ${_prefix}/vex/dat)
+  find_program(CPP_PREPROCESS_PROGRAM NAMES cpp HINTS ${_prefix}/bin NO_DEFAULT_PATH)
+endif()
+find_program(CPP_PREPROCESS_PROGRAM NAMES vex-cpp HINTS ${_prefix}/bin
              DOC "The preprocessor that cpp_preprocess() runs")
 if(CPP_PREPROCESS_PROGRAM)
   set(CppPreprocess_FOUND TRUE)

@@ -44,6 +44,7 @@ install(FILES ARCHITECTURE.md CHANGELOG.md CONTRIBUTING.md LICENSE NOTICES.md RE
 install(DIRECTORY docs DESTINATION ${documents} COMPONENT documents FILES_MATCHING PATTERN *.md)
 install(DIRECTORY licenses DESTINATION ${documents} COMPONENT documents)
 install(FILES examples/udf_styles.css DESTINATION ${documents}/examples COMPONENT documents)
+install(DIRECTORY examples/firmware DESTINATION ${documents}/examples COMPONENT documents)
 
 install(FILES docs/vex-cpp.1 DESTINATION ${CMAKE_INSTALL_MANDIR}/man1 COMPONENT share_plain)
 install(FILES extras/completions/_vex-cpp
@@ -56,6 +57,8 @@ install(FILES extras/vim/compiler/vex_cpp.vim
         DESTINATION ${CMAKE_INSTALL_DATADIR}/vim/vimfiles/compiler COMPONENT share)
 install(FILES extras/emacs/vex-cpp.el
         DESTINATION ${CMAKE_INSTALL_DATADIR}/emacs/site-lisp COMPONENT share)
+install(FILES cmake/CppPreprocess.cmake RENAME CppPreprocessConfig.cmake
+        DESTINATION ${CMAKE_INSTALL_DATADIR}/cmake/CppPreprocess COMPONENT share)
 install(FILES extras/vscode/package.json
         DESTINATION ${CMAKE_INSTALL_DATADIR}/${PROJECT_NAME}/vscode COMPONENT share)
 
