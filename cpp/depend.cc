@@ -1,3 +1,7 @@
+// Both kinds of dependency output list the table of included files, in its order. What -L writes
+// has a form of its own, and escapes blanks alone. The rule of --dep= is for make and Ninja, and
+// may be written by any name: what they read as one name, and nothing else, is decided in
+// append_escaped().
 #include "cpp/depend.h"
 
 #include <string>

@@ -62,9 +62,9 @@ open_file opened(const input_frame* f, int line) {
   return {f->file->path, f->file->line_name, line, f->serial};
 }
 
-void hand_out(std::string_view name, int line, std::ptrdiff_t units_read) {
+void hand_out(std::string_view name, unsigned line, std::ptrdiff_t units_read) {
   portable_position.name = widened(name);
-  portable_position.line = static_cast<unsigned>(line);
+  portable_position.line = line;
   msg_line_start = msg_line.data();
   msg_cursor = msg_line_start + units_read;
   alert_set_position(portable_position.name.c_str(), &portable_position.line, &msg_line_start,
@@ -74,12 +74,13 @@ void hand_out(std::string_view name, int line, std::ptrdiff_t units_read) {
 // The place of the last unit read from the nearest file, which at a line's end is its newline. Once
 // all is read, that is the end of the primary input.
 void set_portable_position() {
+  const auto line = static_cast<unsigned>(cur_line);
   if (const input_frame* f = nearest_file_frame(); f != nullptr) {
     const bool behind_newline = f->rdptr != f->file->line_start && f->rdptr[-1] == '\n';
-    hand_out(portable_name(opened(f, cur_line)), behind_newline ? cur_line - 1 : cur_line,
+    hand_out(portable_name(opened(f, cur_line)), behind_newline ? line - 1 : line,
              f->rdptr - f->file->line_start);
   } else if (base_frame != nullptr) {
-    hand_out(portable_path(base_frame->file->path), cur_line, 0);
+    hand_out(portable_path(base_frame->file->path), line, 0);
   } else {
     alert_set_position(nullptr, nullptr, nullptr, nullptr);
   }

@@ -7,7 +7,7 @@
 namespace kv::fuzz {
 
 program_run plan_run(input_parts input) {
-  static constexpr std::array<std::string_view, 10> modes = {
+  static constexpr std::array<std::string_view, 12> modes = {
       "-W-9\n--emax=1000",
       "-W-9\n-C",
       "-W-9\n--cmode=tsasm",
@@ -18,6 +18,8 @@ program_run plan_run(input_parts input) {
       "-W-9\n-Lgcc\n--dep_nosys",
       "-W!\n--udf=report.htm\n--emax=1000",
       "",
+      "-W-9\n--markers=gcc\n--messages=gcc\n--emax=1000",
+      "-W-9\n--dep=rule\n--dep_phony\n--delete_on_error\n-oout.i",
   };
   std::size_t mode = 0;
   if (!input.first.empty()) {
