@@ -59,10 +59,7 @@ class plain_line {
   static void tell(unsigned number, const A&... args) {
     alert_msg(number, args...);
   }
-  template <unsigned Number>
-  static void tell_fatal() {
-    alert_msg_fatal(Number);
-  }
+  static void too_many_params() { alert_msg_fatal(148); }
 };
 
 /// A line that lies in a file's block, as an input. Nothing is changed by reading it.
@@ -95,10 +92,7 @@ class calm_line {
   void tell(unsigned /*number*/, const A&...) {
     refuse();
   }
-  template <unsigned Number>
-  void tell_fatal() {
-    refuse();
-  }
+  void too_many_params() { refuse(); }
 
   /// Whether something in the line is not calm. What has been read since is worth nothing.
   bool refused() const { return refused_; }

@@ -73,7 +73,7 @@ bool read_params(Input& in, definition<Input>& def) {
   def.nargs = 0;
   for (;;) {
     if (def.nargs == max_macro_args) {
-      in.template tell_fatal<148>();
+      in.too_many_params();
       return false;
     }
     int c = skip_white(in);
