@@ -213,10 +213,11 @@ struct argument_sink {
     if (end != at) units(at, end);
     return end;
   }
-  // What is not expanded yet: white space counts, quotes and parentheses.
+  // What is not expanded yet: white space counts, quotes and parentheses. Where the area may become
+  // full, units are appended one by one: the message shows the place of the one that does not fit.
   template <class Unit>
   const Unit* run(const Unit* at) const {
-    for (;;) {
+    while (macro_area_room() > frame_capacity) {
       const Unit* end = at;
       while (*end < 256 && argument_units[*end]) ++end;
       if (end != at) {
@@ -240,9 +241,10 @@ struct argument_sink {
           end = lane::kind_at(at) == lane::operand && lane::is_calm(at) ? at + 1 : at;
           if (end != at) units(at, end);
       }
-      if (end == at) return at;
+      if (end == at) break;
       at = end;
     }
+    return at;
   }
 };
 

@@ -54,14 +54,14 @@ bool ends_number(const Unit* next) {
   return ends_word(next) && *next != '.';
 }
 
-/// Whether `ends` holds for what follows the text of `f`, which is not an expansion or is left
-/// without its end being seen.
+/// Whether `ends` holds for what follows the text of `f`, whose own end is no unit or does not
+/// count. The end of an expansion below is a unit; `at_expansion_end` says what that would do.
 template <class Ends>
-bool holds_below(const input_frame* f, Ends ends) {
+bool holds_below(const input_frame* f, Ends ends, bool at_expansion_end) {
   const input_frame* const below = f->parent;
   if (below == nullptr || below->at_end || below->given_back) return false;
   if (below->file != nullptr) return below->rdptr != below->line_end && ends(below->rdptr);
-  if (*below->txptr == 0) return below->macro != nullptr;
+  if (*below->txptr == 0) return below->macro != nullptr && at_expansion_end;
   return ends(below->txptr);
 }
 
@@ -70,7 +70,7 @@ template <class Ends>
 token_end token_end_at(const input_frame* f, const unit* end, Ends ends) {
   if (*end != 0) return {ends(end), false};
   if (f->macro != nullptr) return {true, false};
-  return {holds_below(f, ends), true};
+  return {holds_below(f, ends, true), true};
 }
 
 /// The same for a number of a text, which goes on behind the end of an expansion unless it has a
@@ -80,7 +80,7 @@ inline token_end number_end_at(const input_frame* f, const unit* end) {
   if (*end != 0) return {ends(end), false};
   const bool suffix = number::is_letter(end[-1], 'u') || number::is_letter(end[-1], 'l');
   if (f->macro != nullptr && suffix) return {true, false};
-  return {holds_below(f, ends), true};
+  return {holds_below(f, ends, suffix), true};
 }
 
 template <class Sink>
