@@ -146,7 +146,7 @@ bool expands_arguments_now() {
 // if it had to be read, else -1; or ')' when the list ends there.
 int begin_argument(macro_call& call) {
   int c = skip_plain_ws();
-  if (c == ')' || call.count == max_macro_args) c = -1;
+  if (c == ')' || c == '\n' || call.count == max_macro_args) c = -1;
   const bool ahead = c >= 0;
   if (!ahead) {
     while ((c = skip_ws()) == '\n') need_linemark = true;

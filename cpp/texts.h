@@ -4,20 +4,16 @@
 // What get() would deliver unit by unit is taken at sight here, where what follows a token shows
 // that it ends there and that reading ahead of it has no effect; everything else is left to get().
 // Nothing is undone: what has been taken is taken. Two callers differ in what becomes of a token:
-// the main loop writes it, a call appends it to the argument that it is collecting. A Sink says
-// what differs:
+// the main loop writes it, a call appends it to the argument that it is collecting.
 //
-//     copies                  whether tokens are copied as they stand, so that many can be taken at
-//     once scans_numbers           whether a number is one token (else its digits are, and names
-//     may follow) expands(frame)          whether names in the text of `frame` are looked up; all
-//     else in a text
-//                             where they are not is taken by run()
-//     run(at)                 takes units of such a text, returns where that ends
-//     joins_blanks            whether white space before a border of texts is one with that behind
-//     it blank()                 white space stands here singles(at)             takes units that
-//     are tokens by themselves, returns where that ends units(at, end)          takes a token
-//     word(at, end, mark)     takes a name, not expanded; `mark` tells of a MARK_NOEXPAND before it
-//     expand(symbol)          begins the expansion of a macro that may be expanded here
+// A Sink says what differs. Its constants: `copies`, tokens stay as they stand, so that many can be
+// taken at once; `scans_numbers`, a number is one token, while elsewhere its digits are and names
+// may follow; `joins_blanks`, white space before a border of texts is one with that behind it. Its
+// functions: expands(frame), whether names in that text are looked up, and run(at) takes what
+// stands in one where they are not; blank() for white space; singles(at) takes units that are
+// tokens by themselves and returns where that ends; units(at, end) takes a token; word(at, end,
+// mark) a name that is not expanded, `mark` telling of a MARK_NOEXPAND before it; expand(symbol)
+// begins the expansion of a macro that may be expanded here.
 #pragma once
 
 #include <array>
@@ -209,7 +205,9 @@ class text_taker {
   bool take_marked_name(input_frame* f, const unit* at, bool blanks) {
     if (lane::kind_at(at + 1) != lane::letter) return false;
     const unit* const end = lane::end_of_run(at + 2);
-    if (static_cast<std::size_t>(end - at) > settings.ident_max) return false;
+    const auto len = static_cast<std::size_t>(end - at);
+    // A macro can have such a name, by a #define that was swallowed into an expansion.
+    if (len > settings.ident_max || sym_find(at, len) != nullptr) return false;
     if (!token_end_at(f, end, [](const auto* next) { return ends_word(next); }).at_sight) {
       return false;
     }
