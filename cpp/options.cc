@@ -309,7 +309,7 @@ void opt_kvdebug(const option_call& o) {
 // which is the same letter.
 struct option : option_doc {
   void (*apply)(const option_call&);
-  bool (*accepts)(const char* arg) = nullptr;  // where more than the row's spelling fits
+  bool (*accepts)(const char* arg) = nullptr;  // decides in the place of the spelling
 };
 constexpr option options[] = {
     {{in_general, "--help", "", "write this page and end"}, opt_help},
@@ -378,6 +378,7 @@ void opt_help(const option_call&) {
 // What follows the spelling of `row` in `arg`, or null when it is another option. Keywords and
 // capital letters fit in either case, what is spelled in small letters as it stands.
 const char* behind_spelling(const option& row, const char* arg) {
+  if (row.accepts != nullptr) return row.accepts(arg) ? arg + std::strlen(arg) : nullptr;
   const std::string_view spelling = row.spelling;
   const std::string_view head = std::string_view(arg).substr(0, spelling.size());
   const bool is_keyword = spelling.starts_with("--");
@@ -393,7 +394,7 @@ const char* behind_spelling(const option& row, const char* arg) {
 int apply_option(option_call o, const char* next) {
   for (const option& row : options) {
     o.rest = behind_spelling(row, o.arg);
-    if (o.rest == nullptr && (row.accepts == nullptr || !row.accepts(o.arg))) continue;
+    if (o.rest == nullptr) continue;
     const bool takes_next = row.argument.starts_with(' ') && *o.rest == 0 && next != nullptr;
     if (takes_next) o.rest = next;
     row.apply(o);
