@@ -266,7 +266,6 @@ vector* read_file_table(const char* path) {
     std::free(entry_at(table, entry->number));
     vec_set(table, to_word(entry), entry->number);
   });
-  host::close_file(fd);
   return table;
 }
 

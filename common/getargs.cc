@@ -139,7 +139,6 @@ void add_words_of_file(const char* path) {
   const int fd = host::open_input(path);
   if (fd < 0) alert_msg_fatal(message_cannot_open, "command", path);
   add_words_of(fd, path, {});
-  host::close_file(fd);
 }
 
 }  // namespace

@@ -53,7 +53,9 @@ inline constexpr unsigned max_open_files = 512;
 int open_read(const char* path, content kind = content::bytes);
 
 /// As open_read, for what the run works on: the input, its arguments, its messages. Fails with
-/// error_in_use when the run writes the file, and keeps the run from writing it later.
+/// error_in_use when the run writes the file, and keeps the run from writing it later. The
+/// descriptor stays open until no file is opened any more: what the system knows a file by is given
+/// to another one when the file is deleted and closed.
 int open_input(const char* path, content kind = content::bytes);
 
 /// As open_read, for text, with three differences. The file counts as open: the 510th (three are
@@ -178,7 +180,8 @@ extern const bool names_are_case_sensitive;
 /// Whether a path can begin with the letter of a drive and a colon.
 extern const bool paths_have_drives;
 
-/// True when the path names something that exists (symbolic links are followed).
+/// True when the path names something that exists (symbolic links are followed). False also when
+/// the system cannot tell; errno is ENOENT or ENOTDIR where it can.
 bool exists(const char* path);
 
 /// True when the path names a regular file or a link to one.

@@ -40,11 +40,7 @@ namespace {
 
 constinit open_file_count open_files;
 
-// Never destroyed: files are closed until the process ends.
-files_in_use& in_use() {
-  static auto* const files = new files_in_use;
-  return *files;
-}
+constinit files_in_use in_use;
 
 // ---- Names ----
 
@@ -256,34 +252,38 @@ opened_file refuse(const opened_file& file, int error) {
   return {};
 }
 
-opened_file open_any(const std::string& host_path, int flags) {
+int open_any(const std::string& host_path, int flags) {
   constexpr mode_t everybody = 0666;
-  opened_file file;
+  int fd = 0;
   do {
-    file.fd = ::open(host_path.c_str(), flags | O_CLOEXEC | O_NOCTTY, everybody);
-  } while (file.fd < 0 && errno == EINTR);
-  if (file.fd >= 0 && ::fstat(file.fd, &file.status) != 0) return refuse(file, errno);
-  return file;
+    fd = ::open(host_path.c_str(), flags | O_CLOEXEC | O_NOCTTY, everybody);
+  } while (fd < 0 && errno == EINTR);
+  return fd;
 }
 
 opened_file open_to_read(const std::string& host_path) {
-  const opened_file file = open_any(host_path, O_RDONLY);
-  return file.fd >= 0 && S_ISDIR(file.status.st_mode) ? refuse(file, EISDIR) : file;
+  opened_file file{open_any(host_path, O_RDONLY)};
+  if (file.fd < 0) return file;
+  if (::fstat(file.fd, &file.status) != 0) return refuse(file, errno);
+  return S_ISDIR(file.status.st_mode) ? refuse(file, EISDIR) : file;
 }
 
 // As open_to_read, for a file that must not be written in the run.
 opened_file open_unwritten(const std::string& host_path) {
   const opened_file file = open_to_read(host_path);
-  const bool written = file.fd >= 0 && file.regular() && in_use().is_written(file.id());
+  const bool written = file.fd >= 0 && file.regular() && in_use.is_written(file.id());
   return written ? refuse(file, error_in_use) : file;
 }
 
 // Tells whether the file has been created. That is tried first: most outputs are new.
 opened_file open_or_create(const std::string& host_path, int flags, bool& created) {
-  const opened_file file = open_any(host_path, flags | O_CREAT | O_EXCL);
+  opened_file file{open_any(host_path, flags | O_CREAT | O_EXCL)};
   created = file.fd >= 0;
-  if (created || errno != EEXIST) return file;
-  return open_any(host_path, flags | O_CREAT);
+  if (!created && errno == EEXIST) file.fd = open_any(host_path, flags | O_CREAT);
+  if (file.fd < 0 || ::fstat(file.fd, &file.status) == 0) return file;
+  const int reason = errno;
+  if (created) ::unlink(host_path.c_str());
+  return refuse(file, reason);
 }
 
 bool stat_mode(const char* path, mode_t& mode) {
@@ -324,8 +324,8 @@ int open_read(const char* path, content /*kind*/) {
 
 int open_input(const char* path, content /*kind*/) {
   const opened_file file = open_unwritten(native_path(path));
-  if (file.fd >= 0 && file.regular()) in_use().add_read(file.id());
-  return file.fd;
+  const bool known = file.fd < 0 || !file.regular() || in_use.add_read(file.id());
+  return known ? file.fd : refuse(file, errno).fd;
 }
 
 int open_probe(const char* path, std::size_t* size) {
@@ -378,11 +378,11 @@ written_file open_write(const char* path, write_place place, content /*kind*/) {
   result.fd = file.fd;
   result.regular = file.fd >= 0 && file.regular();
   if (!result.regular) return result;
-  if (in_use().is_used(file.id())) {
+  if (in_use.is_used(file.id())) {
     result.fd = refuse(file, error_in_use).fd;
-    return result;
+  } else if (!in_use.add_written(file.id(), file.fd)) {
+    result.fd = refuse(file, errno).fd;
   }
-  in_use().add_written(file.id(), file.fd);
   result.size = static_cast<std::uint64_t>(file.status.st_size);
   return result;
 }
@@ -409,32 +409,26 @@ bool use_standard(int fd) {
   if (::fstat(fd, &file.status) != 0) return false;
   if (!file.regular()) return true;
   const bool reads = fd == STDIN_FILENO;
-  if (reads ? in_use().is_written(file.id()) : in_use().is_used(file.id())) {
+  if (reads ? in_use.is_written(file.id()) : in_use.is_used(file.id())) {
     errno = error_in_use;
     return false;
   }
-  if (reads) {
-    in_use().add_read(file.id());
-  } else {
-    in_use().add_written(file.id(), fd);
-  }
-  return true;
+  return reads ? in_use.add_read(file.id()) : in_use.add_written(file.id(), fd);
 }
 
 bool use_replaced(const char* path) {
   opened_file file;
   if (::stat(native_path(path).c_str(), &file.status) != 0 || !file.regular()) return true;
-  if (in_use().is_used(file.id())) {
+  if (in_use.is_used(file.id())) {
     errno = error_in_use;
     return false;
   }
-  in_use().add_replaced(file.id());
-  return true;
+  return in_use.add_replaced(file.id());
 }
 
 bool close_file(int fd) {
   open_files.remove(fd);
-  in_use().remove(fd);
+  in_use.remove(fd);
   // An interrupted call has closed the descriptor all the same.
   return ::close(fd) == 0 || errno == EINTR;
 }

@@ -7,8 +7,10 @@
 #pragma once
 
 #include <algorithm>
+#include <array>
+#include <cerrno>
+#include <cstddef>
 #include <cstdint>
-#include <vector>
 
 namespace kv::host {
 
@@ -27,31 +29,38 @@ class files_in_use {
  public:
   /// True when the run writes the file.
   bool is_written(const file_id& id) const {
-    return std::ranges::any_of(uses_, [&](const use& u) { return u.writer != none && u.id == id; });
+    return std::any_of(uses_.data(), uses_.data() + count_,
+                       [&](const use& u) { return u.writer != none && u.id == id; });
   }
 
   /// True when the run reads or writes the file.
   bool is_used(const file_id& id) const {
-    return std::ranges::any_of(uses_, [&](const use& u) { return u.id == id; });
+    return std::any_of(uses_.data(), uses_.data() + count_,
+                       [&](const use& u) { return u.id == id; });
   }
 
   /// True when the run writes any file.
   bool any_written() const {
-    return std::ranges::any_of(uses_, [](const use& u) { return u.writer != none; });
+    return std::any_of(uses_.data(), uses_.data() + count_,
+                       [](const use& u) { return u.writer != none; });
   }
 
-  /// Remembers a file that is read; it counts until the end of the run.
-  void add_read(const file_id& id) { uses_.push_back({id, none}); }
+  /// Remembers a file that is read; it counts until the end of the run. This, and the two below,
+  /// return false, with EMFILE, when there is no room to remember another one.
+  bool add_read(const file_id& id) { return add({id, none}); }
 
   /// Remembers a file that is written through the descriptor `fd`, until that is closed.
-  void add_written(const file_id& id, int fd) { uses_.push_back({id, fd}); }
+  bool add_written(const file_id& id, int fd) { return add({id, fd}); }
 
   /// Remembers a file that will be replaced; it counts until the end of the run.
-  void add_replaced(const file_id& id) { uses_.push_back({id, no_descriptor}); }
+  bool add_replaced(const file_id& id) { return add({id, no_descriptor}); }
 
   /// Tells that a descriptor is closed.
   void remove(int fd) {
-    std::erase_if(uses_, [fd](const use& u) { return u.writer == fd; });
+    use* const end = uses_.data() + count_;
+    use* const kept =
+        std::remove_if(uses_.data(), end, [fd](const use& u) { return u.writer == fd; });
+    count_ -= static_cast<std::size_t>(end - kept);
   }
 
  private:
@@ -62,7 +71,20 @@ class files_in_use {
     file_id id;
     int writer;  // the descriptor; none for a file that is read
   };
-  std::vector<use> uses_;
+
+  bool add(const use& u) {
+    if (count_ == uses_.size()) {
+      errno = EMFILE;
+      return false;
+    }
+    uses_[count_++] = u;
+    return true;
+  }
+
+  // Command files and message files can be named by the hundred, others once each. The room is not
+  // allocated: files are opened and closed also when memory has ended.
+  std::array<use, 1024> uses_ = {};
+  std::size_t count_ = 0;
 };
 
 }  // namespace kv::host

@@ -39,11 +39,7 @@ namespace {
 
 constinit open_file_count open_files;
 
-// Never destroyed: files are closed until the process ends.
-files_in_use& in_use() {
-  static auto* const files = new files_in_use;
-  return *files;
-}
+constinit files_in_use in_use;
 
 // ---- Names ----
 
@@ -122,8 +118,8 @@ bool identify(HANDLE file, file_id& id, std::uint64_t* size = nullptr) {
 int open_unwritten(const char* path, content kind) {
   const int fd = open_any(path, read_flags(kind));
   file_id id;
-  if (fd < 0 || !in_use().any_written() || !identify(handle_of(fd), id)) return fd;
-  return in_use().is_written(id) ? refuse(fd, error_in_use) : fd;
+  if (fd < 0 || !in_use.any_written() || !identify(handle_of(fd), id)) return fd;
+  return in_use.is_written(id) ? refuse(fd, error_in_use) : fd;
 }
 
 // Translates the reason of a failed call of the system itself.
@@ -151,10 +147,10 @@ bool succeeded(BOOL result) {
   return false;
 }
 
-// INVALID_FILE_ATTRIBUTES has all bits set, so existence is tested first.
 bool has_attributes(const char* path, DWORD wanted) {
   const DWORD attributes = ::GetFileAttributesW(system_path(path).c_str());
-  return attributes != INVALID_FILE_ATTRIBUTES && (attributes & wanted) == wanted;
+  if (attributes == INVALID_FILE_ATTRIBUTES) return succeeded(FALSE);
+  return (attributes & wanted) == wanted;
 }
 
 }  // namespace
@@ -168,8 +164,8 @@ int open_read(const char* path, content kind) {
 int open_input(const char* path, content kind) {
   const int fd = open_unwritten(path, kind);
   file_id id;
-  if (fd >= 0 && identify(handle_of(fd), id)) in_use().add_read(id);
-  return fd;
+  const bool known = fd < 0 || !identify(handle_of(fd), id) || in_use.add_read(id);
+  return known ? fd : refuse(fd, errno);
 }
 
 // The size would cost a call more, and only spares the read that meets the end.
@@ -212,10 +208,10 @@ written_file open_write(const char* path, write_place place, content kind) {
   file_id id;
   file.regular = file.fd >= 0 && identify(handle_of(file.fd), id, &file.size);
   if (!file.regular) return file;
-  if (in_use().is_used(id)) {
+  if (in_use.is_used(id)) {
     file.fd = refuse(file.fd, error_in_use);
-  } else {
-    in_use().add_written(id, file.fd);
+  } else if (!in_use.add_written(id, file.fd)) {
+    file.fd = refuse(file.fd, errno);
   }
   return file;
 }
@@ -231,16 +227,11 @@ bool use_standard(int fd) {
   file_id id;
   if (!identify(handle_of(fd), id)) return true;
   const bool reads = fd == 0;
-  if (reads ? in_use().is_written(id) : in_use().is_used(id)) {
+  if (reads ? in_use.is_written(id) : in_use.is_used(id)) {
     errno = error_in_use;
     return false;
   }
-  if (reads) {
-    in_use().add_read(id);
-  } else {
-    in_use().add_written(id, fd);
-  }
-  return true;
+  return reads ? in_use.add_read(id) : in_use.add_written(id, fd);
 }
 
 bool use_replaced(const char* path) {
@@ -253,17 +244,16 @@ bool use_replaced(const char* path) {
   const bool regular = identify(file, id);
   ::CloseHandle(file);
   if (!regular) return true;
-  if (in_use().is_used(id)) {
+  if (in_use.is_used(id)) {
     errno = error_in_use;
     return false;
   }
-  in_use().add_replaced(id);
-  return true;
+  return in_use.add_replaced(id);
 }
 
 bool close_file(int fd) {
   open_files.remove(fd);
-  in_use().remove(fd);
+  in_use.remove(fd);
   return ::_close(fd) == 0;
 }
 

@@ -9,10 +9,12 @@
 #include "common/kvdebug.h"
 
 #include <algorithm>
+#include <cerrno>
 #include <climits>
 #include <cstdlib>
 #include <limits>
 #include <string>
+#include <utility>
 
 #include "common/alert.h"
 #include "common/hash.h"
@@ -237,9 +239,14 @@ std::string archive_name(std::string_view path) {
   return name;
 }
 
+// An archive is not taken for missing, and so replaced, because the system cannot tell.
+bool is_missing(const char* path) {
+  return !host::exists(path) && (errno == ENOENT || errno == ENOTDIR);
+}
+
 // Makes `zip` ready for adding `path`; false when there is nothing to be added to.
 bool begin_package(zip_archive& zip, const char* path) {
-  if (gZipReplaced || !host::exists(gZipFile)) {
+  if (gZipReplaced || is_missing(gZipFile)) {
     if (zip.create(gZipFile)) return true;
     db_warning("Unable to init package zip file (%s) to add \"%s\"", gZipFile, path);
     return false;
@@ -257,7 +264,7 @@ bool begin_package(zip_archive& zip, const char* path) {
 
 // The old archive goes even if nothing is packed.
 void remove_old_zip() {
-  if (!gZipReplaced || !gZipClaimed || !host::exists(gZipFile)) return;
+  if (!gZipReplaced || !gZipClaimed || files_given_back() || !host::exists(gZipFile)) return;
   if (!host::remove_file(gZipFile)) {
     db_warning("Unable to remove \"%s\", it will be updated if possible", gZipFile);
   }
@@ -364,12 +371,13 @@ void db_claim_zip() {
 }
 
 void db_close() {
-  if (!files_given_back()) {
-    if (gDefaultOut && gFilePath) {
-      db_zip_add(gFilePath, nullptr);
-    } else {
-      remove_old_zip();
-    }
+  // Packing may fail in a way that ends the run, which is on its way out already.
+  static bool closed = false;
+  if (std::exchange(closed, true)) return;
+  if (!gDefaultOut || !gFilePath) {
+    remove_old_zip();
+  } else if (!gFile.has_failed() && !files_given_back()) {
+    db_zip_add(gFilePath, nullptr);
   }
   if (db_tracing(db_adt)) {
     hash_report();
@@ -379,7 +387,7 @@ void db_close() {
 }
 
 void db_zip_add(const char* path, const char* comment) {
-  if (gZipFile == nullptr || !host::exists(path)) return;
+  if (gZipFile == nullptr || is_missing(path)) return;
   zip_archive zip;
   if (!begin_package(zip, path)) return;
   const std::string name = archive_name(path);

@@ -55,7 +55,8 @@ bool copy_bytes(int from, int to, std::uint64_t size) {
 }  // namespace
 
 bool out_file::open(const char* path, host::write_place place, host::content kind) {
-  finish({});
+  if (!standard_) finish({});
+  standard_ = false;
   file_ = host::open_write(path, place, kind);
   path_ = path;
   fd_ = file_.fd;

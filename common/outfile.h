@@ -25,18 +25,22 @@ class out_file {
   constexpr explicit out_file(const char* what) : what_(what) {}
 
   /// A standard descriptor, open from the start and called "-".
-  constexpr out_file(const char* what, int fd) : what_(what), path_("-"), fd_(fd) {}
+  constexpr out_file(const char* what, int fd)
+      : what_(what), path_("-"), fd_(fd), standard_(true) {}
 
   out_file(const out_file&) = delete;
   out_file& operator=(const out_file&) = delete;
 
   /// Opens `path`, which is kept by reference, and creates it if need be; what is there stays until
-  /// the first write. Finishes what was open. Returns false with errno set, host::error_in_use if
-  /// the run uses the file already.
+  /// the first write. Finishes what was open, a standard descriptor apart. Returns false with errno
+  /// set, host::error_in_use if the run uses the file already.
   bool open(const char* path, host::write_place place, host::content kind);
 
   bool is_open() const { return fd_ >= 0; }
   int fd() const { return fd_; }
+
+  /// True once something could not be written.
+  bool has_failed() const { return failed_; }
 
   /// True for a file that was there before and keeps what is written; not for a device or a pipe.
   bool replaces() const { return file_.regular && !file_.created; }
@@ -79,6 +83,7 @@ class out_file {
   const char* what_;
   const char* path_ = nullptr;
   int fd_ = -1;
+  bool standard_ = false;         // a standard descriptor, which stays open behind a file
   host::written_file file_ = {};  // as it was opened
   bool at_end_ = false;           // writes go to the end
   bool begun_ = false;

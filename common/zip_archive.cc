@@ -10,10 +10,12 @@
 
 #include <cerrno>
 #include <cstdint>
+#include <cstdlib>
 #include <cstring>
 #include <ctime>
 #include <utility>
 
+#include "common/alloc.h"
 #include "common/outfile.h"
 
 namespace kv {
@@ -49,6 +51,15 @@ bool read_blocks(const char* path, Take take) {
   return got == 0;
 }
 
+// Tries it. If the file cannot be removed again, it will be written over.
+bool can_create(const char* path) {
+  const int fd = host::open_write(path, host::write_place::from_start).fd;
+  if (fd < 0) return false;
+  const bool closed = host::close_file(fd);
+  host::remove_file(path);
+  return closed;
+}
+
 // Size and time of the file for its directory entry; archives hold local times.
 bool describe(const char* path, zip_fileinfo& info, bool& is_large) {
   struct stat status;
@@ -79,10 +90,10 @@ struct zip_archive::stream {
     of(opaque).at_ = 0;
     return opaque;
   }
+  // minizip does not look whether it got the memory to read to.
   static uLong read(void* opaque, void*, void* to, uLong n) {
     zip_archive& a = of(opaque);
-    const std::size_t got =
-        a.at_ < a.bytes_.size() ? a.bytes_.copy(static_cast<char*>(to), n, a.at_) : 0;
+    const std::size_t got = to != nullptr ? a.bytes_.copy(static_cast<char*>(to), n, a.at_) : 0;
     a.at_ += got;
     return static_cast<uLong>(got);
   }
@@ -99,6 +110,7 @@ struct zip_archive::stream {
     std::size_t base = 0;
     if (origin == ZLIB_FILEFUNC_SEEK_CUR) base = a.at_;
     if (origin == ZLIB_FILEFUNC_SEEK_END) base = a.bytes_.size();
+    if (offset > a.bytes_.size() - base) return -1;
     a.at_ = base + static_cast<std::size_t>(offset);
     return 0;
   }
@@ -112,8 +124,6 @@ struct zip_archive::stream {
 
 zip_archive::~zip_archive() {
   if (writer_) zipClose(writer_, nullptr);
-  if (work_fd_ >= 0) host::close_file(work_fd_);
-  if (!work_path_.empty()) host::remove_file(work_path_.c_str());
 }
 
 bool zip_archive::open_reader(const char* path) {
@@ -142,10 +152,8 @@ bool zip_archive::create(const char* path) {
 }
 
 bool zip_archive::open_writer(int append_status) {
-  const std::string work_path = path_ + "." + host::fresh_name();
-  work_fd_ = host::open_write(work_path.c_str(), host::write_place::from_start).fd;
-  if (work_fd_ < 0) return false;
-  work_path_ = work_path;
+  work_path_ = path_ + "." + host::fresh_name();
+  if (!can_create(work_path_.c_str())) return false;
   zlib_filefunc64_def calls = stream::calls(*this);
   writer_ = zipOpen2_64(path_.c_str(), append_status, nullptr, &calls);
   return writer_ != nullptr;
@@ -155,6 +163,9 @@ bool zip_archive::add_file(const char* name, const char* source, const char* com
   zip_fileinfo info = {};
   bool is_large = false;
   failed_ = true;
+  // minizip does not look whether it gets the memory for its own headers.
+  constexpr std::size_t more_than_headers = 131072;
+  std::free(checked_alloc_raw(more_than_headers));
   if (writer_ == nullptr || !describe(source, info, is_large) ||
       zipOpenNewFileInZip64(writer_, name, &info, nullptr, 0, nullptr, 0, comment, Z_DEFLATED,
                             compression_level, is_large ? 1 : 0) != ZIP_OK) {
@@ -179,15 +190,23 @@ bool zip_archive::close() {
   return complete_;
 }
 
+// The new file is there for as short a time as can be: whatever ends the run earlier leaves none.
 bool zip_archive::put_in_place() {
-  const bool written = host::write_all(work_fd_, bytes_.data(), bytes_.size());
-  const int reason = errno;
-  const bool closed = host::close_file(std::exchange(work_fd_, -1));
-  if (!written) errno = reason;
-  if (!written || !closed) return false;
-  if (!host::replace_file(work_path_.c_str(), path_.c_str())) return false;
-  work_path_.clear();
-  return true;
+  const host::signals_held hold;
+  const char* work_path = work_path_.c_str();
+  const int fd = host::open_write(work_path, host::write_place::from_start).fd;
+  if (fd < 0) return false;
+  bool done = host::write_all(fd, bytes_.data(), bytes_.size());
+  int reason = errno;
+  if (!host::close_file(fd) && done) {
+    done = false;
+    reason = errno;
+  }
+  if (done && host::replace_file(work_path, path_.c_str())) return true;
+  if (done) reason = errno;
+  host::remove_file(work_path);
+  errno = reason;
+  return false;
 }
 
 }  // namespace kv

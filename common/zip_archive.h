@@ -2,14 +2,12 @@
 //
 // The archive is put together in memory and written to a new file beside it, which takes its name
 // only when everything went well. So a failure at any step, also the death of the process, leaves
-// the archive as it was. No signal that ends the process finds the file beside it half done.
+// the archive as it was. The new file is there only while it is written.
 
 #pragma once
 
 #include <cstddef>
 #include <string>
-
-#include "common/host.h"
 
 namespace kv {
 
@@ -52,12 +50,10 @@ class zip_archive {
   bool open_writer(int append_status);
   bool put_in_place();
 
-  const host::signals_held hold_;
   std::string path_;       // the archive
-  std::string work_path_;  // the file beside it that is written; empty while there is none
-  int work_fd_ = -1;
-  std::string bytes_;   // the archive's content
-  std::size_t at_ = 0;  // where minizip stands in it
+  std::string work_path_;  // the file beside it that is written and takes its place
+  std::string bytes_;      // the archive's content
+  std::size_t at_ = 0;     // where minizip stands in it
   void* writer_ = nullptr;
   bool complete_ = false;  // every file was added and the directory is written
   bool failed_ = false;    // a file could not be added

@@ -72,7 +72,6 @@ void set_up_messages() {
 void open_command_file(const char* path) {
   const int fd = host::open_input(path, host::content::text);
   if (fd < 0 || !host::duplicate_onto(fd, standard_input)) refuse_file("command", path);
-  host::close_file(fd);
 }
 
 command_line acquire_arguments(int argc, char** argv) {
