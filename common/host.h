@@ -114,6 +114,10 @@ written_file open_write(const char* path, write_place place, content kind = cont
 /// -1.
 int open_nameless(const char* directory);
 
+/// Forgets which files are in use: one process that stands for several runs calls it between them,
+/// since the system gives the number of a file that is gone to the next one.
+void begin_run();
+
 /// Takes standard input or standard output into use as it was given to the process. Returns false,
 /// with error_in_use, when the run uses the file behind it already.
 bool use_standard(int fd);

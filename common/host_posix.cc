@@ -404,6 +404,10 @@ int open_nameless(const char* directory) {
   return named;
 }
 
+void begin_run() {
+  in_use = {};
+}
+
 bool use_standard(int fd) {
   opened_file file{fd};
   if (::fstat(fd, &file.status) != 0) return false;

@@ -223,6 +223,10 @@ int open_nameless(const char* directory) {
                                     _O_TEMPORARY | _O_SHORT_LIVED);
 }
 
+void begin_run() {
+  in_use = {};
+}
+
 bool use_standard(int fd) {
   file_id id;
   if (!identify(handle_of(fd), id)) return true;

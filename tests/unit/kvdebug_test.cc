@@ -30,6 +30,7 @@ class kvdebug : public testing::Test {
     const fs::path dir = fs::temp_directory_path() / ("kvdebug." + host::fresh_name());
     fs::create_directory(dir);
     fs::current_path(dir);
+    host::begin_run();
   }
 
   ~kvdebug() override {
