@@ -71,7 +71,9 @@ class server {
   int run() const {
     int status = 0;
     ask(request::run);
-    if (::read(socket_, &status, sizeof status) != sizeof status) fail("a server has ended");
+    if (insist([&] { return ::read(socket_, &status, sizeof status); }) != sizeof status) {
+      fail("a server has ended");
+    }
     return status;
   }
 
@@ -85,7 +87,19 @@ class server {
 
  private:
   void ask(request what) const {
-    if (::write(socket_, &what, sizeof what) != sizeof what) fail("a server has ended");
+    if (insist([&] { return ::write(socket_, &what, sizeof what); }) != sizeof what) {
+      fail("a server has ended");
+    }
+  }
+
+  // The fuzzer's own clock interrupts calls that wait.
+  template <class Call>
+  static ssize_t insist(Call call) {
+    ssize_t done = 0;
+    do {
+      done = call();
+    } while (done < 0 && errno == EINTR);
+    return done;
   }
 
   int socket_ = -1;
