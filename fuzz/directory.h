@@ -15,7 +15,9 @@ struct input_file {
 
 class run_directory {
  public:
-  /// The directory for temporary files; no input would come upon its name.
+  /// The directory for temporary files. An input that names it would leave files there by itself,
+  /// and the fuzzer, which sees what strings are compared with, does come upon it: such inputs are
+  /// not run.
   static constexpr std::string_view temp = "temporary-files-of-the-run/";
 
   /// Makes a directory of a fresh name under TMPDIR, by default in memory; ends the process when
