@@ -62,12 +62,13 @@ std::size_t expand_depth() {
 const symbol* first_macro(const symbol* sym) {
   const input_frame* outermost = nullptr;
   for (const input_frame* f = cur_frame; f != nullptr && f->file == nullptr; f = f->parent) {
-    if (f->macro != nullptr) outermost = f;
+    if (f->macro != nullptr || f->value_of != nullptr) outermost = f;
   }
   if (!open_calls.empty() && (outermost == nullptr || open_calls[0].above < outermost->serial)) {
     return open_calls[0].macro;
   }
-  return outermost != nullptr ? outermost->macro : sym;
+  if (outermost == nullptr) return sym;
+  return outermost->macro != nullptr ? outermost->macro : outermost->value_of;
 }
 
 // Where the treatment of a unit has got to: `c` is the unit to go on with, or a call was opened
@@ -295,15 +296,15 @@ void check_argument_count(const macro_call& call) {
 
 // ---- Calls.
 
-void push_line_number() {
+void push_line_number(const symbol* sym) {
   char digits[16];
   format_text(digits, sizeof digits, "%d", cur_line);
   unit text[16];
   str8to16(text, digits);
-  push_text(text);
+  push_value(sym, text);
 }
 
-void push_file_name() {
+void push_file_name(const symbol* sym) {
   const input_frame* file = nearest_file_frame();
   if (file == nullptr) return;
   work_len = 0;
@@ -313,7 +314,7 @@ void push_file_name() {
     work_save(*p);
   }
   work_save('"');
-  push_text(work_end());
+  push_value(sym, work_end());
 }
 
 // Too deep: what is left of the expansions in progress is thrown away.
@@ -368,10 +369,10 @@ expansion expand(symbol* sym) {
   }
   switch (sym->nargs) {
     case NARGS_LINE:
-      push_line_number();
+      push_line_number(sym);
       return expansion::done;
     case NARGS_FILE:
-      push_file_name();
+      push_file_name(sym);
       return expansion::done;
     case NARGS_OBJECT:
       push_replacement(sym, nullptr);

@@ -29,6 +29,7 @@ input_frame* push_frame() {
   f->rdptr = f->line_end = nullptr;
   f->file = nullptr;
   f->macro = f->arg_of = nullptr;
+  f->value_of = nullptr;
   f->args = nullptr;
   f->arg_count = 0;
   f->depth = 0;
@@ -79,6 +80,12 @@ void push_text(const unit* text) {
   unit* const copy = alloc_with_frame<unit>(size);
   std::memcpy(copy, text, size * sizeof(unit));
   set_text(f, copy);
+}
+
+void push_value(const symbol* macro, const unit* text) {
+  push_text(text);
+  cur_frame->value_of = macro;
+  ++cur_frame->depth;
 }
 
 void push_given_back(int c) {

@@ -37,6 +37,7 @@ struct input_frame {
   file_input* file;
   symbol* macro;            ///< expansion frames: the macro whose replacement this is
   symbol* arg_of;           ///< argument frames: the macro whose argument this is
+  const symbol* value_of;   ///< what __LINE__ or __FILE__ came to: that macro
   const unit* text;         ///< the text from its start
   const unit* const* args;  ///< expansion frames: argument texts, null where none was given
   int arg_count;            ///< entries in `args`
@@ -67,6 +68,11 @@ void push_file_frame(source_file* source, const char* path);
 
 /// Pushes a text frame that delivers a copy of `text` (zero-ended).
 void push_text(const unit* text);
+
+/// Pushes what the macro __LINE__ or __FILE__ came to, a copy of `text` (zero-ended). It is one of
+/// the expansions that `depth` counts, since the name of a file can hold __FILE__ in its turn; but
+/// it is no replacement, and the macro is not disabled by it.
+void push_value(const symbol* macro, const unit* text);
 
 /// Pushes a text frame of one unit, which get() delivers as it is.
 void push_given_back(int c);
