@@ -178,6 +178,8 @@ def verdict(kind, plain, result):
         return damaged
     said, expected = lines_of(result), lines_of(plain)
     told = any(line not in expected for line in said)
+    if any("no description is available" in line for line in said):
+        return "the catalogue was lost"
     if result.status == 1:
         return None if told or "write 2" in result.faults else "status 1, but nothing was said"
     if result.out != plain.out:

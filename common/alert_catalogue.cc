@@ -329,7 +329,11 @@ void load_catalogue_once() {
   if (loading != load_state::none) return;
   loading = load_state::under_way;
   const db_pause unseen(db_alerts | db_adt);
-  load_table(msg_filename(ALERT_LANGUAGE).c_str());
+  const std::string best = msg_filename(ALERT_LANGUAGE);
+  if (!load_table(best.c_str())) {
+    load_table(builtin_catalogue_name());
+    alert_raw(3, "M", "Can't open file %s, the built-in messages are used\n", best.c_str());
+  }
   loading = load_state::done;
 }
 
