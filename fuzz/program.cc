@@ -21,6 +21,8 @@ extern "C" {
 namespace kv::fuzz {
 namespace {
 
+constexpr std::time_t now = 1'000'000'000;
+
 std::jmp_buf caller;
 int exit_status = 0;
 std::vector<void (*)()>* exit_handlers = nullptr;
@@ -117,10 +119,15 @@ int __wrap_atexit(void (*handler)()) {
   return 0;
 }
 
-// The clock stands still: two runs of one input must not differ by the time of day.
+// The clock stands still: two runs of one input must not differ by the time of day, nor by that of
+// the files they write, which an archive tells.
 std::time_t __wrap_time(std::time_t* result) {
-  constexpr std::time_t now = 1'000'000'000;
-  if (result != nullptr) *result = now;
-  return now;
+  if (result != nullptr) *result = kv::fuzz::now;
+  return kv::fuzz::now;
+}
+
+std::tm* __real_localtime(const std::time_t* time);
+std::tm* __wrap_localtime(const std::time_t*) {
+  return __real_localtime(&kv::fuzz::now);
 }
 }
