@@ -4,8 +4,10 @@ A step is a function that raises: a Failure where something is not as it should 
 where it is so far from it that the step cannot even ask.
 """
 
+import pathlib
 import subprocess
 
+ROOT = pathlib.Path(__file__).resolve().parent.parent
 TIMEOUT = 20
 
 

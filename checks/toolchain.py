@@ -18,9 +18,7 @@ A missing Chromium is installed where that is possible; without one its checks a
 """
 
 import argparse
-import base64
 import contextlib
-import json
 import os
 import pathlib
 import pty
@@ -33,12 +31,10 @@ import sys
 import tempfile
 import termios
 import time
-import urllib.error
-import urllib.request
 
-from tally import TIMEOUT, Failure, Tally, run, same
+from browser import Browser, have_browser
+from tally import ROOT, TIMEOUT, Failure, Tally, run, same
 
-ROOT = pathlib.Path(__file__).resolve().parent.parent
 PICTURES = ROOT / "build" / "toolchain"
 
 
@@ -185,98 +181,6 @@ def check_terminal(prefix, work):
 
 # ---- The report in a browser ----
 
-class Browser:
-    """A headless Chromium behind chromedriver, which speaks WebDriver: JSON over HTTP."""
-
-    FLAGS = ["--headless", "--no-sandbox", "--disable-gpu", "--disable-quic", "--no-first-run",
-             "--disable-background-networking", "--disable-component-update", "--disable-sync",
-             "--disable-dev-shm-usage", "--hide-scrollbars", "--window-size=1100,800"]
-
-    def __init__(self, home):
-        self._http = urllib.request.build_opener(urllib.request.ProxyHandler({}))
-        self._log = open(home / "chromedriver.log", "w+", encoding="utf-8")
-        self._driver = subprocess.Popen(["chromedriver", "--port=0"], stdout=self._log,
-                                        stderr=subprocess.STDOUT,
-                                        env=dict(os.environ, HOME=str(home)))
-        self._session = None
-        try:
-            base = f"http://127.0.0.1:{self._port()}/session"
-            self._session = base
-            options = {"args": self.FLAGS + [f"--user-data-dir={home / 'profile'}"]}
-            options["binary"] = shutil.which("chromium")
-            made = self._call("POST", "", {"capabilities": {"alwaysMatch": {
-                "browserName": "chrome", "goog:chromeOptions": options}}})
-            self._session = f"{base}/{made['sessionId']}"
-        except BaseException:
-            self._end_driver()
-            raise
-
-    def _port(self):
-        end = time.monotonic() + TIMEOUT
-        while time.monotonic() < end and self._driver.poll() is None:
-            self._log.seek(0)
-            found = re.search(r"successfully on port (\d+)", self._log.read())
-            if found:
-                return int(found[1])
-            time.sleep(0.05)
-        raise Failure("chromedriver does not start")
-
-    def _call(self, method, path, body=None):
-        data = None if body is None else json.dumps(body).encode()
-        request = urllib.request.Request(self._session + path, data, method=method,
-                                         headers={"Content-Type": "application/json"})
-        try:
-            with self._http.open(request, timeout=60) as answer:
-                return json.load(answer)["value"]
-        except urllib.error.HTTPError as error:
-            raise Failure(json.load(error)["value"]["message"].split("\n")[0]) from error
-
-    def _end_driver(self):
-        self._driver.terminate()
-        self._driver.wait(TIMEOUT)
-        self._log.close()
-
-    def close(self):
-        try:
-            self._call("DELETE", "")
-        finally:
-            self._end_driver()
-
-    def load(self, path):
-        self._call("POST", "/url", {"url": path.as_uri()})
-
-    def script(self, text, *arguments):
-        return self._call("POST", "/execute/sync", {"script": text, "args": arguments})
-
-    def _find(self, selector, value):
-        return self._call("POST", "/element", {"using": selector, "value": value})
-
-    def click_link(self, text):
-        element = self._find("link text", text)
-        self._call("POST", f"/element/{next(iter(element.values()))}/click", {})
-
-    def to_frame(self, name):
-        self._call("POST", "/frame", {"id": None})
-        if name:
-            self._call("POST", "/frame", {"id": self._find("css selector", f"[name={name}]")})
-
-    def to_other_window(self):
-        """Turns to the window that was opened last; returns the one that it came from."""
-        here = self._call("GET", "/window")
-        others = [handle for handle in self._call("GET", "/window/handles") if handle != here]
-        same("windows opened", len(others), 1)
-        self._call("POST", "/window", {"handle": others[0]})
-        return here
-
-    def close_window(self, back_to):
-        self._call("DELETE", "/window")
-        self._call("POST", "/window", {"handle": back_to})
-
-    def picture(self, name):
-        PICTURES.mkdir(parents=True, exist_ok=True)
-        (PICTURES / name).write_bytes(base64.b64decode(self._call("GET", "/screenshot")))
-
-
 SYMBOL_TABLE = "CPP symbol table"
 COMMAND_LINE = "Command Line Arguments for CPP"
 
@@ -298,7 +202,7 @@ def expect_at_anchor(browser, number, heading):
 
 def check_frame_page(browser, work):
     browser.load(work / "rep.html")
-    browser.picture("frame-page.png")
+    browser.picture(PICTURES / "frame-page.png")
     same("the title", browser.script("return document.title"), "CPP information for rep.html")
     if browser.script("return document.querySelectorAll('frame').length") == 0:
         note = browser.script("return getComputedStyle(document.body, '::before').content")
@@ -319,7 +223,7 @@ def check_framed(browser, work):
         browser.to_frame("main")
         expect_at_anchor(browser, number, heading)
         browser.to_frame(None)
-    browser.picture("framed.png")
+    browser.picture(PICTURES / "framed.png")
 
 
 def check_contents_page(browser, work):
@@ -329,7 +233,7 @@ def check_contents_page(browser, work):
     browser.click_link(SYMBOL_TABLE)
     contents = browser.to_other_window()
     expect_at_anchor(browser, 1, SYMBOL_TABLE)
-    browser.picture("content-page.png")
+    browser.picture(PICTURES / "content-page.png")
     browser.close_window(contents)
 
 
@@ -376,16 +280,6 @@ def make_report(prefix, work):
     same("the run that makes the report",
          run([prefix / "bin/cpp"] + REPORT_COMMAND[1:], work), (0, "", ""))
     shutil.copy(prefix / "examples/udf_styles.css", work)
-
-
-def have_browser():
-    def is_here():
-        return all(shutil.which(name) for name in ("chromium", "chromedriver"))
-    if not is_here():
-        subprocess.run(["sh", "-c", ". cmake/setup.sh; need chromium chromium; "
-                        "need chromedriver chromium-driver; install_missing"],
-                       cwd=ROOT, check=False)
-    return is_here()
 
 
 # ---- The run ----
