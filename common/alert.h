@@ -163,6 +163,19 @@ void alert_set_echo(void (*echo)(const char16_t* line, const char16_t* file));
 /// with lines of its own by alert_printf. Null: none.
 void alert_set_notes(void (*notes)());
 
+/// A message that has been put together, for those who keep a record of them.
+struct alert_report {
+  alert_type type;
+  std::uint32_t number;   ///< 0: it has none
+  const char16_t* file;   ///< null: no place
+  std::uint32_t line;     ///< 0: not known
+  std::string_view text;  ///< without its number
+};
+
+/// Installs the function that is told of each message that is shown, before it is written. Null:
+/// none.
+void alert_set_listener(void (*listener)(const alert_report& report));
+
 /// Installs the function that ends the run; it must not return. Null: std::exit.
 void alert_set_exit(void (*leave)(int status));
 

@@ -79,6 +79,7 @@ struct hooks {
   void (*before)() = nullptr;
   void (*echo)(const char16_t* line, const char16_t* file) = nullptr;
   void (*notes)() = nullptr;
+  void (*listener)(const alert_report& report) = nullptr;
   void (*leave)(int status) = nullptr;
 };
 
@@ -218,15 +219,17 @@ void expand_errno(const char* text, char* out) {
   out[length] = 0;
 }
 
-// Fills text_buf with the message text, in the classic layout with its number before it.
-void format_message(branch kind, std::uint32_t number, const char* text,
-                    std::span<const format_arg> args) {
+// Fills text_buf with the message text, in the classic layout with its number before it. Returns
+// how much of it is that.
+std::size_t format_message(branch kind, std::uint32_t number, const char* text,
+                           std::span<const format_arg> args) {
   std::size_t prefix = 0;
   if (now.looks->number_before_text && kind != message_branch)
     prefix = format_text(text_buf, sizeof text_buf, "(%u) ", number);
   char work[work_limit + 1];
   expand_errno(text, work);
   format_text(text_buf + prefix, text_limit - prefix + 1, work, args);
+  return prefix;
 }
 
 // ---------------------------------------------------------------------------------------------
@@ -424,10 +427,18 @@ constexpr layout classic_layout = {true, false, lay_out_classic};
 constexpr layout template_layout = {false, false, lay_out_template};
 constexpr layout gcc_layout = {false, true, lay_out_gcc};
 
+// The message in text_buf, whose text begins behind `prefix` characters.
+alert_report report_of(alert_type type, std::uint32_t number, std::size_t prefix) {
+  const char16_t* const file = now.no_line || now.no_file ? nullptr : now.where.file;
+  const std::uint32_t line = file != nullptr && now.where.line != nullptr ? *now.where.line : 0;
+  return {type, number, file, line, std::string_view(text_buf).substr(prefix)};
+}
+
 void emit(alert_type type, std::uint32_t number, const char* text,
           std::span<const format_arg> args) {
   line_buf.length = 0;
-  format_message(branch_of(type), number, text, args);
+  const std::size_t prefix = format_message(branch_of(type), number, text, args);
+  if (installed.listener) installed.listener(report_of(type, number, prefix));
   now.looks->lay_out(type, number);
   write_line();
   if (now.looks->has_notes && type != ALERT_MESSAGE && installed.notes) installed.notes();
@@ -585,6 +596,10 @@ void alert_set_echo(void (*echo)(const char16_t* line, const char16_t* file)) {
 
 void alert_set_notes(void (*notes)()) {
   installed.notes = notes;
+}
+
+void alert_set_listener(void (*listener)(const alert_report& report)) {
+  installed.listener = listener;
 }
 
 void alert_set_exit(void (*leave)(int status)) {

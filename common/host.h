@@ -245,6 +245,9 @@ const char* error_text(int error);
 /// Returns a number that nobody can foresee.
 std::uint64_t unforeseeable();
 
+/// Returns the nanoseconds of a clock that only runs forward, from some moment of the past.
+std::uint64_t monotonic_ns();
+
 /// Returns eight letters and digits that nobody can foresee, for a temporary name.
 std::string fresh_name();
 

@@ -629,6 +629,13 @@ const char* error_text(int error) {
   return error == error_in_use ? in_use_text : std::strerror(error);
 }
 
+std::uint64_t monotonic_ns() {
+  timespec now{};
+  ::clock_gettime(CLOCK_MONOTONIC, &now);
+  return static_cast<std::uint64_t>(now.tv_sec) * 1000000000U +
+         static_cast<std::uint64_t>(now.tv_nsec);
+}
+
 std::uint64_t unforeseeable() {
   std::uint64_t bits = 0;
   if (::getrandom(&bits, sizeof bits, 0) != static_cast<ssize_t>(sizeof bits)) {

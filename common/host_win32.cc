@@ -452,6 +452,18 @@ std::uint64_t unforeseeable() {
   return std::uint64_t{high} << 32 | low;
 }
 
+std::uint64_t monotonic_ns() {
+  LARGE_INTEGER frequency;
+  LARGE_INTEGER now;
+  ::QueryPerformanceFrequency(&frequency);
+  ::QueryPerformanceCounter(&now);
+  // In two steps, since the ticks of some weeks times 10^9 do not fit.
+  constexpr std::uint64_t second = 1000000000U;
+  const auto ticks = static_cast<std::uint64_t>(now.QuadPart);
+  const auto rate = static_cast<std::uint64_t>(frequency.QuadPart);
+  return ticks / rate * second + ticks % rate * second / rate;
+}
+
 std::string fresh_name() {
   constexpr std::string_view digits = "0123456789abcdefghijklmnopqrstuv";
   std::uint64_t bits = unforeseeable();
