@@ -2,6 +2,7 @@
 
 #include "common/alert.h"
 #include "common/outfile.h"
+#include "cpp/observe.h"
 
 namespace kv::cpp {
 
@@ -20,8 +21,13 @@ constinit bool discarding = false;
 // The last byte that has left the block.
 constinit unsigned char last_gone = '\n';
 
+// The bytes that have left the block.
+constinit std::uint64_t gone = 0;
+
 void write(const void* p, std::size_t n) {
+  gone += n;
   if (n == 0 || discarding) return;
+  const observe::timed time(run_phase::output);
   last_gone = static_cast<const unsigned char*>(p)[n - 1];
   if (!output.write(p, n)) alert_leave(1);
 }
@@ -30,7 +36,19 @@ std::size_t gathered() {
   return static_cast<std::size_t>(out_next - out_block);
 }
 
+// Empties the block without writing it. Returns what was in it.
+std::size_t drop_gathered() {
+  const std::size_t n = gathered();
+  gone += n;
+  out_next = out_block;
+  return n;
+}
+
 }  // namespace
+
+std::uint64_t out_count() {
+  return gone + gathered();
+}
 
 bool out_at_line_start() {
   return (out_next != out_block ? out_next[-1] : last_gone) == '\n';
@@ -59,13 +77,13 @@ void out_large(const void* p, std::size_t n) {
 }
 
 void out_discard(bool on) {
-  out_next = out_block;
+  drop_gathered();
   discarding = on;
 }
 
 void out_finish() {
-  const std::size_t n = gathered();
-  out_next = out_block;
+  const observe::timed time(run_phase::output);
+  const std::size_t n = drop_gathered();
   output.finish(out_block, n);
 }
 
@@ -74,7 +92,7 @@ void out_remove() {
 }
 
 void out_leave_alone(bool remove_new) {
-  out_next = out_block;
+  drop_gathered();
   output.leave_alone(remove_new);
 }
 

@@ -3,6 +3,7 @@
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
 #include <cstring>
 #include <string_view>
 
@@ -21,6 +22,9 @@ bool out_open(const char* path, bool replace);
 
 /// Writes what has gathered. Ends the run with status 1 when that fails.
 void out_flush();
+
+/// The bytes appended so far, those that went nowhere included.
+std::uint64_t out_count();
 
 /// Whether nothing has been written behind the last newline.
 bool out_at_line_start();

@@ -40,6 +40,7 @@ struct symbol {
   std::uint32_t frame_refs;  ///< expansion frames that refer to it
   retired_body* retired;     ///< bodies it had before that may still be read
   bool removed;              ///< out of the table, waiting for frame_refs to reach 0
+  bool from_command_line;    ///< entered by -D
   const char* def_file;      ///< file of the first #define, null for start-up and command-line
                              ///< macros; not owned
   std::int32_t def_line;     ///< line of that #define
