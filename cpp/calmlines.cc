@@ -11,6 +11,7 @@
 #include "cpp/define.h"
 #include "cpp/lanes.h"
 #include "cpp/lanescan.h"
+#include "cpp/observe.h"
 #include "cpp/options.h"
 #include "cpp/reader.h"
 #include "cpp/scan.h"
@@ -38,25 +39,28 @@ bool ends_here(calm_line& in) {
 }
 
 // A directive that takes a name and nothing else: reads it. Returns false where the line refuses.
-bool lone_name(calm_line& in, symbol*& sym) {
+bool lone_name(calm_line& in, calm_line::word& name) {
   const int c = skip_white(in);
   if (char_class(c) != CT_LETTER) return false;
-  const calm_line::word name = in.scan_word(c);
-  sym = sym_find(name.start, name.len);
+  name = in.scan_word(c);
   return ends_here(in);
 }
 
 bool open_name_group(calm_line& in, bool wants_defined) {
-  symbol* sym;
-  if (!groups_fit(1) || !lone_name(in, sym)) return false;
+  calm_line::word name;
+  if (!groups_fit(1) || !lone_name(in, name)) return false;
+  const symbol* const sym = sym_find(name.start, name.len);
+  const bool known = sym != nullptr && sym->disable == 0;
+  if (observing) observe::name_tested(name.start, name.len, known);
   open_group(true);
-  choose_branch((sym != nullptr && sym->disable == 0) == wants_defined);
+  choose_branch(known == wants_defined);
   return true;
 }
 
 bool undefine(calm_line& in) {
-  symbol* sym;
-  if (!lone_name(in, sym)) return false;
+  calm_line::word name;
+  if (!lone_name(in, name)) return false;
+  symbol* const sym = sym_find(name.start, name.len);
   if (sym != nullptr) sym_remove(sym);
   return true;
 }

@@ -5,6 +5,7 @@
 
 #include "common/alert.h"
 #include "cpp/frames.h"
+#include "cpp/observe.h"
 #include "cpp/reader.h"
 
 namespace kv::cpp {
@@ -38,11 +39,13 @@ bool groups_fit(int n) {
 void open_group(bool live) {
   if (!groups_fit(1)) alert_msg_fatal(144);
   *++cond_top = {static_cast<std::uint8_t>(live ? COND_LIVE : 0), cur_line};
+  if (observing) observe::group_opened(live);
 }
 
 void choose_branch(bool chosen) {
   compiling = chosen;
   if (chosen) cond_top->flags |= COND_TAKEN;
+  if (observing) observe::branch_decided(chosen);
 }
 
 bool group_is_open() {
@@ -62,6 +65,7 @@ void enter_else() {
   if ((cond_top->flags & COND_LIVE) != 0) {
     compiling = (cond_top->flags & COND_TAKEN) == 0 && !compiling;
   }
+  if (observing) observe::else_entered();
 }
 
 void move_group() {
@@ -73,6 +77,7 @@ void close_group() {
   if (live && !compiling) need_linemark = true;
   compiling = live;
   --cond_top;
+  if (observing) observe::group_closed();
 }
 
 bool outermost_open_group(int& line) {

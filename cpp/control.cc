@@ -19,6 +19,7 @@
 #include "cpp/define.h"
 #include "cpp/ifexpr.h"
 #include "cpp/include.h"
+#include "cpp/observe.h"
 #include "cpp/options.h"
 #include "cpp/outbuf.h"
 #include "cpp/output.h"
@@ -65,6 +66,7 @@ void missing_argument() {
 
 // The condition of #if and #elif. Without one, `compiling` stays as it is.
 void read_condition() {
+  if (observing) observe::condition_begins();
   const int c = skip_ws();
   unget();
   if (ends_line(c)) {
@@ -77,7 +79,9 @@ void read_condition() {
 void read_name_condition(bool wants_defined) {
   const int c = skip_ws();
   if (char_class(c) == CT_LETTER) {
-    choose_branch((is_macro(c) != nullptr) == wants_defined);
+    const bool known = is_macro(c) != nullptr;
+    if (observing) observe::name_tested(token_text(), token_len, known);
+    choose_branch(known == wants_defined);
     return;
   }
   if (ends_line(c)) unget();

@@ -7,6 +7,7 @@
 #include <array>
 #include <cstdlib>
 #include <string>
+#include <vector>
 
 #include "common/alert.h"
 #include "common/format.h"
@@ -16,6 +17,7 @@
 #include "cpp/diag.h"
 #include "cpp/macro_area.h"
 #include "cpp/number.h"
+#include "cpp/observe.h"
 #include "cpp/options.h"
 #include "cpp/outbuf.h"
 #include "cpp/output.h"
@@ -56,6 +58,15 @@ struct definition {
       if (params[static_cast<std::size_t>(n)] == w) return n;
     }
     return -1;
+  }
+
+  std::vector<std::string> param_names() const {
+    std::vector<std::string> names;
+    for (int n = 0; n < nargs; ++n) {
+      const word& w = params[static_cast<std::size_t>(n)];
+      names.emplace_back(w.start, w.start + w.len);
+    }
+    return names;
   }
 };
 
@@ -250,6 +261,7 @@ void do_define() {
   if (read_definition(in, def)) {
     sym_set_body(sym, work_end(), work_len);
     sym->nargs = def.nargs;
+    if (observing) observe::macro_defined(sym, def.param_names());
     if (settings.macro_report) report_macro(sym);
     if (known && (old_body == nullptr || str16_cmp(old_body, sym->body) != 0)) {
       alert_msg(111, alert_str(sym->name), shown_path(sym->def_file), sym->def_line);
@@ -271,15 +283,18 @@ bool define_calmly(calm_line& in) {
   if (!read_definition(in, def) || in.refused()) return false;
   symbol* sym = sym_find(def.name.start, def.name.len);
   if (sym != nullptr) {
-    return sym->disable == 0 && sym->body != nullptr && sym->nargs == def.nargs &&
-           sym->body_len == work_len &&
-           std::equal(sym->body, sym->body + work_len, work_buf.begin());
+    const bool same = sym->disable == 0 && sym->body != nullptr && sym->nargs == def.nargs &&
+                      sym->body_len == work_len &&
+                      std::equal(sym->body, sym->body + work_len, work_buf.begin());
+    if (same && observing) observe::macro_defined(sym, def.param_names());
+    return same;
   }
   sym = sym_enter_new(def.name.start, def.name.len);
   sym->def_line = cur_line;
   sym->def_file = cur_frame->file->path;
   sym_set_body(sym, work_end(), work_len);
   sym->nargs = def.nargs;
+  if (observing) observe::macro_defined(sym, def.param_names());
   return true;
 }
 

@@ -26,11 +26,13 @@
 #include "cpp/diag.h"
 #include "cpp/expand.h"
 #include "cpp/include.h"
+#include "cpp/observe.h"
 #include "cpp/options.h"
 #include "cpp/outbuf.h"
 #include "cpp/output.h"
 #include "cpp/reader.h"
 #include "cpp/report.h"
+#include "cpp/report_page.h"
 #include "cpp/scan.h"
 #include "cpp/textlane.h"
 
@@ -316,7 +318,15 @@ void end_output(int status) {
   if (settings.delete_on_error && (status != 0 || writing_failed())) out_remove();
 }
 
+// Whether all input has been read. A run that ends before still tells what it has done.
+bool all_read = false;
+
+void end_page(int status) {
+  if (observing) page_write(observe::end(status, all_read));
+}
+
 [[noreturn]] void finish(int pending) {
+  all_read = true;
   if (pending > 0) put_char_out('\n');
   report_open_group();
   if (dumps_macros()) write_dump();
@@ -332,8 +342,10 @@ void run(int argc, char** argv) {
   start(argc, argv);
   int pending = 0;
   for (;;) {
+    if (observing) observe::directives();
     const line_start line = find_text_line(pending);
     if (line.c == 0) finish(line.pending);
+    if (observing) observe::text_line();
     pending = write_text_line(line);
   }
 }
@@ -344,6 +356,7 @@ void cpp_exit(int status) {
   }
   end_output(status);
   report_end();
+  end_page(status);
   db_close();
   std::exit(writing_failed() ? 1 : status);
 }

@@ -16,6 +16,7 @@
 #include "cpp/lanes.h"
 #include "cpp/lanescan.h"
 #include "cpp/macro_area.h"
+#include "cpp/observe.h"
 #include "cpp/options.h"
 #include "cpp/replacement.h"
 #include "cpp/report.h"
@@ -86,26 +87,29 @@ expansion expand(symbol* sym);
 
 // ---- Replacement: the body becomes an expansion frame.
 
-// Pushes the replacement of `sym` as the frame to read next; `call` holds the arguments, if it
-// takes any.
-void push_replacement(symbol* sym, const macro_call* call) {
-  push_expansion(sym);
-  if (sym->body == nullptr) return;
+// Makes the frame on top, an expansion of `sym`, read what its body and `args` come to.
+void set_replacement(const symbol* sym, const call_arguments& args) {
   bool references = sym->has_references;
   if (!sym->has_operators && sym->body_len < frame_capacity) {
     read_body();
   } else {
     replacement made{frame_text_room(), frame_capacity};
-    made.make(sym,
-              call != nullptr ? call_arguments{call->args.data(), call->count} : call_arguments{});
+    made.make(sym, args);
     for (int n = 0; n < made.stray_stringizes; ++n) alert_msg(172);
     if (made.full) alert_msg_fatal(153, alert_str(sym->name));
     keep_frame_text(made.text, made.len);
     references = made.references > 0;
   }
-  if (references && call != nullptr && call->count > 0 && sym->nargs > 0) {
-    keep_arguments(call->args.data(), call->count, macro_area_ptr);
+  if (references && args.count > 0 && sym->nargs > 0) {
+    keep_arguments(args.texts, args.count, macro_area_ptr);
   }
+}
+
+// Pushes the replacement of `sym` as the frame to read next; `args` are given if it takes any.
+void push_replacement(symbol* sym, const call_arguments& args) {
+  push_expansion(sym);
+  if (sym->body != nullptr) set_replacement(sym, args);
+  if (observing) observe::replaced(sym, args);
 }
 
 // ---- Arguments.
@@ -344,6 +348,8 @@ bool find_open_paren() {
       space = true;
     } else if (c != MARK_EXP_END) {
       break;
+    } else if (observing) {
+      observe::looks_for_call();
     }
   }
   if (c == '(') return true;
@@ -375,13 +381,15 @@ expansion expand(symbol* sym) {
       push_file_name(sym);
       return expansion::done;
     case NARGS_OBJECT:
-      push_replacement(sym, nullptr);
+      push_replacement(sym, {});
       return expansion::done;
     default:
       break;
   }
   if (sym->nargs < 0) alert_msg_fatal(150, alert_str(sym->name));
-  if (!find_open_paren()) return expansion::none;
+  const bool is_call = find_open_paren();
+  if (observing) observe::looked_for_call(is_call);
+  if (!is_call) return expansion::none;
   open_calls.emplace_back(sym, macro_area_ptr, cur_line);
   return expansion::call_opened;
 }
@@ -494,7 +502,7 @@ void complete_call() {
     }
     const macro_call& call = open_calls.back();
     check_argument_count(call);
-    push_replacement(call.macro, &call);
+    push_replacement(call.macro, {call.args.data(), call.count});
     macro_area_ptr = call.area_mark;
     open_calls.pop_back();
     if (open_calls.size() == outside) return;

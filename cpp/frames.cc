@@ -9,6 +9,7 @@
 #include "common/alert.h"
 #include "common/osdep.h"
 #include "cpp/arena.h"
+#include "cpp/observe.h"
 #include "cpp/source.h"
 #include "cpp/symtab.h"
 
@@ -24,7 +25,7 @@ namespace {
 unsigned frames_pushed = 0;
 
 // A frame without a file, with no text yet, on top of the stack.
-input_frame* push_frame() {
+inline input_frame* push_frame() {
   auto* f = reinterpret_cast<input_frame*>(arena_alloc(sizeof(input_frame)));
   f->rdptr = f->line_end = nullptr;
   f->file = nullptr;
@@ -72,6 +73,7 @@ void push_file_frame(source_file* source, const char* path) {
   set_text(f, u"");
   f->depth = 0;
   cur_line = 1;
+  if (observing) observe::file_pushed(source, path);
 }
 
 void push_text(const unit* text) {
@@ -86,6 +88,7 @@ void push_value(const symbol* macro, const unit* text) {
   push_text(text);
   cur_frame->value_of = macro;
   ++cur_frame->depth;
+  if (observing) observe::replaced_by_place(macro);
 }
 
 void push_given_back(int c) {
@@ -148,11 +151,13 @@ void remove_text_frame() {
   } else if (f->arg_of != nullptr) {
     ++f->arg_of->disable;
   }
+  if (observing) observe::text_ends();
   drop_top_frame();
 }
 
 void remove_file_frame() {
   file_input& file = *cur_frame->file;
+  if (observing) observe::file_ended();
   source_close(file.source);
   std::free(const_cast<unit*>(file.line_name));
   file.line_name = nullptr;

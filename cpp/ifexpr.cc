@@ -12,6 +12,7 @@
 #include "cpp/ifsizeof.h"
 #include "cpp/lanes.h"
 #include "cpp/lanescan.h"
+#include "cpp/observe.h"
 #include "cpp/options.h"
 #include "cpp/reader.h"
 #include "cpp/scan.h"
@@ -420,7 +421,8 @@ defined_name calm_defined_name(unsigned char* p) {
 
 // The value of a macro that is nothing but a number; false for all others.
 bool number_of(const symbol* macro, if_operand& value) {
-  if (macro->nargs != NARGS_OBJECT || macro->disable != 0 || settings.macro_report) return false;
+  if (macro->nargs != NARGS_OBJECT || macro->disable != 0) return false;
+  if (settings.macro_report || observing) return false;
   const unit* p = macro->body;
   if (p == nullptr || char_class(*p) != CT_DIGIT) return false;
   value = read_number(*p++, [&] { return int{*p++}; });
@@ -441,12 +443,16 @@ bool evaluator::take_calm_word(unsigned char* p, token& found) {
   } else if (word == "defined") {
     const defined_name name = calm_defined_name(behind);
     if (name.start == nullptr) return false;
-    const symbol* known = sym_find(name.start, static_cast<std::size_t>(name.end - name.start));
-    found = give(known != nullptr && known->disable == 0 ? 1 : 0, true);
+    const auto name_len = static_cast<std::size_t>(name.end - name.start);
+    const symbol* known = sym_find(name.start, name_len);
+    const bool is_known = known != nullptr && known->disable == 0;
+    if (observing) observe::name_tested(name.start, name_len, is_known);
+    found = give(is_known ? 1 : 0, true);
     behind = name.behind;
   } else if (word == "sizeof") {
     return false;
   } else {
+    if (observing) observe::name_unknown(word);
     found = give(0, true);
   }
   cur_frame->rdptr = behind;
@@ -537,6 +543,7 @@ token evaluator::identifier() {
     std::uint32_t size = 0;
     return eval_sizeof(size) ? give(size, false) : stop();
   }
+  if (observing) observe::name_unknown(alert_str(name));
   return give(0, true);
 }
 
@@ -546,6 +553,7 @@ token evaluator::defined_operand() {
   if (parenthesised) c = skip_ws();
   if (char_class(c) != CT_LETTER) return fail_at(c, 127);
   const bool known = is_macro(c) != nullptr;
+  if (observing) observe::name_tested(token_text(), token_len, known);
   if (parenthesised && (c = skip_ws()) != ')') return fail_at(c, 127);
   return give(known ? 1 : 0, true);
 }
@@ -688,6 +696,7 @@ void evaluator::take_operand() {
   } else {
     values[nvalues++] = operand;
     have_operand = true;
+    if (observing) observe::operand_seen(operand.value, operand.is_signed);
   }
 }
 
@@ -698,6 +707,7 @@ void evaluator::take_operator() {
     return;
   }
   have_operand = (info.rank & leaves_operand) != 0;
+  if (observing && code != IFOP_EOE) observe::operator_seen(info.name);
   const bool prefix = (code >= IFOP_UPLUS && code <= IFOP_NOT) || code == IFOP_LPAREN;
   if (prefix || reduce_for(code)) stack(code);
 }

@@ -29,6 +29,7 @@
 #include "cpp/expand.h"
 #include "cpp/guard.h"
 #include "cpp/lanes.h"
+#include "cpp/observe.h"
 #include "cpp/options.h"
 #include "cpp/reader.h"
 #include "cpp/scan.h"
@@ -216,6 +217,7 @@ bool open_include(known_header& known) {
   if (file != nullptr) {
     push_file(file, known.text);
   } else {
+    if (observing) observe::file_spared(known.text);
     pass_over_file();
     newlines_passed_over = h.guard.newlines;
   }
@@ -342,6 +344,8 @@ int do_include() {
 }
 
 bool find_include(const char* name, bool quoted) {
+  const observe::timed time(run_phase::reading);
+  if (observing) observe::include_named(quoted);
   const std::size_t name_len = std::strlen(name);
   const bool rooted = is_separator(name[0]);
   std::string& path = candidate_path();

@@ -341,7 +341,7 @@ std::string call_text(const std::string& name, const call_step& step, bool takes
   return cut(text + ')');
 }
 
-// From here to text_ended() a call in a file is carried out.
+// From here to end_call() a call in a file is carried out.
 void begin_call() {
   watcher& o = w();
   change_phase(run_phase::expansion);
@@ -785,21 +785,19 @@ void replaced_by_place(const symbol* sym) {
   const int number = macro_number(sym);
   count_expansion(number);
   const followed_call& top = w().top;
-  const bool has_text = cur_frame != nullptr && cur_frame->file == nullptr;
-  if (number < 0 || !has_text) return;
-  if (top.active && top.call >= 0) {
-    call_step step = make_step(number, {});
-    add_step(std::move(step));
-  }
+  if (number < 0) return;
+  if (top.active && top.call >= 0) add_step(make_step(number, {}));
   observed_condition* const c = current_condition();
   if (c == nullptr || top.active) return;
   c->names.push_back({macro_record(number)->name, visible(cur_frame->text), false});
 }
 
-void expansion_ends() {
+void text_ends() {
   followed_call& top = w().top;
+  if (!top.active || top.open > 0) return;
+  const bool is_expansion = cur_frame->macro != nullptr || cur_frame->value_of != nullptr;
   const input_frame* const below = cur_frame->parent;
-  if (!top.active || top.open > 0 || (below != nullptr && below->depth > 0)) return;
+  if (!is_expansion || (below != nullptr && below->depth > 0)) return;
   top.ended = true;
   if (!top.looking) end_call();
 }

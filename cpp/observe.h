@@ -98,10 +98,10 @@ void looks_for_call();
 void looked_for_call(bool is_call);
 /// The replacement of `sym` is the frame on top.
 void replaced(const symbol* sym, const call_arguments& args);
-/// __LINE__ or __FILE__ was replaced.
+/// What __LINE__ or __FILE__ came to is the frame on top.
 void replaced_by_place(const symbol* sym);
-/// The expansion frame on top is about to be removed.
-void expansion_ends();
+/// The text frame on top is about to be removed.
+void text_ends();
 
 // ---- Conditions.
 

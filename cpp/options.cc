@@ -27,9 +27,11 @@
 #include "cpp/driver.h"
 #include "cpp/ifsizeof.h"
 #include "cpp/include.h"
+#include "cpp/observe.h"
 #include "cpp/outbuf.h"
 #include "cpp/reader.h"
 #include "cpp/report.h"
+#include "cpp/report_page.h"
 #include "cpp/scan.h"
 #include "cpp/symtab.h"
 #include "cpp/usage.h"
@@ -69,10 +71,11 @@ std::u16string widened(std::string_view text) {
   return wide;
 }
 
-void define_object(std::string_view name, std::string_view value) {
+symbol* define_object(std::string_view name, std::string_view value) {
   symbol* sym = sym_enter(widened(name).c_str(), false);
   sym->nargs = NARGS_OBJECT;
   sym_set_body(sym, widened(value).c_str(), value.size());
+  return sym;
 }
 
 // ---- The options. `arg` is the whole argument, `rest` what follows the spelling or is the next
@@ -153,11 +156,9 @@ void opt_comments(const option_call&) {
 void opt_define(const option_call& o) {
   const std::string_view text = o.rest;
   const auto equals = text.find('=');
-  if (equals == text.npos) {
-    define_object(text, "1");
-  } else {
-    define_object(text.substr(0, equals), text.substr(equals + 1));
-  }
+  const bool has_value = equals != text.npos;
+  define_object(text.substr(0, equals), has_value ? text.substr(equals + 1) : "1")
+      ->from_command_line = true;
 }
 
 void opt_errors(const option_call& o) {
@@ -261,6 +262,14 @@ void opt_udf(const option_call& o) {
   report_open(o.rest);
 }
 
+void opt_report(const option_call& o) {
+  if (o.rest[0] == 0) {
+    alert_typed("E", "option \"%s\" names no file", o.arg);
+  } else {
+    page_open(o.rest);
+  }
+}
+
 void opt_msgdisable(const option_call& o) {
   alert_msgdisable(o.rest);
 }
@@ -328,6 +337,8 @@ constexpr option options[] = {
     {{in_output, "-dM", "", "write the definitions of all macros instead"}, opt_dump},
     {{in_output, "-F", "NAME", "the input's name in markers, __FILE__ and rules"}, opt_file_name},
     {{in_output, "--udf=", "FILE", "write the HTML report of the macros"}, opt_udf},
+    {{in_output, "--report=", "FILE", "write a page of what the run did, or its data as FILE.json"},
+     opt_report},
 
     {{in_macros, "-D", "NAME[=VALUE]", "define a macro, as 1 or as the value"}, opt_define},
     {{in_macros, "-U", "NAME", "remove a macro"}, opt_undefine},
@@ -484,6 +495,9 @@ int parse_options(int argc, char** argv, const char* cmd_file_arg) {
   if (significant > ident_max_most) significant = ident_max_most;
   set_ident_max(significant);
   if (settings.macro_report) report_command_line(argc, command_line.data());
+  if (page_is_open()) {
+    observe::begin({command_line.begin(), command_line.end()}, nfiles > 1 ? argv[1] : "-");
+  }
   if (nfiles > 3) alert_msg(110);
   return nfiles;
 }

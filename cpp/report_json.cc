@@ -76,7 +76,7 @@ std::string manual_path() {
   directory.erase(std::min(directory.rfind('/'), directory.size()));
   for (const std::string_view place :
        {"/../docs/messages.md", "/../../../share/doc/vex-cpp/docs/messages.md"}) {
-    const std::string path = directory + std::string(place);
+    std::string path = directory + std::string(place);
     if (host::is_regular_file(path.c_str())) return path;
   }
   return {};

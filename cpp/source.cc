@@ -12,6 +12,7 @@
 #include "common/alert.h"
 #include "common/alloc.h"
 #include "common/host.h"
+#include "cpp/observe.h"
 
 namespace kv::cpp {
 
@@ -29,6 +30,7 @@ source_file* free_sources = nullptr;
 // Reads up to `room` bytes to `to`; 0 at the end.
 long read_some(source_file* f, unsigned char* to, std::size_t room) {
   if (f->fd >= 0) {
+    const observe::timed time(run_phase::reading);
     const long n = host::read_block(f->fd, to, room);
     if (n < 0) alert_msg_fatal(141, f->name.kind, f->name.path);
     return n;
@@ -49,6 +51,7 @@ void read_until(source_file* f, std::ptrdiff_t wanted) {
     if (n <= 0) {
       f->at_end = true;
     } else {
+      if (observing) observe::block_read(f, f->limit, static_cast<std::size_t>(n));
       f->limit += n;
     }
   }

@@ -16,6 +16,7 @@
 #include "common/alloc.h"
 #include "common/osdep.h"
 #include "common/text_hash.h"
+#include "cpp/observe.h"
 #include "cpp/reader.h"
 #include "cpp/scan.h"
 
@@ -313,6 +314,7 @@ symbol* sym_enter_new(const unsigned char* name, std::size_t len) {
 }
 
 void sym_remove(symbol* sym) {
+  if (observing) observe::macro_removed(sym);
   chain_remove(sym);
   index_remove(sym);
   sym->removed = true;
