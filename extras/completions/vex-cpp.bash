@@ -22,6 +22,7 @@ _vex_cpp() {
     --output=*) _vex_cpp_behind --output= -f ;;
     --markers=*) _vex_cpp_behind --markers= -W 'gcc' ;;
     --udf=*) _vex_cpp_behind --udf= -f ;;
+    --report=*) _vex_cpp_behind --report= -f ;;
     -I*) _vex_cpp_behind -I -d ;;
     --include=*) _vex_cpp_behind --include= -f ;;
     --dep=*) _vex_cpp_behind --dep= -f ;;
@@ -30,7 +31,7 @@ _vex_cpp() {
     -E*) _vex_cpp_behind -E -f ;;
     --edf=*) _vex_cpp_behind --edf= -f ;;
     -*)
-      COMPREPLY=($(compgen -W '--help --version --ver --cmode= -o --output= --delete_on_error --markers= -C -dM -F --udf= -D -U -N -S -I --include= -H -V --dep= --dep_target= --dep_phony -L --dep_nosys -W --Werror --Wno-error --msgdisable= --disl= --emax= --messages= -E --edf= --kvdebug=' -- "$word"))
+      COMPREPLY=($(compgen -W '--help --version --ver --cmode= -o --output= --delete_on_error --markers= -C -dM -F --udf= --report= -D -U -N -S -I --include= -H -V --dep= --dep_target= --dep_phony -L --dep_nosys -W --Werror --Wno-error --msgdisable= --disl= --emax= --messages= -E --edf= --kvdebug=' -- "$word"))
       [[ ${COMPREPLY[0]} == *= || ${COMPREPLY[0]} == -[FDUNSILWE] ]] && compopt -o nospace
       ;;
     @*) _vex_cpp_behind @ -f ;;
