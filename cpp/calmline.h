@@ -7,8 +7,8 @@
 // included, the line refuses, and the same grammar reads it again from the reader.
 //
 // Both inputs have get() and unget() of one unit, raw() for the text of literals, scan_word() for
-// the identifier that begins with a unit, keep() to have such a word for longer, and tell() for
-// messages.
+// the identifier that begins with a unit, keep() to have such a word for longer, tell() for
+// messages, and line_left() to say that a newline has become text of the directive.
 #pragma once
 
 #include <cstddef>
@@ -60,6 +60,7 @@ class plain_line {
     alert_msg(number, args...);
   }
   static void too_many_params() { alert_msg_fatal(148); }
+  static void line_left() { need_linemark = true; }
 };
 
 /// A line that lies in a file's block, as an input. Nothing is changed by reading it.
@@ -93,6 +94,7 @@ class calm_line {
     refuse();
   }
   void too_many_params() { refuse(); }
+  void line_left() { refuse(); }
 
   /// Whether something in the line is not calm. What has been read since is worth nothing.
   bool refused() const { return refused_; }

@@ -130,7 +130,7 @@ void save_quoted(Input& in, int quote) {
   while (c != quote && !ends_line(c)) {
     work_save(c);
     if (c == '\\' && (c = in.get()) != 0) {
-      if (c == '\n') need_linemark = true;
+      if (c == '\n') in.line_left();
       work_save(c);
     }
     c = in.get();
@@ -160,7 +160,7 @@ void save_unit(Input& in, const definition<Input>& def, int c) {
       work_save(c);
       c = in.get();
       if (c == 0) break;
-      if (c == '\n') need_linemark = true;
+      if (c == '\n') in.line_left();
       work_save(c);
       break;
     default:
