@@ -169,6 +169,11 @@ void blank_addresses(std::string& text) {
   }
 }
 
+// A report tells what was read, and only the fast paths spare a guarded header its second reading.
+bool is_report(std::string_view text) {
+  return text.find("\"spared\":") != std::string_view::npos;
+}
+
 outcome ask(const server& of, const program_run& run) {
   the_setup->directory.fill(run.files);
   set_memory(stdin_fd, run.standard_input);
@@ -179,7 +184,10 @@ outcome ask(const server& of, const program_run& run) {
   result.out = memory_text(stdout_fd);
   result.err = memory_text(stderr_fd);
   result.files = the_setup->directory.take();
-  for (auto& file : result.files) blank_addresses(file.second);
+  for (auto& file : result.files) {
+    blank_addresses(file.second);
+    if (is_report(file.second)) file.second = "a report";
+  }
   return result;
 }
 

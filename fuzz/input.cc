@@ -7,7 +7,7 @@
 namespace kv::fuzz {
 
 program_run plan_run(input_parts input) {
-  static constexpr std::array<std::string_view, 12> modes = {
+  static constexpr std::array<std::string_view, 13> modes = {
       "-W-9\n--emax=1000",
       "-W-9\n-C",
       "-W-9\n--cmode=tsasm",
@@ -20,6 +20,7 @@ program_run plan_run(input_parts input) {
       "",
       "-W-9\n--markers=gcc\n--messages=gcc\n--emax=1000",
       "-W-9\n--dep=rule\n--dep_phony\n--delete_on_error\n-oout.i",
+      "-W-9\n--report=report.htm",
   };
   std::size_t mode = 0;
   if (!input.first.empty()) {
