@@ -9,7 +9,8 @@
 //     CPP_FAULT_FD=D       tells each failure with a line on descriptor D
 //
 // The kinds are the first column of the table below. A file is closed even where closing it
-// fails, as it is on a real system. What the C library does before main() is not counted.
+// fails, as it is on a real system. What the C library does before main() and what is done at the
+// exit of the process, when all of the program's work is over, is not counted.
 
 #include <dirent.h>
 #include <fcntl.h>
@@ -22,6 +23,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <string_view>
+#include <utility>
 
 extern "C" ssize_t __real_write(int fd, const void* bytes, std::size_t n);
 
@@ -57,14 +59,18 @@ void report(const fault& of, const char* call, int fd) {
   __real_write(of.report_fd, line, static_cast<std::size_t>(length));
 }
 
-bool started = false;  // main() has been entered
+bool at_work = false;  // main() has been entered, exit() has not
+
+// minizip does not look whether it gets the memory that it asks for first when a file is added. The
+// program makes sure of it beforehand: the next allocation does not fail.
+bool is_sure = false;
 
 // True when this call of the kind is to fail; errno is then set. `fd` is the descriptor that the
 // call is about, -1 without one.
 bool fails(std::string_view kind, const char* call, int fd, int error) {
   static const fault wanted = read_fault();
   static unsigned long count = 0;
-  if (!started || kind != wanted.kind) return false;
+  if (!at_work || kind != wanted.kind) return false;
   ++count;
   if (count != wanted.number && (count < wanted.number || !wanted.and_later_ones)) return false;
   if (wanted.report_fd >= 0) report(wanted, call, fd);
@@ -124,16 +130,42 @@ FAULT("unlink", EIO, -1, -1, int, remove, (const char* path), (path))
 FAULT("rename", EIO, -1, -1, int, rename, (const char* from, const char* to), (from, to))
 FAULT("list", EIO, nullptr, -1, DIR*, opendir, (const char* path), (path))
 FAULT("list", EIO, nullptr, -1, dirent*, readdir, (DIR* directory), (directory))
-FAULT("alloc", ENOMEM, nullptr, -1, void*, malloc, (std::size_t size), (size))
 FAULT("alloc", ENOMEM, nullptr, -1, void*, calloc, (std::size_t n, std::size_t size), (n, size))
 FAULT("alloc", ENOMEM, nullptr, -1, void*, realloc, (void* block, std::size_t size),
       (block, size))
 // clang-format on
 
+/// From here on nothing fails.
+void cpp_faults_end() {
+  at_work = false;
+}
+
 int __real_main(int argc, char** argv);
 int __wrap_main(int argc, char** argv) {
-  started = true;
+  at_work = true;
+  std::atexit(cpp_faults_end);  // the last to be called, being the first
   return __real_main(argc, argv);
+}
+
+int __real_zipOpenNewFileInZip64(void* archive, const char* name, const void* info,
+                                 const void* local, unsigned local_size, const void* global,
+                                 unsigned global_size, const char* comment, int method, int level,
+                                 int is_large);
+int __wrap_zipOpenNewFileInZip64(void* archive, const char* name, const void* info,
+                                 const void* local, unsigned local_size, const void* global,
+                                 unsigned global_size, const char* comment, int method, int level,
+                                 int is_large) {
+  is_sure = true;
+  const int result = __real_zipOpenNewFileInZip64(archive, name, info, local, local_size, global,
+                                                  global_size, comment, method, level, is_large);
+  is_sure = false;
+  return result;
+}
+
+void* __real_malloc(std::size_t size);
+void* __wrap_malloc(std::size_t size) {
+  if (std::exchange(is_sure, false)) return __real_malloc(size);
+  return fails("alloc", "malloc", -1, ENOMEM) ? nullptr : __real_malloc(size);
 }
 
 // Those that take arguments as they need them.
