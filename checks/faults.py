@@ -28,8 +28,8 @@ KINDS = ("open", "read", "write", "close", "stat", "truncate", "duplicate", "mkd
          "rename", "list", "alloc")
 
 # Calls that ask something the program can do without: whether a name is stored as it is spelled,
-# where an installation is. What the trace tells may then be another story, and the warnings about
-# spelling may be missing.
+# where an installation is. What the trace and the page tell may then be another story, and the
+# warnings about spelling may be missing.
 QUESTIONS = ("open", "read", "stat", "list", "alloc")
 SPELLING = {"164", "165"}
 
@@ -54,7 +54,7 @@ INPUTS = {
 }
 OLD_TEXT = b"what was here before\n"
 BEFORE = {"kept.txt": OLD_TEXT}  # what the archive holds
-TRACES = ("trace.txt", "preprocessor-1.out", "new.zip", "kept.zip")
+TRACES = ("page.json", "trace.txt", "preprocessor-1.out", "new.zip", "kept.zip")
 BY_PRODUCTS = (*TRACES, "r.htm", "toc_r.htm", "main_r.htm")
 OUTPUTS = ("out.i", "r.htm", "trace.txt", "err.txt")
 COMMON = ["-W-9", "-Iinc/"]
@@ -66,6 +66,7 @@ SCENARIOS = {
     "definitions": [*COMMON, *TIMELESS, "-dM", "in.c", "out.i"],
     "dependencies": [*COMMON, "-Lgcc", "in.c", "out.i"],
     "report": [*COMMON, *TIMELESS, "--udf=r.htm", "in.c", "out.i"],
+    "report page": [*COMMON, *TIMELESS, "--report=page.json", "in.c", "out.i"],
     "trace": [*COMMON, "--kvdebug=on,adt,out:trace.txt", "in.c", "out.i"],
     "new archive": [*COMMON, "--kvdebug=on,zip:new.zip", "in.c", "out.i"],
     "kept archive": [*COMMON, "--kvdebug=on,zip:+kept.zip", "in.c", "out.i"],
@@ -93,7 +94,8 @@ def archive_of(path):
 
 
 def steady(text, directory):
-    """A text without the addresses that the trace tells, and without the directory's name."""
+    """A text without addresses of memory, times and the directory's name."""
+    text = re.sub(rb'(_ns":|phase_ns":|"started":)(\d+|{[^}]*}|"[^"]*")', rb"\1-", text)
     return re.sub(rb"0x[0-9a-f]{6,}", b"0x-", text).replace(os.fsencode(directory), b"DIR")
 
 
