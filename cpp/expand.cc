@@ -13,6 +13,7 @@
 #include "common/cmode.h"
 #include "common/format.h"
 #include "common/osdep.h"
+#include "cpp/argument.h"
 #include "cpp/lanes.h"
 #include "cpp/lanescan.h"
 #include "cpp/macro_area.h"
@@ -44,8 +45,8 @@ struct macro_call {
   int count = 0;    // complete arguments
   int paren_depth = 0;
   bool in_argument = false;
-  bool space_due = false;                  // white space passed over in the argument
-  std::array<unit*, max_macro_args> args;  // the first `count`, and the one being collected
+  bool space_due = false;                     // white space passed over in the argument
+  std::array<argument, max_macro_args> args;  // the first `count`, and the one being collected
 };
 
 // The calls being collected, the innermost last. All of them were opened above the nearest file, or
@@ -101,7 +102,7 @@ void set_replacement(const symbol* sym, const call_arguments& args) {
     references = made.references > 0;
   }
   if (references && args.count > 0 && sym->nargs > 0) {
-    keep_arguments(args.texts, args.count, macro_area_ptr);
+    keep_arguments(args.first, args.count, macro_area_ptr);
   }
 }
 
@@ -158,7 +159,7 @@ int begin_argument(macro_call& call) {
     if (c == ')') return c;
   }
   if (call.count == max_macro_args) alert_msg_fatal(151);
-  call.args[static_cast<std::size_t>(call.count)] = macro_area_ptr;
+  call.args[static_cast<std::size_t>(call.count)] = {macro_area_ptr, 0, 0, last_token::none};
   call.paren_depth = 0;
   call.in_argument = true;
   call.space_due = false;
@@ -185,6 +186,7 @@ struct argument_sink {
 
   static bool expands(const input_frame* f) { return f->macro == nullptr; }
   void blank() const { call.space_due = true; }
+  static bool has_room(std::size_t n) { return macro_area_room() > n; }
   expansion expand(symbol* sym) const { return cpp::expand(sym); }
 
   template <class Unit>

@@ -9,6 +9,7 @@
 #include "common/alert.h"
 #include "common/osdep.h"
 #include "cpp/arena.h"
+#include "cpp/argument.h"
 #include "cpp/observe.h"
 #include "cpp/source.h"
 #include "cpp/symtab.h"
@@ -120,14 +121,18 @@ void keep_frame_text(unit* text, std::size_t len) {
   set_text(cur_frame, text);
 }
 
-void keep_arguments(const unit* const* texts, int count, const unit* end) {
+void keep_arguments(const argument* args, int count, const unit* end) {
   const auto n = static_cast<std::size_t>(count);
-  const auto units = static_cast<std::size_t>(end - texts[0]);
-  auto** const args = alloc_with_frame<const unit*>(n);
+  const unit* const texts = args[0].text;
+  const auto units = static_cast<std::size_t>(end - texts);
+  auto* const kept = alloc_with_frame<argument>(n);
   auto* const copies = alloc_with_frame<unit>(units);
-  std::memcpy(copies, texts[0], units * sizeof(unit));
-  for (std::size_t i = 0; i < n; ++i) args[i] = copies + (texts[i] - texts[0]);
-  cur_frame->args = args;
+  std::memcpy(copies, texts, units * sizeof(unit));
+  for (std::size_t i = 0; i < n; ++i) {
+    kept[i] = args[i];
+    kept[i].text = copies + (args[i].text - texts);
+  }
+  cur_frame->args = kept;
   cur_frame->arg_count = count;
 }
 
@@ -137,7 +142,7 @@ void push_argument(int n) {
   if (macro == nullptr || n >= macro->nargs) alert_msg_fatal(152, n);
   if (n >= expansion->arg_count) return;
   input_frame* const f = push_frame();
-  set_text(f, expansion->args[n]);
+  set_text(f, expansion->args[n].text);
   f->arg_of = macro;
   --macro->disable;
 }

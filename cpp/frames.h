@@ -13,6 +13,7 @@
 
 namespace kv::cpp {
 
+struct argument;
 struct symbol;
 struct source_file;
 
@@ -35,17 +36,17 @@ struct input_frame {
   const unit* txptr;        ///< the next unit of the text; its zero stays the next one
   input_frame* parent;      ///< the frame below, null for the outermost
   file_input* file;
-  symbol* macro;            ///< expansion frames: the macro whose replacement this is
-  symbol* arg_of;           ///< argument frames: the macro whose argument this is
-  const symbol* value_of;   ///< what __LINE__ or __FILE__ came to: that macro
-  const unit* text;         ///< the text from its start
-  const unit* const* args;  ///< expansion frames: argument texts, null where none was given
-  int arg_count;            ///< entries in `args`
-  int saved_line;           ///< cur_line of this frame while another lies on top of it
-  int depth;                ///< expansions from here down to the nearest file, this one included
-  unsigned serial;          ///< the number of the frame in the order of pushing, from 1
-  bool at_end;              ///< expansion frames: MARK_EXP_END has been delivered
-  bool given_back;          ///< one unit that unget() has put back, to be delivered as it is
+  symbol* macro;           ///< expansion frames: the macro whose replacement this is
+  symbol* arg_of;          ///< argument frames: the macro whose argument this is
+  const symbol* value_of;  ///< what __LINE__ or __FILE__ came to: that macro
+  const unit* text;        ///< the text from its start
+  argument* args;          ///< expansion frames: the arguments, null where none was given
+  int arg_count;           ///< entries in `args`
+  int saved_line;          ///< cur_line of this frame while another lies on top of it
+  int depth;               ///< expansions from here down to the nearest file, this one included
+  unsigned serial;         ///< the number of the frame in the order of pushing, from 1
+  bool at_end;             ///< expansion frames: MARK_EXP_END has been delivered
+  bool given_back;         ///< one unit that unget() has put back, to be delivered as it is
 };
 
 /// The top of the frame stack, null once all input is consumed.
@@ -90,9 +91,9 @@ void read_body();
 unit* frame_text_room();
 void keep_frame_text(unit* text, std::size_t len);
 
-/// Gives the expansion frame on top its arguments: copies of the `count` zero-ended texts that lie
-/// end to end up to `end`.
-void keep_arguments(const unit* const* texts, int count, const unit* end);
+/// Gives the expansion frame on top its arguments: copies of the `count` given, whose texts lie end
+/// to end up to `end`.
+void keep_arguments(const argument* args, int count, const unit* end);
 
 /// Reads argument `n` of the expansion frame on top in place of the reference to it, which has been
 /// read; an argument that was not given is no text. The macro can be expanded again meanwhile.

@@ -102,6 +102,21 @@ inline bool is_calm(const unit* p) {
   return *p < 256 && (calm_units[*p] || *p == '?');
 }
 
+/// Whether the unit at `next` ends a word, or a number, before it and has no effect itself.
+template <class Unit>
+inline bool ends_word(const Unit* next) {
+  return is_calm(next) && !is_word_unit(next);
+}
+template <class Unit>
+inline bool ends_number(const Unit* next) {
+  return ends_word(next) && *next != '.';
+}
+
+/// Whether the integer that ends at `end` has a suffix.
+inline bool has_suffix(const unit* end) {
+  return number::is_letter(end[-1], 'u') || number::is_letter(end[-1], 'l');
+}
+
 // Each of these returns the end of the token at `p`, or null where the plain path must take it.
 
 /// `macro` becomes the record of the word, or null if it has none.

@@ -376,7 +376,7 @@ std::uint64_t call_key(int macro, const call_arguments& args) {
   constexpr std::uint64_t prime = 0x100000001B3;
   std::uint64_t key = 0xCBF29CE484222325 ^ static_cast<std::uint64_t>(macro);
   for (int n = 0; n < args.count; ++n) {
-    for (const unit* p = args.texts[n]; *p != 0; ++p) key = (key ^ *p) * prime;
+    for (const unit* p = args.first[n].text; *p != 0; ++p) key = (key ^ *p) * prime;
     key = (key ^ 0xFFFF) * prime;
   }
   return key;
@@ -385,7 +385,7 @@ std::uint64_t call_key(int macro, const call_arguments& args) {
 call_step make_step(int macro, const call_arguments& args) {
   call_step step;
   step.macro = macro;
-  for (int n = 0; n < args.count; ++n) step.args.push_back(visible(args.texts[n]));
+  for (int n = 0; n < args.count; ++n) step.args.push_back(visible(args.first[n].text));
   step.text = visible(cur_frame->text, args);
   return step;
 }

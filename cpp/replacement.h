@@ -3,20 +3,21 @@
 
 #include <cstddef>
 
+#include "cpp/argument.h"
 #include "cpp/symtab.h"
 #include "cpp/text16.h"
 
 namespace kv::cpp {
 
-/// The arguments of a call: `count` texts, zero-ended, not owned. None for an object-like macro.
+/// The arguments of a call, not owned. None for an object-like macro.
 struct call_arguments {
-  unit* const* texts = nullptr;
+  const argument* first = nullptr;
   int count = 0;
 
   /// The text that the reference `ref` stands for, or null when none was given.
   const unit* of(int ref) const {
     const int n = ref - MARK_PARAM_BASE;
-    return n < count ? texts[n] : nullptr;
+    return n < count ? first[n].text : nullptr;
   }
 };
 

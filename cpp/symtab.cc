@@ -243,6 +243,7 @@ symbol* enter_new(const Unit* name, std::size_t len) {
   sym->key = name_key(name, len);
   chain_insert(sym);
   index_insert(sym);
+  ++names_entered;
   const std::size_t shape = len == 0 ? 0 : name_shape(name, len);
   name_shapes[shape / 64] |= std::uint64_t{1} << (shape % 64);
   return sym;
@@ -251,6 +252,7 @@ symbol* enter_new(const Unit* name, std::size_t len) {
 }  // namespace
 
 std::array<std::uint64_t, name_shapes_size / 64> name_shapes;
+std::uint32_t names_entered = 1;
 
 // The bytes are taken eight at a time, the last eight overlapping what came before; reading past a
 // short name is what name_slack allows for.

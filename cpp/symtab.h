@@ -65,6 +65,10 @@ std::uint64_t name_key(const unsigned char* name, std::size_t len);
 symbol* sym_search(const unit* name, std::size_t len);
 symbol* sym_search(const unsigned char* name, std::size_t len);
 
+/// Goes up by one with every name entered, from 1: what is known of a text that names no macro
+/// holds as long as it stays.
+extern std::uint32_t names_entered;
+
 /// The shapes of all names entered so far: a name's length, first and last unit, modulo the size of
 /// this set of bits. Nearly all identifiers of a text are no macros, and most of those are told by
 /// their shape alone.

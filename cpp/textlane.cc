@@ -80,6 +80,7 @@ struct output_sink {
   static bool expands(const input_frame* /*f*/) { return true; }
   static const unit* run(const unit* at) { return at; }
   static void blank() { out_byte(' '); }
+  static bool has_room(std::size_t n) { return n <= out_size; }
   static expansion expand(symbol* sym) {
     return expand_name(sym) ? expansion::done : expansion::none;
   }

@@ -19,6 +19,7 @@
 #include <array>
 #include <cstddef>
 
+#include "cpp/argument.h"
 #include "cpp/expand.h"
 #include "cpp/frames.h"
 #include "cpp/lanescan.h"
@@ -40,15 +41,6 @@ struct token_end {
   bool at_sight;
   bool leaves_text;
 };
-
-template <class Unit>
-bool ends_word(const Unit* next) {
-  return lane::is_calm(next) && !lane::is_word_unit(next);
-}
-template <class Unit>
-bool ends_number(const Unit* next) {
-  return ends_word(next) && *next != '.';
-}
 
 /// Whether `ends` holds for what follows the text of `f`, whose own end is no unit or does not
 /// count. The end of an expansion below is a unit; `at_expansion_end` says what that would do.
@@ -72,9 +64,9 @@ token_end token_end_at(const input_frame* f, const unit* end, Ends ends) {
 /// The same for a number of a text, which goes on behind the end of an expansion unless it has a
 /// suffix.
 inline token_end number_end_at(const input_frame* f, const unit* end) {
-  const auto ends = [](const auto* next) { return ends_number(next); };
+  const auto ends = [](const auto* next) { return lane::ends_number(next); };
   if (*end != 0) return {ends(end), false};
-  const bool suffix = number::is_letter(end[-1], 'u') || number::is_letter(end[-1], 'l');
+  const bool suffix = lane::has_suffix(end);
   if (f->macro != nullptr && suffix) return {true, false};
   return {holds_below(f, ends, suffix), true};
 }
@@ -148,6 +140,7 @@ class text_taker {
     }
     if (!is_param_ref(*at)) return false;
     const int n = *at - MARK_PARAM_BASE;
+    if (take_whole_argument(f, n, at + 1, blanks)) return true;
     if (blanks) {
       if (Sink::joins_blanks && !begins_with_token(f, n)) return false;
       sink.blank();
@@ -157,10 +150,21 @@ class text_taker {
     return true;
   }
 
+  // Takes argument `n`, behind the reference to which stands `next`, if nothing in it has to be
+  // read by itself.
+  bool take_whole_argument(input_frame* f, int n, const unit* next, bool blanks) {
+    if (n >= f->arg_count) return false;
+    argument& arg = f->args[n];
+    if (!arg.comes_to_itself() || !arg.ends_before(next) || !sink.has_room(arg.len)) return false;
+    pass(f, next, blanks);
+    sink.units(arg.text, arg.text + arg.len);
+    return true;
+  }
+
   // Whether argument `n` surely begins with no white space.
   static bool begins_with_token(const input_frame* f, int n) {
     if (n >= f->arg_count) return false;
-    const lane::kind kind = lane::kind_at(f->args[n]);
+    const lane::kind kind = lane::kind_at(f->args[n].text);
     return kind != lane::stop && kind != lane::blank && kind != lane::newline;
   }
 
@@ -169,7 +173,8 @@ class text_taker {
     const auto len = static_cast<std::size_t>(end - at);
     if (len > settings.ident_max) return false;
     if (*end == MARK_PASTE) return paste(f, at, end, blanks);
-    const token_end where = token_end_at(f, end, [](const auto* next) { return ends_word(next); });
+    const token_end where =
+        token_end_at(f, end, [](const auto* next) { return lane::ends_word(next); });
     if (!where.at_sight) return false;
     pass(f, end, blanks);
     if (where.leaves_text) remove_text_frame();
@@ -208,7 +213,7 @@ class text_taker {
     const auto len = static_cast<std::size_t>(end - at);
     // A macro can have such a name, by a #define that was swallowed into an expansion.
     if (len > settings.ident_max || sym_find(at, len) != nullptr) return false;
-    if (!token_end_at(f, end, [](const auto* next) { return ends_word(next); }).at_sight) {
+    if (!token_end_at(f, end, [](const auto* next) { return lane::ends_word(next); }).at_sight) {
       return false;
     }
     pass(f, end, blanks);
@@ -225,8 +230,9 @@ class text_taker {
     const auto left_len = static_cast<std::size_t>(end - left);
     const auto right_len = static_cast<std::size_t>(behind - right);
     if (right_len > settings.ident_max) return false;
-    const token_end where = token_end_at(
-        f, behind, [](const auto* next) { return ends_word(next) || int{*next} == MARK_PASTE; });
+    const token_end where = token_end_at(f, behind, [](const auto* next) {
+      return lane::ends_word(next) || int{*next} == MARK_PASTE;
+    });
     if (!where.at_sight) return false;
     std::array<unit, 2 * ident_max_most + 1> joined;
     unit* to = joined.data();
