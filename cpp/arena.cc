@@ -1,6 +1,8 @@
 #include "cpp/arena.h"
 
 #include "common/alloc.h"
+#include "cpp/lanes.h"
+#include "cpp/text16.h"
 
 namespace kv::cpp {
 
@@ -15,6 +17,8 @@ struct alignas(std::max_align_t) arena_chunk {
   std::byte* bytes() { return reinterpret_cast<std::byte*>(this + 1); }
 };
 constexpr std::size_t chunk_size = 256 * 1024;
+// Texts are searched in whole blocks.
+constexpr std::size_t slack = search_slack * sizeof(unit);
 arena_chunk* top_chunk = nullptr;
 
 // Makes the chunk the top one, with everything up to `next` in use.
@@ -30,7 +34,7 @@ std::byte* arena_grow(std::size_t n) {
   arena_chunk* above = top_chunk != nullptr ? top_chunk->above : nullptr;
   if (above == nullptr || above->size < n) {
     const std::size_t size = n > chunk_size ? n : chunk_size;
-    auto* fresh = static_cast<arena_chunk*>(checked_alloc_raw(sizeof(arena_chunk) + size));
+    auto* fresh = static_cast<arena_chunk*>(checked_alloc_raw(sizeof(arena_chunk) + size + slack));
     *fresh = {top_chunk, above, size};
     if (above != nullptr) above->below = fresh;
     if (top_chunk != nullptr) top_chunk->above = fresh;

@@ -22,7 +22,7 @@ inline constexpr bool lanes = false;
 inline constexpr bool lanes = true;
 #endif
 
-/// The bytes that must be readable behind the text given to the searches below: they look at whole
+/// The units that must be readable behind the text given to the searches below: they look at whole
 /// blocks, since a line's last bytes are many where lines are short.
 inline constexpr std::size_t search_slack = 16;
 
@@ -70,28 +70,44 @@ inline unsigned char* find_newline(unsigned char* p, unsigned char* end) {
 #endif
 }
 
-/// The first byte from `p` on that continues no identifier, as `word_units` has it. Up to
-/// search_slack bytes behind that one are looked at.
-inline const unsigned char* find_word_end(
-    const unsigned char* p, [[maybe_unused]] const std::array<bool, 256>& word_units) {
 #if defined(CPP_SSE2)
+/// A bit for each byte of `v` that continues no identifier.
+inline unsigned no_word_bits(__m128i v) {
   // In signed comparison the bytes of a range of n, moved to the bottom, are those below it.
-  const auto in_range = [](__m128i v, char first, char n) {
-    const __m128i moved = _mm_add_epi8(v, _mm_set1_epi8(static_cast<char>(-128 - first)));
+  const auto in_range = [](__m128i bytes, char first, char n) {
+    const __m128i moved = _mm_add_epi8(bytes, _mm_set1_epi8(static_cast<char>(-128 - first)));
     return _mm_cmplt_epi8(moved, _mm_set1_epi8(static_cast<char>(-128 + n)));
   };
-  const auto is = [](__m128i v, char c) { return _mm_cmpeq_epi8(v, _mm_set1_epi8(c)); };
+  const auto is = [v](char c) { return _mm_cmpeq_epi8(v, _mm_set1_epi8(c)); };
+  const __m128i letter = in_range(_mm_or_si128(v, _mm_set1_epi8(0x20)), 'a', 26);
+  const __m128i digit = in_range(v, '0', 10);
+  const __m128i other = _mm_or_si128(is('_'), _mm_or_si128(is('$'), is(0x1D)));
+  const __m128i word = _mm_or_si128(letter, _mm_or_si128(digit, other));
+  return static_cast<unsigned>(_mm_movemask_epi8(word)) ^ 0xFFFFU;
+}
+
+inline __m128i load16(const unsigned char* p) {
+  return _mm_loadu_si128(reinterpret_cast<const __m128i*>(p));
+}
+/// The low bytes of 16 units; those that are no bytes become such that continue no identifier.
+inline __m128i load16(const char16_t* p) {
+  const auto* const eight = reinterpret_cast<const __m128i*>(p);
+  return _mm_packus_epi16(_mm_loadu_si128(eight), _mm_loadu_si128(eight + 1));
+}
+#endif
+
+/// The first unit from `p` on that continues no identifier, as `word_units` has it. Up to
+/// search_slack units behind that one are looked at.
+template <class Unit>
+inline const Unit* find_word_end(const Unit* p,
+                                 [[maybe_unused]] const std::array<bool, 256>& word_units) {
+#if defined(CPP_SSE2)
   for (;; p += 16) {
-    const __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p));
-    const __m128i letter = in_range(_mm_or_si128(v, _mm_set1_epi8(0x20)), 'a', 26);
-    const __m128i digit = in_range(v, '0', 10);
-    const __m128i other = _mm_or_si128(is(v, '_'), _mm_or_si128(is(v, '$'), is(v, 0x1D)));
-    const __m128i word = _mm_or_si128(letter, _mm_or_si128(digit, other));
-    const auto mask = static_cast<unsigned>(_mm_movemask_epi8(word)) ^ 0xFFFFU;
+    const unsigned mask = no_word_bits(load16(p));
     if (mask != 0) return p + std::countr_zero(mask);
   }
 #else
-  while (word_units[*p]) ++p;
+  while (*p < 256 && word_units[*p]) ++p;
   return p;
 #endif
 }

@@ -73,12 +73,9 @@ inline bool is_word_unit(const unit* p) {
 }
 
 /// The end of the letters and digits at `p`.
-inline const unsigned char* end_of_run(const unsigned char* p) {
+template <class Unit>
+inline const Unit* end_of_run(const Unit* p) {
   return find_word_end(p, word_units);
-}
-inline const unit* end_of_run(const unit* p) {
-  while (is_word_unit(p)) ++p;
-  return p;
 }
 
 /// Whether the unit at `p` has no effect when it is read ahead.

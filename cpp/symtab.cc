@@ -16,6 +16,7 @@
 #include "common/alloc.h"
 #include "common/osdep.h"
 #include "common/text_hash.h"
+#include "cpp/lanes.h"
 #include "cpp/observe.h"
 #include "cpp/reader.h"
 #include "cpp/scan.h"
@@ -331,7 +332,8 @@ const symbol* symtab(std::size_t n) {
 
 void sym_set_body(symbol* sym, const unit* text, std::size_t len) {
   const std::size_t size = (len + 1) * sizeof(unit);
-  sym->body = static_cast<unit*>(std::memcpy(checked_alloc_raw(size), text, size));
+  void* const room = checked_alloc_raw(size + search_slack * sizeof(unit));
+  sym->body = static_cast<unit*>(std::memcpy(room, text, size));
   sym->body_len = static_cast<std::uint32_t>(len);
   sym->has_operators = sym->has_references = false;
   for (const unit* p = text; p != text + len; ++p) {
