@@ -58,6 +58,8 @@ struct argument {
 
   // `end` becomes the end of what has been looked at.
   last_token look_at_tokens(const unit*& end) const {
+    end = text;
+    if (lane::kind_at(text) == lane::blank) return last_token::none;  // two of them may be one
     symbol* macro = nullptr;
     const unit* const p = end = lane::pass_tokens(text, macro, end);
     if (macro != nullptr) return last_token::none;

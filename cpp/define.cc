@@ -29,13 +29,8 @@
 
 namespace kv::cpp {
 
-unit macro_area[macro_area_size];
+unit macro_area[macro_area_size + copy_slack];
 unit* macro_area_ptr = macro_area;
-
-void macro_area_save(int c) {
-  if (macro_area_ptr == macro_area + macro_area_size) alert_msg_fatal(149);
-  *macro_area_ptr++ = static_cast<unit>(c);
-}
 
 namespace {
 

@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cstdint>
 #include <cstring>
 #include <vector>
 
@@ -21,6 +22,7 @@
 #include "cpp/options.h"
 #include "cpp/replacement.h"
 #include "cpp/report.h"
+#include "cpp/source.h"
 #include "cpp/symtab.h"
 #include "cpp/texts.h"
 
@@ -115,6 +117,32 @@ void push_replacement(symbol* sym, const call_arguments& args) {
 
 // ---- Arguments.
 
+// What a unit is to an argument of which it is the text: appended whatever surrounds it, white
+// space, one that counts parentheses, a literal, one that has to be looked at, or none of these.
+enum class in_argument : std::uint8_t { other, text, blank, open, close, comma, quote, look };
+constexpr std::array<in_argument, 256> make_argument_units() {
+  std::array<in_argument, 256> t{};
+  for (std::size_t c = 1; c < 256; ++c) {
+    if (lane::calm_units[c]) t[c] = in_argument::text;
+    if (lane::kinds[c] == lane::blank) t[c] = in_argument::blank;
+    if (lane::kinds[c] == lane::quote) t[c] = in_argument::quote;
+  }
+  t['\n'] = in_argument::other;
+  t['('] = in_argument::open;
+  t[')'] = in_argument::close;
+  t[','] = in_argument::comma;
+  t['/'] = t['?'] = in_argument::look;
+  return t;
+}
+constexpr std::array<in_argument, 256> argument_units = make_argument_units();
+
+inline in_argument in_argument_at(const unsigned char* p) {
+  return argument_units[*p];
+}
+inline in_argument in_argument_at(const unit* p) {
+  return *p < 256 ? argument_units[*p] : in_argument::other;
+}
+
 void append_due_space(macro_call& call) {
   if (call.space_due) macro_area_save(' ');
   call.space_due = false;
@@ -148,12 +176,21 @@ bool expands_arguments_now() {
   return f != nullptr && f->macro == nullptr && f->file == nullptr;
 }
 
+// Whether a reference lies ahead to an argument that surely begins with text of an argument.
+bool argument_text_ahead() {
+  const input_frame* f = cur_frame;
+  if (!lanes || f == nullptr || f->file != nullptr || f->given_back) return false;
+  const int n = *f->txptr - MARK_PARAM_BASE;
+  return is_param_ref(*f->txptr) && n < f->arg_count &&
+         in_argument_at(f->args[n].text) == in_argument::text;
+}
+
 // Passes over what stands before the next argument and begins it. Returns the argument's first unit
 // if it had to be read, else -1; or ')' when the list ends there.
 int begin_argument(macro_call& call) {
   int c = skip_plain_ws();
-  if (c == ')' || c == '\n' || call.count == max_macro_args) c = -1;
-  const bool ahead = c >= 0;
+  if (c == ')' || c == '\n') c = -1;
+  const bool ahead = (c >= 0 || argument_text_ahead()) && call.count < max_macro_args;
   if (!ahead) {
     while ((c = skip_ws()) == '\n') need_linemark = true;
     if (c == ')') return c;
@@ -167,15 +204,6 @@ int begin_argument(macro_call& call) {
 }
 
 // ---- Arguments in bulk.
-
-// The units that are argument text whatever surrounds them.
-constexpr std::array<bool, 256> make_argument_units() {
-  std::array<bool, 256> t{};
-  for (std::size_t c = 1; c < 256; ++c) t[c] = lane::calm_units[c] && lane::kinds[c] != lane::blank;
-  for (const char c : {'\n', '(', ')', ',', '"', '\''}) t[static_cast<std::size_t>(c)] = false;
-  return t;
-}
-constexpr std::array<bool, 256> argument_units = make_argument_units();
 
 // Appends to the argument of a call what text_taker takes.
 struct argument_sink {
@@ -196,7 +224,7 @@ struct argument_sink {
     if (macro_area_room() < n) {
       while (at != end) macro_area_save(*at++);  // up to the message
     }
-    std::copy(at, end, macro_area_ptr);
+    widen(macro_area_ptr, at, n);
     macro_area_ptr += n;
   }
   void word(const unit* at, const unit* end, bool mark) const {
@@ -224,36 +252,52 @@ struct argument_sink {
   // full, units are appended one by one: the message shows the place of the one that does not fit.
   template <class Unit>
   const Unit* run(const Unit* at) const {
-    while (macro_area_room() > frame_capacity) {
-      const Unit* end = at;
-      while (*end < 256 && argument_units[*end]) ++end;
-      if (end != at) {
-        units(at, end);
-        at = end;
-      }
-      switch (lane::kind_at(at)) {
-        case lane::blank:
+    if (macro_area_room() <= frame_capacity) return at;
+    const Unit* p = at;
+    for (;;) {
+      while (in_argument_at(p) == in_argument::text) ++p;
+      switch (in_argument_at(p)) {
+        case in_argument::blank:
+          if (p != at && *p == ' ' && in_argument_at(p + 1) == in_argument::text) {
+            ++p;
+            continue;
+          }
+          if (p != at) units(at, p);
           blank();
-          ++at;
+          at = ++p;
           continue;
-        case lane::quote:
-          end = lane::end_of_quoted(at);
-          if (end == nullptr) return at;
-          units(at, end);
+        case in_argument::open:
+          ++call.paren_depth;
+          ++p;
+          continue;
+        case in_argument::close:
+          if (call.paren_depth == 0) break;
+          --call.paren_depth;
+          ++p;
+          continue;
+        case in_argument::comma:
+          if (call.paren_depth == 0) break;
+          ++p;
+          continue;
+        case in_argument::quote:
+          if (const Unit* const end = lane::end_of_quoted(p); end != nullptr) {
+            p = end;
+            continue;
+          }
           break;
-        case lane::single:
-          end = singles(at);
-          break;
+        case in_argument::look:
+          if (!lane::is_calm(p)) break;
+          ++p;
+          continue;
         default:
-          end = lane::kind_at(at) == lane::operand && lane::is_calm(at) ? at + 1 : at;
-          if (end != at) units(at, end);
+          break;
       }
-      if (end == at) break;
-      at = end;
+      if (p != at) units(at, p);
+      return p;
     }
-    return at;
   }
 };
+static_assert(line_capacity < frame_capacity);
 
 // Appends what lies ahead and need not be read unit by unit. `replaced` as text_taker has it.
 texts_end append_ahead(macro_call& call, bool replaced) {
@@ -334,6 +378,10 @@ void give_up_expansion(const symbol* sym) {
 // Looks for the `(` of a call. Without one, gives back what was passed over as at most a newline
 // and a space.
 bool find_open_paren() {
+  if (peek_plain() == '(') {
+    pass_plain();
+    return true;
+  }
   bool newline = false;
   bool space = false;
   int c;

@@ -125,9 +125,10 @@ void keep_arguments(const argument* args, int count, const unit* end) {
   const auto n = static_cast<std::size_t>(count);
   const unit* const texts = args[0].text;
   const auto units = static_cast<std::size_t>(end - texts);
-  auto* const kept = alloc_with_frame<argument>(n);
-  auto* const copies = alloc_with_frame<unit>(units);
-  std::memcpy(copies, texts, units * sizeof(unit));
+  std::byte* const room = arena_alloc(n * sizeof(argument) + (units + copy_slack) * sizeof(unit));
+  auto* const kept = reinterpret_cast<argument*>(room);
+  auto* const copies = reinterpret_cast<unit*>(kept + n);
+  widen(copies, texts, units);
   for (std::size_t i = 0; i < n; ++i) {
     kept[i] = args[i];
     kept[i].text = copies + (args[i].text - texts);

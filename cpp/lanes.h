@@ -48,15 +48,39 @@ inline Text* find_any(Text* p, Text* end, Byte... wanted) {
 #endif
 }
 
+/// What the copiers below may write behind the `n` units that they are given: most texts are short,
+/// and a copy in whole blocks has no loop for the rest.
+inline constexpr std::size_t copy_slack = 8;
+
 /// Writes the low bytes of `n` units, all below 256, to `to`.
 inline void narrow(unsigned char* to, const char16_t* from, std::size_t n) {
 #if defined(CPP_SSE2)
-  for (; n >= 8; n -= 8, from += 8, to += 8) {
-    const __m128i units = _mm_loadu_si128(reinterpret_cast<const __m128i*>(from));
-    _mm_storel_epi64(reinterpret_cast<__m128i*>(to), _mm_packus_epi16(units, units));
+  for (std::size_t i = 0; i < n; i += 8) {
+    const __m128i units = _mm_loadu_si128(reinterpret_cast<const __m128i*>(from + i));
+    _mm_storel_epi64(reinterpret_cast<__m128i*>(to + i), _mm_packus_epi16(units, units));
   }
-#endif
+#else
   while (n-- != 0) *to++ = static_cast<unsigned char>(*from++);
+#endif
+}
+
+/// Writes `n` bytes, or units, as units to `to`.
+template <class Unit>
+inline void widen(char16_t* to, const Unit* from, std::size_t n) {
+#if defined(CPP_SSE2)
+  for (std::size_t i = 0; i < n; i += 8) {
+    __m128i units;
+    if constexpr (sizeof(Unit) == 1) {
+      units = _mm_unpacklo_epi8(_mm_loadl_epi64(reinterpret_cast<const __m128i*>(from + i)),
+                                _mm_setzero_si128());
+    } else {
+      units = _mm_loadu_si128(reinterpret_cast<const __m128i*>(from + i));
+    }
+    _mm_storeu_si128(reinterpret_cast<__m128i*>(to + i), units);
+  }
+#else
+  while (n-- != 0) *to++ = *from++;
+#endif
 }
 
 /// The first newline in [p, end), or null. Lines are short: a call to the C library would cost more

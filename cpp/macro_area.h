@@ -4,12 +4,14 @@
 
 #include <cstddef>
 
+#include "common/alert.h"
+#include "cpp/lanes.h"
 #include "cpp/text16.h"
 
 namespace kv::cpp {
 
 inline constexpr std::size_t macro_area_size = 65536;
-extern unit macro_area[macro_area_size];
+extern unit macro_area[macro_area_size + copy_slack];
 /// Where the next unit goes.
 extern unit* macro_area_ptr;
 
@@ -19,6 +21,9 @@ inline std::size_t macro_area_room() {
 }
 
 /// Appends one unit. Fatal message 149 when the area is full.
-void macro_area_save(int c);
+inline void macro_area_save(int c) {
+  if (macro_area_ptr == macro_area + macro_area_size) alert_msg_fatal(149);
+  *macro_area_ptr++ = static_cast<unit>(c);
+}
 
 }  // namespace kv::cpp

@@ -235,7 +235,7 @@ void free_record(symbol* sym) {
 template <class Unit>
 symbol* enter_new(const Unit* name, std::size_t len) {
   if (sym_index.slots == nullptr) index_grow();
-  void* const block = checked_alloc_raw(sizeof(symbol) + (len + 1) * sizeof(unit));
+  void* const block = checked_alloc_raw(sizeof(symbol) + (len + 1 + search_slack) * sizeof(unit));
   auto* sym = new (block) symbol{};
   sym->name = reinterpret_cast<unit*>(sym + 1);
   *std::copy(name, name + len, sym->name) = 0;
@@ -266,18 +266,27 @@ std::uint64_t name_key(const unsigned char* name, std::size_t len) {
 
 namespace {
 
-// The low bytes of four units.
+// Four or eight units as bytes. A marker has none; all that counts is that it always gives the
+// same.
+#if defined(CPP_SSE2)
 std::uint64_t narrow4(const unit* p) {
-  std::uint64_t v;
-  std::memcpy(&v, p, sizeof v);
-  v &= 0x00FF00FF00FF00FFU;
-  v = (v | v >> 8) & 0x0000FFFF0000FFFFU;
-  return (v | v >> 16) & 0xFFFFFFFFU;
+  const __m128i units = _mm_loadl_epi64(reinterpret_cast<const __m128i*>(p));
+  return static_cast<std::uint32_t>(_mm_cvtsi128_si32(_mm_packus_epi16(units, units)));
 }
-
+std::uint64_t narrow8(const unit* p) {
+  const __m128i units = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p));
+  return static_cast<std::uint64_t>(_mm_cvtsi128_si64(_mm_packus_epi16(units, units)));
+}
+#else
+std::uint64_t narrow4(const unit* p) {
+  std::uint64_t v = 0;
+  for (std::size_t i = 0; i < 4; ++i) v |= std::uint64_t{p[i] & 0xFFU} << (8 * i);
+  return v;
+}
 std::uint64_t narrow8(const unit* p) {
   return narrow4(p) | narrow4(p + 4) << 32;
 }
+#endif
 
 }  // namespace
 

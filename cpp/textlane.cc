@@ -80,13 +80,13 @@ struct output_sink {
   static bool expands(const input_frame* /*f*/) { return true; }
   static const unit* run(const unit* at) { return at; }
   static void blank() { out_byte(' '); }
-  static bool has_room(std::size_t n) { return n <= out_size; }
+  static bool has_room(std::size_t n) { return n + copy_slack <= out_size; }
   static expansion expand(symbol* sym) {
     return expand_name(sym) ? expansion::done : expansion::none;
   }
   static void units(const unit* at, const unit* end) {
     const auto n = static_cast<std::size_t>(end - at);
-    if (out_room() < n) out_flush();
+    if (out_room() < n + copy_slack) out_flush();
     narrow(out_next, at, n);
     out_next += n;
   }
@@ -98,7 +98,7 @@ struct output_sink {
     return end;
   }
 };
-static_assert(out_size > frame_capacity);
+static_assert(out_size > frame_capacity + copy_slack);
 
 // Moves on to the next line of text, past empty ones, with the newline of this one written. Returns
 // false at the start of a line that may be another.

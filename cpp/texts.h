@@ -88,15 +88,19 @@ class text_taker {
         if (!cross_border(f, f->txptr, false)) return stop();
         continue;
       }
-      if (Sink::copies && !replaced) {
+      if (Sink::copies && !(replaced && lane::kind_at(f->txptr) == lane::blank)) {
         symbol* macro = nullptr;
         const unit* name_end = nullptr;
         const unit* const run = f->txptr;
         f->txptr = lane::pass_tokens(run, macro, name_end);
-        if (f->txptr != run) sink.units(run, f->txptr);
+        if (f->txptr != run) {
+          sink.units(run, f->txptr);
+          replaced = false;
+        }
         if (macro != nullptr) {
           const unit* const name = f->txptr;
           f->txptr = name_end;
+          replaced = false;
           if (!take_known(name, name_end, macro)) return texts_end::opened;
           continue;
         }
