@@ -180,6 +180,10 @@ void dep_add_target(const char* name) {
   rule_targets().push_back(name);
 }
 
+bool dep_lists_headers() {
+  return dep_output || rule_file.is_open();
+}
+
 void dep_open_rule() {
   const char* path = settings.dep_file;
   if (path != nullptr &&

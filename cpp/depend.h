@@ -18,6 +18,9 @@ extern const char* dep_target;
 /// Set while dependency output is wanted and standard output is bound.
 extern bool dep_output;
 
+/// Whether the run lists the headers that it opens.
+bool dep_lists_headers();
+
 /// Adds a target to the rule of --dep=; `name` lives for the run. Without any it is dep_target.
 void dep_add_target(const char* name);
 

@@ -174,8 +174,10 @@ void start(int argc, char** argv) {
   limit_messages();
   if (settings.show_search_path && text_output()) print_search_path();
   start_dependencies(nfiles, args.argv);
-  included_files = hash_create(237, include_name_hash, str_compare, __FILE__, __LINE__);
-  hash_use_index(included_files, str_spread);
+  if (dep_lists_headers() || db_tracing(db_adt)) {
+    included_files = hash_create(237, include_name_hash, str_compare, __FILE__, __LINE__);
+    hash_use_index(included_files, str_spread);
+  }
   if (settings.source_name[0] == 0 && !is_standard_stream(input.path)) {
     settings.source_name = input.path;
   }

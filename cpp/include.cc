@@ -124,6 +124,7 @@ text_table<known_header*> found_headers;
 
 void enter_included(known_header& h) {
   h.record.opened = true;
+  if (included_files == nullptr) return;
   const word key = to_word(h.text);
   hash_insert(included_files, key, key, __FILE__, __LINE__);
 }

@@ -17,7 +17,7 @@ extern std::array<const char*, include_dir_limit> include_dirs;
 extern std::size_t include_dir_count;
 
 /// One entry for each distinct path opened by #include; key and value are the same copy of the
-/// path.
+/// path. Null where nobody asks for it.
 extern hash_table* included_files;
 
 /// The hash of included_files: bytes as signed values, a final ".h" left out.
