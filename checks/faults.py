@@ -6,6 +6,9 @@ write everything the program can write. Such a run must end with status 0 or 1. 
 is as it would have been; with status 1 something has been said. What the run reads is untouched,
 an archive keeps what was in it, and no other file is left.
 
+A signal that ends the process comes right before each call that can change a file, too: then the
+text may be cut off, but nothing else may be half done or left behind.
+
     python3 checks/faults.py [--program build/checking/bin/cpp] [--only SCENARIO] [--kind KIND]
 """
 
@@ -15,6 +18,7 @@ import dataclasses
 import os
 import pathlib
 import re
+import signal
 import subprocess
 import sys
 import tempfile
@@ -24,8 +28,13 @@ ROOT = pathlib.Path(__file__).resolve().parent.parent
 TIMEOUT = 60
 # How many of the faults of one kind in one scenario are shown.
 SHOWN = 3
-KINDS = ("open", "read", "write", "close", "stat", "truncate", "duplicate", "mkdir", "unlink",
-         "rename", "list", "alloc")
+KINDS = ("open", "read", "write", "close", "stat", "truncate", "duplicate", "unlink", "rename",
+         "list", "alloc")
+
+# Before these a signal makes a difference. Which one, turns from call to call.
+CHANGES = ("open", "write", "close", "truncate", "duplicate", "unlink", "rename")
+LATER, SIGNAL = "+", "signal"
+SIGNALS = (signal.SIGINT, signal.SIGTERM, signal.SIGHUP)
 
 # Calls that ask something the program can do without: whether a name is stored as it is spelled,
 # where an installation is. What the trace and the page tell may then be another story, and the
@@ -112,15 +121,16 @@ def prepare(directory):
     (directory / "tmp").mkdir()
 
 
-def run(program, arguments, fault):
-    """One run in a directory of its own, with a fault as CPP_FAULT has it, or none."""
+def run(program, arguments, fault, instead=0):
+    """One run in a directory of its own, with a fault as CPP_FAULT has it, or none, or a signal."""
     with tempfile.TemporaryDirectory(prefix="faults-", dir=SCRATCH) as top:
         directory = pathlib.Path(top)
         prepare(directory)
         temp = str(directory / "tmp")
         told, teller = os.pipe()
         env = {"PATH": os.environ["PATH"], "LC_ALL": "C", "TEMP": temp, "TMP": temp,
-               "CPP_FAULT_FD": str(teller), **({"CPP_FAULT": fault} if fault else {})}
+               "CPP_FAULT_FD": str(teller), **({"CPP_FAULT": fault} if fault else {}),
+               **({"CPP_FAULT_SIGNAL": str(int(instead))} if instead else {})}
         try:
             done = subprocess.run([program, *arguments], cwd=directory, env=env, timeout=TIMEOUT,
                                   stdin=subprocess.DEVNULL, capture_output=True, check=False,
@@ -159,9 +169,9 @@ def is_as_without(kind, name, plain, result):
     return was == now
 
 
-def damage(kind, result):
+def damage(kind, result, statuses=(0, 1)):
     """What a run has done that no failing call excuses, or None."""
-    if result.status not in (0, 1):
+    if result.status not in statuses:
         return f"status {result.status}"
     for name, content in INPUTS.items():
         if result.files.get(name) != content:
@@ -197,24 +207,40 @@ def verdict(kind, plain, result):
     return f"status 0, but not said: {missing}" if missing else None
 
 
+def verdict_of_signal(sent, plain, result):
+    """What is wrong with a run that a signal has ended, or None."""
+    if damaged := damage("", result, (-sent,)):
+        return damaged
+    if others := result.files.keys() - plain.files.keys():
+        return f"left behind: {others}"
+    archive = result.files.get("new.zip")
+    whole = archive in (None, plain.files.get("new.zip"))
+    return None if whole else f"half an archive: {archive}"
+
+
 def check(program, name, kind, later, plain):
-    """Makes every call of a kind fail in turn; returns the number of runs and what was wrong."""
+    """Has something happen at every call of a kind in turn: it fails ("" for `later`), it and all
+    later ones fail (LATER), or a signal comes (SIGNAL). Returns the number of runs and what was
+    wrong.
+    """
     wrong = []
     number = 0
     while True:
         number += 1
-        fault = f"{kind}:{number}{later}"
+        sent = SIGNALS[number % len(SIGNALS)] if later == SIGNAL else 0
+        fault = f"{kind}:{number}" + ("" if sent else later)
+        shown = f"{name}, CPP_FAULT={fault}" + (f" CPP_FAULT_SIGNAL={int(sent)}" if sent else "")
         try:
-            result = run(program, SCENARIOS[name], fault)
+            result = run(program, SCENARIOS[name], fault, sent)
         except subprocess.TimeoutExpired:
-            wrong.append(f"{name}, CPP_FAULT={fault}: not ended after {TIMEOUT} s")
+            wrong.append(f"{shown}: not ended after {TIMEOUT} s")
             continue
         if not result.faults:
             return number - 1, wrong
-        fault_told = verdict(kind, plain, result)
-        if fault_told:
+        told = verdict_of_signal(sent, plain, result) if sent else verdict(kind, plain, result)
+        if told:
             said = result.err.decode("latin-1").strip()[-600:]
-            wrong.append(f"{name}, CPP_FAULT={fault} ({', '.join(result.faults[:3])}): {fault_told}"
+            wrong.append(f"{shown} ({', '.join(result.faults[:3])}): {told}"
                          + (f"\n    {said}" if said else ""))
 
 
@@ -239,16 +265,23 @@ def main():
             plain = run(program, arguments, None)
             if plain.status != 0 or plain.left:
                 sys.exit(f"{name}: the run fails by itself: {plain.err.decode('latin-1')}")
-            jobs += [pool.submit(check, program, name, kind, later, plain)
-                     for kind in KINDS if options.kind in (None, kind) for later in ("", "+")]
-        for job in jobs:
+            jobs += [(kind, pool.submit(check, program, name, kind, later, plain))
+                     for kind in KINDS if options.kind in (None, kind)
+                     for later in ("", LATER, *([SIGNAL] if kind in CHANGES else []))]
+        unmet = {kind for kind, _ in jobs}
+        for kind, job in jobs:
             runs, wrong = job.result()
+            if runs:
+                unmet.discard(kind)
             passed += runs - len(wrong)
             failed += len(wrong)
             for line in wrong[:SHOWN]:
                 print(line)
             if len(wrong) > SHOWN:
                 print(f"    and {len(wrong) - SHOWN} more like these")
+    if unmet and options.only is None:
+        print(f"no run has made a call of the kinds {unmet}")
+        failed += len(unmet)
     print(f"{passed} passed, {failed} failed")
     return 1 if failed or not passed else 0
 

@@ -6,6 +6,7 @@
 //
 //     CPP_FAULT=KIND:N     makes the Nth call of a kind fail, counted from 1
 //     CPP_FAULT=KIND:N+    makes the Nth and all later ones fail
+//     CPP_FAULT_SIGNAL=S   sends the process signal S instead, right before the call
 //     CPP_FAULT_FD=D       tells each failure with a line on descriptor D
 //
 // The kinds are the first column of the table below. A file is closed even where closing it
@@ -19,6 +20,7 @@
 
 #include <cerrno>
 #include <charconv>
+#include <csignal>
 #include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
@@ -34,6 +36,7 @@ struct fault {
   std::string_view kind;
   unsigned long number = 0;
   bool and_later_ones = false;
+  int signal = 0;
   int report_fd = -1;
 };
 
@@ -48,6 +51,7 @@ fault read_fault() {
   const char* const end = all.data() + all.size();
   const char* const rest = std::from_chars(all.data() + colon + 1, end, wanted.number).ptr;
   wanted.and_later_ones = rest != end;
+  if (const char* const signal = std::getenv("CPP_FAULT_SIGNAL")) wanted.signal = std::atoi(signal);
   if (const char* const fd = std::getenv("CPP_FAULT_FD")) wanted.report_fd = std::atoi(fd);
   return wanted;
 }
@@ -74,6 +78,10 @@ bool fails(std::string_view kind, const char* call, int fd, int error) {
   ++count;
   if (count != wanted.number && (count < wanted.number || !wanted.and_later_ones)) return false;
   if (wanted.report_fd >= 0) report(wanted, call, fd);
+  if (wanted.signal != 0) {
+    std::raise(wanted.signal);
+    return false;
+  }
   errno = error;
   return true;
 }
@@ -123,7 +131,6 @@ FAULT("stat", EIO, -1, -1, int, stat, (const char* path, struct stat* status), (
 FAULT("stat", EIO, -1, -1, int, lstat, (const char* path, struct stat* status), (path, status))
 FAULT("truncate", EIO, -1, fd, int, ftruncate, (int fd, off_t size), (fd, size))
 FAULT("duplicate", EMFILE, -1, from, int, dup2, (int from, int to), (from, to))
-FAULT("mkdir", EACCES, -1, -1, int, mkdir, (const char* path, mode_t mode), (path, mode))
 FAULT("unlink", EIO, -1, -1, int, unlink, (const char* path), (path))
 FAULT("unlink", EIO, -1, -1, int, rmdir, (const char* path), (path))
 FAULT("unlink", EIO, -1, -1, int, remove, (const char* path), (path))

@@ -53,6 +53,7 @@ bool read_blocks(const char* path, Take take) {
 
 // Tries it. If the file cannot be removed again, it will be written over.
 bool can_create(const char* path) {
+  const host::signals_held hold;
   const int fd = host::open_write(path, host::write_place::from_start).fd;
   if (fd < 0) return false;
   host::close_file(fd);  // nothing has been written
