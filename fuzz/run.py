@@ -1,19 +1,21 @@
 """Runs the fuzz targets on inputs that are made from the whole-program cases.
 
-    python3 fuzz/run.py [--seconds 60] [--runs N] [--target NAME]... [--keep-going]
+    python3 fuzz/run.py [--seconds 60] [--runs N] [--seed N] [--target NAME]... [--keep-going]
 
 What a target finds is kept in build/fuzz/findings and tried first the next time, until it is
 mended; then it goes to the target's corpus, which also grows from run to run. An input is text:
 fuzz/harness.h tells its form, and a target with a file as its argument runs that input alone.
 
---keep-going goes on behind a finding, for a look at how many there are. The last line is
-'N passed, N failed', a target counting as one.
+With --seed the corpus of earlier runs is left out, so that the same inputs come in the same order;
+without it a seed is chosen and printed. --keep-going goes on behind a finding, for a look
+at how many there are. The last line is 'N passed, N failed', a target counting as one.
 """
 
 import argparse
 import hashlib
 import os
 import pathlib
+import random
 import re
 import shlex
 import shutil
@@ -26,6 +28,7 @@ BUILD = ROOT / "build/fuzz"
 sys.path.insert(0, str(ROOT / "tests"))
 import run_cases  # noqa: E402
 
+TARGETS = ("input", "messages", "options", "templates")
 LONGEST = 16384
 # The option sets of the main target, by the letter that chooses each (see input.cc).
 MODES = {"-C": "b", "--cmode=tsasm": "c", "-dM": "d", "-Llist": "e", "--cmode=tslink": "f",
@@ -58,12 +61,6 @@ def with_files(first, files):
     return text
 
 
-def builtin_messages():
-    source = (ROOT / "common/builtin_catalogue.cc").read_text()
-    lines = re.findall(r'^    "(\d+\\t.*)\\n"', source, re.M)
-    return [line.encode().decode("unicode_escape").encode() for line in lines]
-
-
 def seeds():
     """Yields (target, content)."""
     for words, environment, files in read_cases():
@@ -78,18 +75,21 @@ def seeds():
         texts = [setting.partition(b"=")[2] for setting in environment if b"_FORMAT=" in setting]
         if texts:
             yield "templates", b"\n".join(texts)
-    messages = builtin_messages()
+    messages = (ROOT / "common/builtin_catalogue.msgs").read_bytes().splitlines(keepends=True)
     for first in range(0, len(messages), 20):
-        yield "messages", b"\n".join(messages[first:first + 20]) + b"\n"
+        yield "messages", b"".join(messages[first:first + 20])
 
 
 def write_seeds(top):
     shutil.rmtree(top, ignore_errors=True)
+    for target in TARGETS:
+        (top / target).mkdir(parents=True)
     for target, content in seeds():
-        (top / target).mkdir(parents=True, exist_ok=True)
         if len(content) <= LONGEST:
             (top / target / hashlib.sha1(content).hexdigest()).write_bytes(content)
-    return sorted(path.name for path in top.iterdir())
+    for target in TARGETS:
+        if not any((top / target).iterdir()):
+            sys.exit(f"{target}: no input could be made from the cases")
 
 
 def run(target, arguments, scratch):
@@ -128,35 +128,47 @@ def fuzz(target, seeds_dir, options, scratch):
         directory.mkdir(parents=True, exist_ok=True)
     if not try_findings(target, findings, corpus, scratch) and not options.keep_going:
         return False
+    if options.seed is not None:
+        corpus = pathlib.Path(scratch) / "corpus" / target
+        corpus.mkdir(parents=True)
+    seed = random.randrange(1, 1 << 31) if options.seed is None else options.seed
     arguments = [f"-dict={ROOT / 'fuzz/cpp.dict'}", f"-artifact_prefix={findings}/",
-                 "-print_final_stats=1", f"-max_total_time={options.seconds}"]
+                 "-print_final_stats=1", f"-max_total_time={options.seconds}", f"-seed={seed}"]
     if options.runs:
         arguments.append(f"-runs={options.runs}")
     if options.keep_going:
         arguments += ["-fork=1", "-ignore_crashes=1"]
     done = run(target, [*arguments, str(corpus), str(seeds_dir / target)], scratch)
-    counts = re.findall(rb"^stat::number_of_executed_units: +(\d+)|^#(\d+): cov:", done.stdout, re.M)
+    counts = re.findall(rb"^stat::number_of_executed_units: +(\d+)|^#(\d+): cov:", done.stdout,
+                        re.M)
     runs = int(next(filter(None, counts[-1]))) if counts else 0
-    found = any(findings.iterdir())
-    if done.returncode != 0 and not options.keep_going:
+    found = [path.relative_to(ROOT) for path in sorted(findings.iterdir())]
+    well = runs > 0 and done.returncode == 0 and not found
+    if not well and not options.keep_going:
         report(target, done.stdout)
-    print(f"{target}: {runs} runs, {'kept in ' + str(findings.relative_to(ROOT)) if found else 'clean'}")
-    sys.stdout.flush()
-    return runs > 0 and done.returncode == 0 and not found
+    if found:
+        end = f"kept in {', '.join(map(str, found))}"
+    elif runs == 0:
+        end = "did not start"
+    else:
+        end = "clean" if well else f"ended with status {done.returncode}"
+    print(f"{target}: seed {seed}, {runs} runs, {end}", flush=True)
+    return well
 
 
 def main():
     parser = argparse.ArgumentParser(description="Runs the fuzz targets.")
     parser.add_argument("--seconds", type=int, default=60, help="for each target (default 60)")
     parser.add_argument("--runs", type=int, help="end a target after so many runs")
-    parser.add_argument("--target", action="append", help="only this one")
+    parser.add_argument("--seed", type=int, help="begin with the cases alone, and with this number")
+    parser.add_argument("--target", action="append", choices=TARGETS, help="only this one")
     parser.add_argument("--keep-going", action="store_true")
     options = parser.parse_args()
-    targets = write_seeds(BUILD / "seeds")
+    write_seeds(BUILD / "seeds")
     passed = failed = 0
     memory = "/dev/shm" if os.access("/dev/shm", os.W_OK) else None
     with tempfile.TemporaryDirectory(prefix="cpp-fuzz-", dir=memory) as scratch:
-        for target in options.target or targets:
+        for target in options.target or TARGETS:
             if fuzz(target, BUILD / "seeds", options, scratch):
                 passed += 1
             else:
