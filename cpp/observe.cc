@@ -85,7 +85,6 @@ struct watcher {
   bool named_in_quotes = false;
 
   text_table<int> macro_numbers;  // plus one
-  std::unordered_map<const symbol*, int> macros;
 
   followed_call top;
   std::unordered_map<std::uint64_t, int> calls;  // by macro and arguments
@@ -263,29 +262,34 @@ observed_macro* macro_record(int number) {
   return number < 0 ? nullptr : &w().run.macros[static_cast<std::size_t>(number)];
 }
 
+constexpr int left_out = -1;
+
+// What the tables have for a new name: the number of its record plus one, or left_out.
+int add_macro(std::string_view name) {
+  observed_run& run = w().run;
+  if (run.macros.size() == limits::macros) {
+    ++run.macros_left_out;
+    return left_out;
+  }
+  run.macros.push_back({});
+  run.macros.back().name = name;
+  return static_cast<int>(run.macros.size());
+}
+
+int find_or_add_macro(std::string_view name) {
+  int& record = w().macro_numbers[name].record;
+  if (record == 0) record = add_macro(name);
+  return record;
+}
+
 // The record of a name, made where there is none; -1 beyond the limit.
 int macro_number(std::string_view name) {
-  watcher& o = w();
-  if (o.run.macros.size() == limits::macros) {
-    ++o.run.macros_left_out;
-    return -1;
-  }
-  int& number = o.macro_numbers[name].record;
-  if (number == 0) {
-    o.run.macros.push_back({});
-    o.run.macros.back().name = name;
-    number = static_cast<int>(o.run.macros.size());
-  }
-  return number - 1;
+  return std::max(find_or_add_macro(name) - 1, -1);
 }
 
 int macro_number(const symbol* sym) {
-  watcher& o = w();
-  const auto known = o.macros.find(sym);
-  if (known != o.macros.end()) return known->second;
-  const int number = macro_number(alert_str(sym->name));
-  o.macros.emplace(sym, number);
-  return number;
+  if (sym->record == 0) sym->record = find_or_add_macro(alert_str(sym->name));
+  return std::max(sym->record - 1, -1);
 }
 
 // Notes that a macro was of use here, for the header that defines it.
@@ -395,17 +399,19 @@ call_step make_step(int macro, const call_arguments& args) {
 void identify_call(int macro, const call_arguments& args) {
   watcher& o = w();
   const bool own = o.top.at.file == 0;
-  const auto [known, is_new] = o.calls.try_emplace(call_key(macro, args), -1);
+  const std::uint64_t key = call_key(macro, args);
+  const auto known = o.calls.find(key);
+  const bool is_new = known == o.calls.end();
   if (is_new) {
     if (o.run.calls.size() == limits::calls_traced) {
-      o.calls.erase(known);
       ++o.run.calls_left_out;
       return;
     }
+    o.top.call = static_cast<int>(o.run.calls.size());
     o.run.calls.push_back({});
-    known->second = o.top.call = static_cast<int>(o.run.calls.size()) - 1;
+    o.calls.emplace(key, o.top.call);
   }
-  observed_call& call = o.run.calls[static_cast<std::size_t>(known->second)];
+  observed_call& call = o.run.calls[static_cast<std::size_t>(is_new ? o.top.call : known->second)];
   if (is_new || (own && !call.own)) call.at = o.top.at;
   call.macro = macro;
   call.own |= own;
@@ -714,9 +720,7 @@ void macro_defined(const symbol* sym, std::vector<std::string> params) {
 }
 
 void macro_removed(const symbol* sym) {
-  const int number = macro_number(sym);
-  w().macros.erase(sym);
-  observed_macro* const macro = macro_record(number);
+  observed_macro* const macro = macro_record(macro_number(sym));
   if (macro == nullptr) return;
   note_change(*macro, macro_change_kind::undefined);
   ++macro->undefined;

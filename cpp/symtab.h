@@ -41,11 +41,12 @@ struct symbol {
   retired_body* retired;     ///< bodies it had before that may still be read
   bool removed;              ///< out of the table, waiting for frame_refs to reach 0
   bool from_command_line;    ///< entered by -D
-  const char* def_file;      ///< file of the first #define, null for start-up and command-line
-                             ///< macros; not owned
-  std::int32_t def_line;     ///< line of that #define
-  std::uint32_t name_len;    ///< units in `name`
-  std::uint64_t key;         ///< name_key of `name`
+  mutable std::int32_t record;  ///< belongs to observe: the number of its record, plus one
+  const char* def_file;         ///< file of the first #define, null for start-up and command-line
+                                ///< macros; not owned
+  std::int32_t def_line;        ///< line of that #define
+  std::uint32_t name_len;       ///< units in `name`
+  std::uint64_t key;            ///< name_key of `name`
   unit* name;
 };
 
