@@ -1,12 +1,16 @@
 #include "common/json.h"
 
 #include <array>
+#include <cstdint>
+#include <utility>
 
 #include "common/format.h"
 
 namespace kv {
 
 namespace {
+
+constexpr std::size_t piece_size = 65536;
 
 // Decodes the UTF-8 sequence at the start of `text`, at least one byte, and takes it away. Returns
 // -1 for one that is not valid: overlong, cut, a surrogate, or beyond the last character.
@@ -69,7 +73,17 @@ void append_escaped(std::string& to, std::int32_t c) {
 
 }  // namespace
 
+json_writer::json_writer(std::function<void(std::string_view)> sink) : sink_(std::move(sink)) {
+  text_.reserve(2 * piece_size);
+}
+
+void json_writer::flush() {
+  sink_(text_);
+  text_.clear();
+}
+
 void json_writer::separate() {
+  if (text_.size() >= piece_size) flush();
   if (!first_) text_ += ',';
   first_ = false;
 }

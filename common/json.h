@@ -7,7 +7,8 @@
 #pragma once
 
 #include <concepts>
-#include <cstdint>
+#include <cstddef>
+#include <functional>
 #include <string>
 #include <string_view>
 
@@ -17,6 +18,9 @@ namespace kv {
 /// object every value follows its key.
 class json_writer {
  public:
+  /// `sink` takes the text in pieces of about 64 KiB; a long one should not have to be in memory.
+  explicit json_writer(std::function<void(std::string_view)> sink);
+
   json_writer& begin_object() { return open('{'); }
   json_writer& end_object() { return close('}'); }
   json_writer& begin_array() { return open('['); }
@@ -40,8 +44,8 @@ class json_writer {
     return key(name).value(v);
   }
 
-  /// What has been written so far, which the writer is left without.
-  std::string take() { return std::move(text_); }
+  /// Gives the sink what it has not got yet.
+  void flush();
 
  private:
   json_writer& open(char c);
@@ -50,6 +54,7 @@ class json_writer {
   void separate();
   void write_string(std::string_view text);
 
+  std::function<void(std::string_view)> sink_;
   std::string text_;
   bool first_ = true;  // nothing stands in the innermost array or object yet, or a key just before
 };

@@ -76,8 +76,13 @@ bool out_file::write(const void* p, std::size_t n) {
   return false;
 }
 
+bool out_file::begin_last() {
+  if (fd_ >= 0 && !failed_ && !begin(true)) fail();
+  return !failed_;
+}
+
 bool out_file::finish(const void* p, std::size_t n) {
-  if (fd_ >= 0 && !failed_ && !(begin(true) && host::write_all(fd_, p, n))) fail();
+  if (begin_last() && fd_ >= 0 && !host::write_all(fd_, p, n)) fail();
   return close();
 }
 

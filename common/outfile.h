@@ -50,8 +50,12 @@ class out_file {
   bool write(const void* p, std::size_t n);
   bool write(std::string_view text) { return write(text.data(), text.size()); }
 
-  /// As write, for the end of a file beside which no other will be opened any more; an empty file
-  /// is emptied, too. Then closes the file. Returns false on a failure, also an earlier one.
+  /// Empties the file for its first text, where no other file will be opened any more: what it held
+  /// is not set aside. Returns false on a failure, also an earlier one.
+  bool begin_last();
+
+  /// Writes the end of a file as begin_last() begins it, or goes on with one that was begun; then
+  /// closes it. Returns false on a failure, also an earlier one.
   bool finish(const void* p, std::size_t n);
   bool finish(std::string_view text) { return finish(text.data(), text.size()); }
 

@@ -8,6 +8,7 @@
 #include "common/host.h"
 #include "common/json.h"
 #include "common/version.h"
+#include "cpp/observed.h"
 #include "cpp/symtab.h"
 #include "cpp/text16.h"
 
@@ -204,8 +205,7 @@ void write_all(json_writer& j, std::string_view name, const Records& records, Wr
 
 }  // namespace
 
-std::string report_json(const observed_run& run) {
-  json_writer j;
+void write_report(json_writer& j, const observed_run& run) {
   j.begin_object();
   write_head(j, run);
   write_all(j, "files", run.files, [&](json_writer& to, const observed_file& f) {
@@ -217,7 +217,6 @@ std::string report_json(const observed_run& run) {
   write_all(j, "conditions", run.conditions, write_condition);
   write_all(j, "messages", run.messages, write_message);
   j.end_object();
-  return j.take() + '\n';
 }
 
 }  // namespace kv::cpp

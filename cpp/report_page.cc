@@ -3,8 +3,9 @@
 // script puts it on the page as text and never as markup.
 #include "cpp/report_page.h"
 
-#include <string>
+#include <string_view>
 
+#include "common/json.h"
 #include "common/outfile.h"
 #include "cpp/observed.h"
 #include "cpp/report_json.h"
@@ -37,16 +38,21 @@ bool page_is_open() {
 }
 
 void page_write(const observed_run& run) {
-  const std::string json = report_json(run);
-  if (std::string_view(report_path).ends_with(".json")) {
-    report.finish(json);
-    return;
+  std::string_view before;
+  std::string_view behind;
+  if (!std::string_view(report_path).ends_with(".json")) {
+    const std::string_view page(reinterpret_cast<const char*>(page_bytes), sizeof page_bytes - 1);
+    const auto mark = page.find(data_mark);
+    before = page.substr(0, mark);
+    behind = page.substr(mark + data_mark.size());
   }
-  const std::string_view page(reinterpret_cast<const char*>(page_bytes), sizeof page_bytes - 1);
-  const auto mark = page.find(data_mark);
-  report.write(page.substr(0, mark));
-  report.write(json);
-  report.finish(page.substr(mark + data_mark.size()));
+  report.begin_last();
+  report.write(before);
+  json_writer json([](std::string_view piece) { report.write(piece); });
+  write_report(json, run);
+  json.flush();
+  report.write("\n");
+  report.finish(behind);
 }
 
 }  // namespace kv::cpp
