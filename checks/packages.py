@@ -62,6 +62,17 @@ def listing(root):
 SOURCE = '#include <device.h>\n#include "own.h"\nN\n'
 
 
+def check_report(root, work):
+    """A report leads to the message manual of the package, and the package's script merges it."""
+    manual = json.loads((work / "out.json").read_text())["manual"]
+    if not manual or '<h3 id="111">' not in (root / manual.lstrip("/")).read_text():
+        raise Failure(f"no message manual at {manual!r}")
+    [script] = root.glob("**/tools/merge_reports.py")
+    done([sys.executable, script, "-o", work / "build.html", work / "out.json"])
+    if "@DATA@" in (work / "build.html").read_text():
+        raise Failure("the merged page has no data")
+
+
 def use(root, program, include):
     """Preprocesses something in the root. The installation's headers are known as such only by a
     program that has found its tree, so a list without them shows that it has."""
@@ -74,6 +85,8 @@ def use(root, program, include):
     (work / "own.h").write_text("")
     command = as_root("chroot", root, f"/{program}", f"-I/{include}/", "/work/in.c")
     same("the output", done(command).splitlines()[-1], "5")
+    done([*command, "--report=/work/out.json", "/work/out.i"])
+    check_report(root, work)
     same("the headers that are not the installation's",
          run([*command, "-", "-Llist", "--dep_nosys"], ROOT), (0, " /work/own.h\n", ""))
     header.unlink()

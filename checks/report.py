@@ -354,6 +354,8 @@ def check_page_numbers(browser, work):
     page.section("messages")
     same("the message", page.cells(1), ["(111)"])
     page.quiet()
+    page.click("td a", "(111)")
+    page.until("return document.querySelector('h3:target')?.innerText", "111 (warning, level 1)")
 
 
 def check_sorting_and_filters(browser, work):

@@ -42,7 +42,7 @@ PICTURES = ROOT / "build" / "toolchain"
 
 STAMP = re.search(r"build_stamp = (\d+)", (ROOT / "common/version.h").read_text())[1]
 INSTALLED = ["ARCHITECTURE.md", "LICENSE", "NOTICES.md", "README.md", "bin/cpp",
-             "docs/messages.md", "examples/firmware/Makefile", "examples/udf_styles.css",
+             "docs/messages.html", "docs/messages.md", "examples/firmware/Makefile", "examples/udf_styles.css",
              "share/cmake/CppPreprocess/CppPreprocessConfig.cmake", "share/man/man1/vex-cpp.1",
              f"vex/dat/{STAMP}_en.msgs"]
 MESSAGE_FILE = "20990101000000_en.msgs"

@@ -29,6 +29,16 @@ else()
   set(unless_tree "")
 endif()
 
+# From the program to the message manual, which its reports lead to.
+function(manual_below tree documents name)
+  cmake_path(ABSOLUTE_PATH tree BASE_DIRECTORY ${CMAKE_INSTALL_PREFIX})
+  cmake_path(ABSOLUTE_PATH documents BASE_DIRECTORY ${CMAKE_INSTALL_PREFIX})
+  file(RELATIVE_PATH path ${tree}/bin ${documents}/docs/messages.html)
+  target_compile_definitions(report PRIVATE ${name}="${path}")
+endfunction()
+manual_below(${tree} ${documents} CPP_MANUAL)
+manual_below(${system_tree} ${CMAKE_INSTALL_DOCDIR} CPP_DEB_MANUAL)
+
 install(TARGETS cpp RUNTIME DESTINATION ${tree}/bin COMPONENT program)
 # Its own message file says what the built-in catalogue says. An installed program that finds one
 # here does not look for others where it happens to run.
@@ -37,11 +47,14 @@ string(REGEX MATCH "[0-9]+" stamp "${stamp}")
 install(FILES common/builtin_catalogue.msgs DESTINATION ${tree}/vex/dat RENAME ${stamp}_en.msgs
         COMPONENT tree)
 install(DIRECTORY DESTINATION ${tree}/vex/include COMPONENT tree)
+install(PROGRAMS tools/merge_reports.py DESTINATION ${tree}/tools COMPONENT tree)
+install(DIRECTORY cpp/page DESTINATION ${tree}/tools COMPONENT tree)
 
 # The documents lie as they do in the sources, so that their links lead to each other here, too.
 install(FILES ARCHITECTURE.md CHANGELOG.md CONTRIBUTING.md LICENSE NOTICES.md README.md
         DESTINATION ${documents} COMPONENT documents)
-install(DIRECTORY docs DESTINATION ${documents} COMPONENT documents FILES_MATCHING PATTERN *.md)
+install(DIRECTORY docs DESTINATION ${documents} COMPONENT documents FILES_MATCHING
+        PATTERN *.md PATTERN *.html)
 install(DIRECTORY licenses DESTINATION ${documents} COMPONENT documents)
 install(FILES examples/udf_styles.css DESTINATION ${documents}/examples COMPONENT documents)
 install(DIRECTORY examples/firmware DESTINATION ${documents}/examples COMPONENT documents)

@@ -30,6 +30,7 @@ set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
 set(CPACK_DEBIAN_PACKAGE_SECTION devel)
 set(CPACK_DEBIAN_PACKAGE_PRIORITY optional)
 set(CPACK_DEBIAN_PACKAGE_CONTROL_STRICT_PERMISSION ON)
+set(CPACK_DEBIAN_PACKAGE_SUGGESTS python3)  # for the script that merges reports
 set(CPACK_DEBIAN_PACKAGE_DESCRIPTION
 "The first pass of a compiler toolchain: directives, macros, line markers,
 dependency rules for make and an HTML report of every macro.

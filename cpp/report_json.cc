@@ -69,15 +69,14 @@ std::string definition_text(const observed_macro& macro) {
   return text;
 }
 
-// The message manual of the installation that the program belongs to, in its tree or in a system's
-// directory of documents; empty where there is none.
+// The message manual that the program belongs to: that of its installation or, in a build
+// directory, of its sources. Empty where there is none.
 std::string manual_path() {
   std::string directory = host::program_path();
   for (char& c : directory) c = c == '\\' ? '/' : c;
-  directory.erase(std::min(directory.rfind('/'), directory.size()));
-  for (const std::string_view place :
-       {"/../docs/messages.md", "/../../../share/doc/vex-cpp/docs/messages.md"}) {
-    std::string path = directory + std::string(place);
+  directory.erase(std::min(directory.rfind('/') + 1, directory.size()));
+  for (const char* const place : {CPP_MANUAL, CPP_DEB_MANUAL, "../../../docs/messages.html"}) {
+    std::string path = directory + place;
     if (host::is_regular_file(path.c_str())) return path;
   }
   return {};

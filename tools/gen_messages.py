@@ -1,10 +1,12 @@
 #!/usr/bin/env python3
-"""Writes docs/messages.md, the manual of the messages.
+"""Writes docs/messages.md, the manual of the messages, and the same as docs/messages.html.
 
 Number, type and text of a message come from the built-in catalogue, so that the manual cannot
 contradict the program; what a message means, an example and a remedy are written by hand in
-docs/messages.in. With --check nothing is written: the exit status is 1 when the manual is not what
-would be written, when a catalogue number has no entry in messages.in, or the reverse.
+docs/messages.in. The page in HTML is there for links: a browser that is sent to a file in Markdown
+may show it as plain text, save it, or ask what to do, but never goes to the entry of a number. With
+--check nothing is written: the exit status is 1 when the manual is not what would be written, when
+a catalogue number has no entry in messages.in, or the reverse.
 
 Format of messages.in: "# TITLE" begins a group and is followed by its introduction; "[N]" begins
 the entry of message N, which has the fields "means:", "example:" and "do:". A field runs to the
@@ -12,6 +14,7 @@ next one. Lines that begin with ";" are comments.
 """
 
 import argparse
+import html
 import pathlib
 import re
 import sys
@@ -21,6 +24,7 @@ ROOT = pathlib.Path(__file__).resolve().parent.parent
 CATALOGUE = ROOT / "common" / "builtin_catalogue.msgs"
 SOURCE = ROOT / "docs" / "messages.in"
 MANUAL = ROOT / "docs" / "messages.md"
+PAGE = ROOT / "docs" / "messages.html"
 FIELDS = ("means", "example", "do")
 WIDTH = 100
 KINDS = {"F": "fatal error", "E": "error", "M": "message"}
@@ -59,6 +63,40 @@ column, `%n` for the number, `%s` for the text and `%a` for the program's name.
 
 In the texts below, `%s`, `%d` and their like stand for what the program fills in; `%m` is the
 system's description of what went wrong.
+"""
+
+
+PAGE_START = """\
+<!doctype html>
+<html lang="en">
+<head>
+<meta charset="utf-8">
+<meta name="viewport" content="width=device-width, initial-scale=1">
+<meta name="color-scheme" content="light dark">
+<link rel="icon" href="data:,">
+<title>cpp messages</title>
+<style>
+:root { --page: #fbfaf8; --ink: #1d2126; --soft: #5f6873; --line: #e2dfd9; --shade: #f2f0ec; --mark: #fdf0d5; }
+@media (prefers-color-scheme: dark) {
+  :root { --page: #14171b; --ink: #e4e7eb; --soft: #9aa4b0; --line: #2e343c; --shade: #232830; --mark: #4a3a16; }
+}
+body {
+  max-width: 46rem; margin: 0 auto; padding: 1.25rem; overflow-wrap: anywhere;
+  background: var(--page); color: var(--ink);
+  font: 16px/1.5 system-ui, "Segoe UI", Roboto, "Helvetica Neue", Arial, sans-serif;
+}
+h2 { margin-top: 2.5rem; }
+h3 { margin: 2rem 0 0.5rem; padding-top: 0.8rem; border-top: 1px solid var(--line); }
+h3:target { background: var(--mark); }
+code, pre { font: 0.875em/1.45 ui-monospace, Menlo, Consolas, "DejaVu Sans Mono", monospace; }
+code { white-space: pre-wrap; }
+pre { overflow-x: auto; padding: 0.6rem 0.8rem; background: var(--shade); border-radius: 6px; }
+blockquote { margin: 0.5rem 0; padding: 0.2rem 0.9rem; border-left: 3px solid var(--line); }
+table { border-collapse: collapse; }
+th, td { padding: 0.25rem 0.6rem; border-bottom: 1px solid var(--line); text-align: left; vertical-align: top; }
+</style>
+</head>
+<body>
 """
 
 
@@ -152,6 +190,55 @@ def render(groups, catalogue):
     return "\n".join(parts)
 
 
+# ---- The page: of Markdown, what the manual is written in. ----
+
+def inline(text):
+    """A paragraph's code, bold and slanted text."""
+    parts = re.split(r"`([^`]*)`", text)
+    for n, part in enumerate(parts):
+        part = html.escape(part, quote=False)
+        if n % 2 == 1:
+            parts[n] = f"<code>{part}</code>"
+        else:
+            part = re.sub(r"\*\*(.+?)\*\*", r"<strong>\1</strong>", part)
+            parts[n] = re.sub(r"\*(.+?)\*", r"<em>\1</em>", part)
+    return "".join(parts)
+
+
+def table(lines):
+    """The rows of a table, whose first cells lead to the entries."""
+    def row(line, cell):
+        return "<tr>" + "".join(f"<{cell}>{inline(text.strip())}</{cell}>"
+                                for text in line.strip("|").split("|", 2)) + "</tr>\n"
+    rows = "".join(row(line, "td") for line in lines[2:])
+    rows = re.sub(r"<tr><td>(\d+)</td>", r'<tr><td><a href="#\1">\1</a></td>', rows)
+    return f"<table>\n{row(lines[0], 'th')}{rows}</table>\n"
+
+
+def block(text):
+    """One block of the manual as HTML; a heading of a message can be linked by its number."""
+    if text.startswith("```"):
+        return f"<pre>{html.escape(text.strip('`').strip(chr(10)), quote=False)}</pre>\n"
+    if text.startswith("<!--"):
+        return ""
+    if heading := re.fullmatch(r"(#+) (.*)", text):
+        number = re.match(r"\d+", heading[2])
+        name = f"h{len(heading[1])}"
+        anchor = f' id="{number[0]}"' if number else ""
+        return f"<{name}{anchor}>{inline(heading[2])}</{name}>\n"
+    if text.startswith("> "):
+        return f"<blockquote>{inline(text[2:])}</blockquote>\n"
+    if text.startswith("| "):
+        return table(text.splitlines())
+    return f"<p>{inline(text)}</p>\n"
+
+
+def render_page(manual):
+    """Returns the manual as a page of HTML."""
+    blocks = re.findall(r"^```.*?^```$|.+?(?=\n\s*\n|\Z)", manual, re.MULTILINE | re.DOTALL)
+    return PAGE_START + "".join(block(text.strip("\n")) for text in blocks) + "</body>\n</html>\n"
+
+
 def main():
     parser = argparse.ArgumentParser(description="Writes the manual of the messages.")
     parser.add_argument("--check", action="store_true", help="write nothing; fail when not current")
@@ -162,11 +249,12 @@ def main():
         check_entries(groups, catalogue)
     except (SourceError, OSError, ValueError) as fault:
         sys.exit(f"gen_messages: {fault}")
-    text = render(groups, catalogue)
-    if not args.check:
-        MANUAL.write_text(text)
-    elif not MANUAL.exists() or MANUAL.read_text() != text:
-        sys.exit(f"gen_messages: {MANUAL} is not current; run tools/gen_messages.py")
+    manual = render(groups, catalogue)
+    for path, text in ((MANUAL, manual), (PAGE, render_page(manual))):
+        if not args.check:
+            path.write_text(text)
+        elif not path.exists() or path.read_text() != text:
+            sys.exit(f"gen_messages: {path} is not current; run tools/gen_messages.py")
 
 
 if __name__ == "__main__":

@@ -18,7 +18,8 @@ import os
 import pathlib
 import sys
 
-PAGE = pathlib.Path(__file__).resolve().parent.parent / "cpp" / "page"
+HERE = pathlib.Path(__file__).resolve().parent
+PAGES = (HERE / "page", HERE.parent / "cpp" / "page")  # in an installation, in the sources
 FORMAT = "cpp report"
 VERSION = 1
 CALLS_SHOWN = 300
@@ -191,9 +192,10 @@ def page(data):
     text = json.dumps(data, separators=(",", ":"))
     for c in "<>&":
         text = text.replace(c, f"\\u{ord(c):04X}")
-    parts = {f"@{name}@": (PAGE / file).read_text(encoding="utf-8")
+    where = next(filter(pathlib.Path.is_dir, PAGES), PAGES[0])
+    parts = {f"@{name}@": (where / file).read_text(encoding="utf-8")
              for name, file in (("STYLE", "style.css"), ("SCRIPT", "script.js"))}
-    html = (PAGE / "page.html").read_text(encoding="utf-8")
+    html = (where / "page.html").read_text(encoding="utf-8")
     for mark, part in dict(parts, **{"@DATA@": text}).items():
         before, after = html.split(mark)
         html = before + part + after
@@ -233,7 +235,7 @@ def main():
     except (KeyError, IndexError, TypeError) as error:
         sys.exit(f"merge_reports.py: {path}: incomplete ({type(error).__name__}: {error})")
     except OSError as error:
-        sys.exit(f"merge_reports.py: {options.output}: {error.strerror}")
+        sys.exit(f"merge_reports.py: {error.filename or options.output}: {error.strerror}")
 
 
 if __name__ == "__main__":

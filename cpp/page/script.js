@@ -691,15 +691,15 @@ function conditionTable() {
 
 const messageKinds = {fatal: "bad", error: "bad", warning: "warn", message: ""};
 
-// The heading of a message in the manual, which a browser that shows the file as text finds too.
+// The entry of a message in the manual. A page that comes from elsewhere must not lead to files.
 function manualLink(message) {
   const text = `(${message.number})`;
   if (message.number === 0) return "";
-  if (!data.manual) return make("span", {title: `docs/messages.md, ### ${message.number}`}, text);
+  if (!data.manual || location.protocol !== "file:") {
+    return make("span", {title: `docs/messages.md tells about message ${message.number}`}, text);
+  }
   const path = data.manual.split("/").map(encodeURIComponent).join("/").replace(/^([A-Za-z])%3A/, "/$1:");
-  const kind = message.kind === "fatal" ? "fatal-error" : message.kind;
-  return make("a", {href: `file://${path}#${message.number}-${kind}:~:text=${encodeURIComponent(`### ${message.number} `)}`},
-              text);
+  return make("a", {href: `file://${path}#${message.number}`}, text);
 }
 
 function messageTable() {
