@@ -104,17 +104,21 @@ void take_path(const option_call& o, const char*& path) {
   }
 }
 
+// The same for what goes beside the text: standard output is for the text alone.
+void take_path_beside(const option_call& o, const char*& path) {
+  if (std::strcmp(o.rest, "-") == 0) {
+    complain_of_no_name(o);
+  } else {
+    take_path(o, path);
+  }
+}
+
 void opt_output(const option_call& o) {
   take_path(o, output_option);
 }
 
-// Standard output is for the text alone.
 void opt_dep(const option_call& o) {
-  if (std::strcmp(o.rest, "-") == 0) {
-    complain_of_no_name(o);
-  } else {
-    take_path(o, settings.dep_file);
-  }
+  take_path_beside(o, settings.dep_file);
 }
 
 void opt_dep_target(const option_call& o) {
@@ -263,11 +267,9 @@ void opt_udf(const option_call& o) {
 }
 
 void opt_report(const option_call& o) {
-  if (o.rest[0] == 0) {
-    alert_typed("E", "option \"%s\" names no file", o.arg);
-  } else {
-    page_open(o.rest);
-  }
+  const char* path = nullptr;
+  take_path_beside(o, path);
+  if (path != nullptr) page_open(path);
 }
 
 void opt_msgdisable(const option_call& o) {
