@@ -63,6 +63,7 @@ struct followed_call {
   bool known = false;         // its arguments have been collected
   int open = 0;               // calls whose arguments are being collected
   int call = -1;              // the record that its steps go to, if they are kept
+  std::uint64_t key = 0;      // of that record, or of the one that an earlier call like it has
   int depth = 0;              // of its frame
   int name = -1;              // in a condition: among its names
   source_place at;            // where it begins
@@ -75,7 +76,7 @@ struct watcher {
   observed_run run;
 
   std::uint64_t last_ns = 0;
-  run_phase phase = run_phase::directives;
+  run_phase phase = run_phase::reading;  // the input is opened first
   run_phase outside_calls = run_phase::directives;
 
   std::uint64_t last_output = 0;
@@ -375,10 +376,10 @@ void end_call() {
   call.result = cut(std::string(out_next - n, out_next));
 }
 
-// The key of a call: its macro and what its arguments are.
-std::uint64_t call_key(int macro, const call_arguments& args) {
+// The key of a call: its macro and what its arguments are, behind what came `before`.
+std::uint64_t call_key(std::uint64_t before, int macro, const call_arguments& args) {
   constexpr std::uint64_t prime = 0x100000001B3;
-  std::uint64_t key = 0xCBF29CE484222325 ^ static_cast<std::uint64_t>(macro);
+  std::uint64_t key = 0xCBF29CE484222325 ^ (before * prime) ^ static_cast<std::uint64_t>(macro);
   for (int n = 0; n < args.count; ++n) {
     for (const unit* p = args.first[n].text; *p != 0; ++p) key = (key ^ *p) * prime;
     key = (key ^ 0xFFFF) * prime;
@@ -399,7 +400,7 @@ call_step make_step(int macro, const call_arguments& args) {
 void identify_call(int macro, const call_arguments& args) {
   watcher& o = w();
   const bool own = o.top.at.file == 0;
-  const std::uint64_t key = call_key(macro, args);
+  const std::uint64_t key = o.top.key = call_key(0, macro, args);
   const auto known = o.calls.find(key);
   const bool is_new = known == o.calls.end();
   if (is_new) {
@@ -416,6 +417,39 @@ void identify_call(int macro, const call_arguments& args) {
   call.macro = macro;
   call.own |= own;
   ++call.count;
+}
+
+// What the call came to takes arguments from behind it, so that they belong to what it is: counts
+// it anew. A call that had a record until now without them loses it to the first one that has them.
+void identify_further(int macro, const call_arguments& args) {
+  watcher& o = w();
+  const std::uint64_t before = o.top.key;
+  const auto record = o.calls.find(before);
+  o.top.key = call_key(before, macro, args);
+  if (record == o.calls.end()) return;
+  const auto number = static_cast<std::size_t>(record->second);
+  observed_call& until_now = o.run.calls[number];
+  const auto known = o.calls.find(o.top.key);
+  if (o.top.call < 0) {
+    --until_now.count;
+    if (known != o.calls.end()) {
+      ++o.run.calls[static_cast<std::size_t>(known->second)].count;
+    } else {
+      ++o.run.calls_left_out;  // its first steps were not kept
+    }
+    return;
+  }
+  o.calls.erase(record);
+  if (known == o.calls.end()) {
+    o.calls.emplace(o.top.key, o.top.call);
+    return;
+  }
+  observed_call& same = o.run.calls[static_cast<std::size_t>(known->second)];
+  ++same.count;
+  if (until_now.own && !same.own) same.at = until_now.at;
+  same.own |= until_now.own;
+  o.run.calls.pop_back();
+  o.top.call = -1;
 }
 
 void name_in_condition(int macro, const call_step& step, bool takes_arguments) {
@@ -575,9 +609,14 @@ void note_message(const alert_report& report) {
     ++o.run.messages_left_out;
     return;
   }
-  std::string file = report.file != nullptr ? portable_path(alert_str(report.file).c_str()) : "";
-  o.run.messages.push_back(
-      {kind, report.number, std::move(file), report.line, std::string(report.text)});
+  observed_message m{kind, report.number, {}, report.line, std::string(report.text)};
+  if (report.file != nullptr) {
+    // In a macro's text the message names the macro.
+    const bool in_text = cur_frame != nullptr && cur_frame->file == nullptr && !o.open.empty();
+    m.file =
+        in_text ? file_record(current_file()).path : portable_path(alert_str(report.file).c_str());
+  }
+  o.run.messages.push_back(std::move(m));
 }
 
 // ---- The end.
@@ -774,6 +813,9 @@ void replaced(const symbol* sym, const call_arguments& args) {
   const bool takes_arguments = sym->nargs >= 0;
   if (takes_arguments && top.open > 0) --top.open;
   if (number < 0) return;
+  if (top.known && top.open == 0 && takes_arguments && cur_frame->depth == top.depth) {
+    identify_further(number, args);
+  }
   if (!top.known && top.open == 0) {
     top.known = true;
     top.depth = cur_frame->depth;

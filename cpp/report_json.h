@@ -1,7 +1,6 @@
 // The report of a run as JSON, as docs/report.md describes it.
 #pragma once
 
-
 namespace kv {
 class json_writer;
 }

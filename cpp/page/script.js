@@ -48,24 +48,51 @@ const percent = (part, whole) => `${(100 * share(part, whole)).toFixed(1)}\u00a0
 
 const fileName = (n) => (n >= 0 ? data.files[n].path : "");
 const place = (at) => (at.file >= 0 ? `${fileName(at.file)}:${at.line}` : "");
+const shortName = (path) => path.slice(path.lastIndexOf("/") + 1);
+
+// The directory that all own files lie in; it is left out where a path is only to be recognised.
+const ownDirectory = (() => {
+  const parts = data.files.filter((file) => file.own).map((file) => file.path.split("/").slice(0, -1));
+  let n = 0;
+  while (parts.length > 0 && parts.every((p) => p.length > n && p[n] === parts[0][n])) ++n;
+  return n > 0 ? parts[0].slice(0, n).join("/") + "/" : "";
+})();
+
+// A path whose name stands out, and which breaks at its slashes.
+function pathText(path, behind) {
+  const left = [ownDirectory, data.root || ""].find((directory) => path.startsWith(directory)) || "";
+  const shown = path.slice(left.length);
+  const parts = shown.split("/");
+  const name = parts.pop();
+  return make("span", {class: "path", title: path}, parts.map((part) => [`${part}/`, make("wbr")]),
+              make("span", {class: "name"}, name + (behind || "")));
+}
 
 function macroLink(n) {
   const name = data.macros[n].name;
   return make("a", {href: `#macros/${encodeURIComponent(name)}`}, code(name));
 }
 function fileLink(n) {
-  return n < 0 ? null : make("a", {href: `#includes/${encodeURIComponent(fileName(n))}`}, fileName(n));
+  return n < 0 ? null : make("a", {href: `#includes/${encodeURIComponent(fileName(n))}`},
+                             pathText(fileName(n)));
 }
 function placeLink(at) {
   return at.file < 0 ? null : make("span", {}, fileLink(at.file), `:${at.line}`);
 }
+const placeText = (at) => (at.file < 0 ? "" : pathText(fileName(at.file), `:${at.line}`));
 
 function signature(macro) {
   return macro.params === null ? macro.name : `${macro.name}(${macro.params.join(", ")})`;
 }
-function callText(step) {
-  const macro = data.macros[step.macro];
-  return macro.params === null ? macro.name : `${macro.name}(${step.args.join(", ")})`;
+function argumentText(step) {
+  return data.macros[step.macro].params === null ? "" : `(${step.args.join(", ")})`;
+}
+const stepText = (step) => data.macros[step.macro].name + argumentText(step);
+
+// A call as it was read. What a replacement ends with may take its arguments from behind the call.
+function callText(call) {
+  const [first, ...others] = call.steps;
+  return stepText(first) + others.filter((step) => step.depth === 1).map(argumentText).join("");
 }
 
 // ---- A table that sorts, filters and finds. Rows come to the page as far as somebody looks.
@@ -247,9 +274,12 @@ function facts(...pairs) {
   return make("dl", {}, pairs.filter(([, what]) => what !== null && what !== "").map(([name, what]) =>
     [make("dt", {}, name), make("dd", {}, what)]));
 }
-function list(items) {
-  return make("ul", {class: "ranks"}, items.map((item) => make("li", {}, make("span", {}, item))));
+function list(items, kind) {
+  return make("ul", {class: `ranks ${kind || ""}`}, items.map((item) => make("li", {}, make("span", {}, item))));
 }
+
+// How often; never is said so that it does not catch the eye.
+const timesCell = (n) => (n > 0 ? times(n) : make("span", {class: "soft"}, "–"));
 
 // A number over a bar that shows how much of the most it is.
 function barCell(text, part, most) {
@@ -258,6 +288,11 @@ function barCell(text, part, most) {
 }
 
 // ---- Overview.
+
+const isHeader = (file) => file.places.length > 0;
+
+const ended = () => ofBuild
+  ? `${counted(data.units.filter((unit) => !unit.complete).length, "unit")} ended early` : "ended early";
 
 function tile(value, title, section) {
   const inside = [make("b", {}, value), make("span", {}, title)];
@@ -290,10 +325,8 @@ function ranking(title, rows, value, show, link) {
 function notices() {
   const texts = [];
   if (!data.complete) {
-    texts.push(ofBuild
-      ? `${counted(data.units.filter((unit) => !unit.complete).length, "unit")} ended early: ` +
-        "what they would have done later is not here."
-      : "The run ended early. This page shows what happened until then.");
+    texts.push(ofBuild ? `${ended()}: what they would have done later is not here.`
+                       : "The run ended early. This page shows what happened until then.");
   }
   const left = Object.entries(data.left_out || {}).filter(([, n]) => n > 0);
   if (left.length > 0) {
@@ -304,10 +337,11 @@ function notices() {
 }
 
 function overview() {
-  const headers = data.files.filter((file) => file.places.length > 0);
+  const headers = data.files.filter(isHeader);
   const kinds = Object.entries(data.messages_by_kind).filter(([, n]) => n > 0);
-  const messages = kinds.map(([kind, n]) => `${count(n)} ${kind}`).join(", ") || "0";
-  const own = data.macros.filter((macro) => macro.origin !== "none");
+  const messages = kinds.reduce((sum, [, n]) => sum + n, 0);
+  const byKind = kinds.map(([kind, n]) => `${count(n)} ${kind}`).join(", ");
+  const own = data.macros.filter(isDefined);
   const candidates = data.files.filter((file) => file.candidate);
   return make("div", {}, notices(),
     make("div", {class: "tiles"},
@@ -318,7 +352,7 @@ function overview() {
       tile(count(headers.length), "headers", "includes"),
       tile(count(own.length), "macros", "macros"),
       tile(count(data.expansions), "expansions", "calls"),
-      tile(messages, "messages", "messages")),
+      tile(count(messages), byKind || "messages", "messages")),
     phaseCard(),
     make("div", {class: "two"},
       ranking("Headers that cost most", headers, (file) => file.self_ns, duration,
@@ -366,11 +400,11 @@ function headerTable() {
   const mostTotal = most((file) => file.total_ns);
   const columns = [
     {title: "Header", narrow: "50%", value: (file) => file.path.toLowerCase(),
-     cell: (file) => [make("span", {}, file.path, " "), ...headerMarks(file)]},
+     cell: (file) => [pathText(file.path), " ", ...headerMarks(file)]},
     {title: "Read", number: true, width: "4.6rem", hint: "times", value: (file) => file.reads,
      cell: (file) => times(file.reads)},
     {title: "Spared", number: true, width: "5.2rem", wide: true, hint: "times, by its include guard",
-     value: (file) => file.spared, cell: (file) => times(file.spared)},
+     value: (file) => file.spared, cell: (file) => timesCell(file.spared)},
     {title: "Size", number: true, width: "6rem", wide: true, hint: "bytes read, all times together",
      value: (file) => file.bytes, cell: (file) => size(file.bytes)},
     {title: "Lines", number: true, width: "5.4rem", wide: true, value: (file) => file.lines,
@@ -403,8 +437,6 @@ function inclusionChildren() {
   });
   return children;
 }
-
-const shortName = (path) => path.slice(path.lastIndexOf("/") + 1);
 
 class Icicle {
   constructor(children) {
@@ -486,23 +518,44 @@ class Icicle {
   }
 }
 
-// The tree in the order it happened; a branch is made when it is opened.
+const branchesAtOnce = 100;
+
+// The tree in the order it happened; a branch is made when it is opened, a wide one bit by bit.
 function includeTree(children) {
+  const grow = (inside, rest) => {
+    inside.append(...rest.slice(0, branchesAtOnce).map(item));
+    const left = rest.slice(branchesAtOnce);
+    if (left.length === 0) return;
+    const more = make("button", {class: "chip more", type: "button", click: () => {
+      const next = more.parentElement;
+      grow(inside, left);
+      next.nextElementSibling.querySelector("a, summary").focus();
+      next.remove();
+    }}, `Show more of ${count(left.length)}`);
+    inside.append(make("li", {}, more));
+  };
   const item = (n) => {
     const node = data.inclusions[n];
-    const line = [make("span", {class: "name"}, fileLink(node.file), node.line > 0
-                       ? make("span", {class: "soft"}, ` line ${node.line}`) : null),
-                  node.spared ? badge("spared") : null,
-                  make("span", {class: "num"}, node.spared ? "" : `${duration(node.total_ns)}, ${size(node.output)}`)];
+    const file = data.files[node.file];
+    const cost = (text, wide) => make("span", {class: wide ? "num wide" : "num"}, text);
+    const line = [make("span", {class: "label"}, fileLink(node.file), node.line > 0
+                       ? make("span", {class: "soft"}, ` line ${node.line} `) : " ",
+                       node.spared ? badge("spared") : null,
+                       file.candidate ? badge("may be dropped", "warn") : null),
+                  node.spared ? null : [cost(duration(node.self_ns), true), cost(duration(node.total_ns)),
+                                        cost(size(node.output), true)]];
     if (children[n].length === 0) return make("li", {}, make("span", {class: "leaf"}, line));
     const inside = make("ul", {});
     const details = make("details", {toggle: () => {
-      if (inside.children.length === 0) inside.append(...children[n].map(item));
+      if (inside.children.length === 0) grow(inside, children[n]);
     }}, make("summary", {}, line), inside);
     if (n === 0) details.open = true;
     return make("li", {}, details);
   };
-  return make("ul", {class: "tree"}, data.inclusions.length > 0 ? item(0) : null);
+  return [make("p", {class: "leaf heads soft"}, make("span", {class: "label"}, "Header"),
+               ["alone", "with included", "output"].map((title, n) =>
+                 make("span", {class: n === 1 ? "num" : "num wide"}, title))),
+          make("ul", {class: "tree"}, data.inclusions.length > 0 ? item(0) : null)];
 }
 
 function includesByTree() {
@@ -518,7 +571,8 @@ function includesByTree() {
     }}, `by ${measure.name}`));
   return [
     make("div", {class: "tools"}, chips, make("span", {class: "found"},
-      "Width: cost with what is included. Red: most of it in the header itself. A click zooms.")),
+      "Width: cost with what is included. Colour: from blue, spent in what it includes, to red, " +
+      "spent in the header itself. A click zooms.")),
     icicle.element,
     make("section", {class: "card", style: "margin-top:1rem"},
          make("h2", {}, "In the order it happened"), includeTree(children))];
@@ -531,6 +585,7 @@ function includes(table) {
 
 // ---- Macros.
 
+const isDefined = (macro) => macro.origin !== "none";
 const isUsed = (macro) => macro.expanded + macro.if + macro.ifdef > 0;
 
 function macroBadges(macro) {
@@ -539,7 +594,7 @@ function macroBadges(macro) {
           macro.redefined > 0 ? badge("redefined", "bad") : null,
           macro.undefined > 0 ? badge("undefined", "warn") : null,
           macro.variants > 1 ? badge(`${macro.variants} definitions`, "bad") : null,
-          macro.origin !== "none" && !isUsed(macro) ? badge("unused") : null];
+          isDefined(macro) && !isUsed(macro) ? badge("unused") : null];
 }
 
 function definition(macro) {
@@ -551,11 +606,11 @@ function macroDetail(macro) {
   const number = data.macros.indexOf(macro);
   const calls = data.calls.filter((call) => call.steps.some((step) => step.macro === number));
   return make("div", {},
-    macro.origin === "none" ? null
-      : facts(["definition", make("code", {}, `#define ${signature(macro)} ${definition(macro)}`)],
-              ["at", placeLink(macro)],
-              ["units", macro.units ? `defined in ${count(macro.units)}, used in ${count(macro.used_in)}` : null]),
-    facts(["used", `expanded ${times(macro.expanded)}, tested ${times(macro.if)} by #if and ` +
+    facts(...(macro.origin === "none" ? [] : [
+            ["definition", code(`#define ${signature(macro)} ${definition(macro)}`)],
+            ["at", placeLink(macro)],
+            ["units", macro.units ? `defined in ${count(macro.units)}, used in ${count(macro.used_in)}` : null]]),
+          ["used", `expanded ${times(macro.expanded)}, tested ${times(macro.if)} by #if and ` +
                    `${times(macro.ifdef)} by #ifdef`],
           ["same again", macro.same_again > 0 ? `defined ${times(macro.same_again)} more as it was` : null]),
     macro.changes.length > 1 || macro.origin !== "file" && macro.changes.length > 0
@@ -563,7 +618,7 @@ function macroDetail(macro) {
       : null,
     calls.length > 0
       ? [make("h2", {}, "Calls with it"), list(calls.slice(0, 20).map((call) =>
-          make("a", {href: `#calls/${data.calls.indexOf(call)}`}, code(callText(call.steps[0])))))]
+          make("a", {href: `#calls/${data.calls.indexOf(call)}`}, code(callText(call)))), "flow")]
       : null);
 }
 
@@ -575,20 +630,20 @@ function macroTable() {
     {title: "Definition", value: (macro) => definition(macro),
      cell: (macro) => make("div", {class: "clip"}, code(definition(macro)))},
     {title: "Place", width: "19%", wide: true, value: (macro) => place(macro), cell: (macro) =>
-      make("span", {class: "soft"}, place(macro))},
+      placeText(macro)},
     {title: "Expanded", number: true, width: "5.8rem", value: (macro) => macro.expanded,
-     cell: (macro) => barCell(times(macro.expanded), macro.expanded, most)},
+     cell: (macro) => barCell(timesCell(macro.expanded), macro.expanded, most)},
     {title: "#if", number: true, width: "4.4rem", wide: true, value: (macro) => macro.if,
-     cell: (macro) => times(macro.if)},
+     cell: (macro) => timesCell(macro.if)},
     {title: "#ifdef", number: true, width: "4.8rem", wide: true, value: (macro) => macro.ifdef,
-     cell: (macro) => times(macro.ifdef)},
+     cell: (macro) => timesCell(macro.ifdef)},
   ];
   const from = (origin) => (macro) => macro.origin === origin;
   return new Table({rows: data.macros, columns, detail: macroDetail, hint: "Find a macro by part of its name",
     text: (macro) => macro.name, key: (macro) => macro.name, sort: columns[3], falling: true,
     filters: [
       {title: "unused", hint: "neither expanded nor tested",
-       test: (macro) => macro.origin !== "none" && !isUsed(macro)},
+       test: (macro) => isDefined(macro) && !isUsed(macro)},
       {title: "redefined", hint: "or undefined",
        test: (macro) => macro.redefined + macro.undefined > 0 || macro.variants > 1},
       {title: "start-up", test: from("start-up")},
@@ -602,7 +657,7 @@ function stepItem(step, first) {
   const macro = data.macros[step.macro];
   const args = (macro.params || []).map((name, n) => `${name} = ${step.args[n] || ""}`);
   return make("li", {style: `--depth:${step.depth - 1}`},
-    make("span", {}, make("a", {href: `#macros/${encodeURIComponent(macro.name)}`}, code(callText(step))),
+    make("span", {}, make("a", {href: `#macros/${encodeURIComponent(macro.name)}`}, code(stepText(step))),
          make("span", {class: "soft"}, first ? "" : " rescanned")),
     args.length > 0 ? make("span", {class: "args mono"},
                            args.map((arg) => make("span", {}, arg))) : null,
@@ -621,8 +676,8 @@ function callCard(call, n) {
                         code(result || "(nothing)")));
     }
   }},
-    make("summary", {}, code(callText(call.steps[0])),
-      make("span", {class: "place soft"}, `${times(call.count)}, ${place(call)}`),
+    make("summary", {}, code(callText(call)),
+      make("span", {class: "place soft"}, `${times(call.count)}, `, placeText(call)),
       make("span", {class: "to"}, "→ ", code(result === null ? "(not written as text)" : result || "(nothing)"))),
     steps);
   return card;
@@ -630,7 +685,7 @@ function callCard(call, n) {
 
 function calls() {
   const cards = data.calls.map(callCard);
-  const texts = data.calls.map((call) => [callText(call.steps[0]), call.result || "",
+  const texts = data.calls.map((call) => [callText(call), call.result || "",
     ...call.steps.map((step) => data.macros[step.macro].name)].join("\n").toLowerCase());
   const found = make("span", {class: "found", role: "status"});
   const search = make("input", {type: "search", placeholder: "Find a call", "aria-label": "Find a call"});
@@ -676,7 +731,7 @@ function conditionDetail(condition) {
 function conditionTable() {
   const columns = [
     {title: "Place", width: "28%", value: (c) => c.file * 1e7 + c.line,
-     cell: (c) => make("span", {class: "soft"}, place(c))},
+     cell: placeText},
     {title: "Condition", value: (c) => c.text, cell: conditionCell},
     {title: "Came out", width: "8.6rem", narrow: "6.6rem", value: (c) => c.state,
      cell: (c) => badge(stateSigns[c.state], stateKinds[c.state])},
@@ -707,7 +762,7 @@ function messageTable() {
     {title: "Kind", width: "6.4rem", narrow: "4.7rem", value: (m) => m.kind, cell: (m) => badge(m.kind, messageKinds[m.kind])},
     {title: "Number", number: true, width: "5.4rem", narrow: "4.6rem", value: (m) => m.number, cell: manualLink},
     {title: "Place", width: "30%", value: (m) => m.file,
-     cell: (m) => make("span", {class: "soft"}, m.file === "" ? "" : `${m.file}:${m.line}`)},
+     cell: (m) => (m.file === "" ? "" : pathText(m.file, `:${m.line}`))},
     {title: "Message", value: (m) => m.text},
   ];
   const kinds = [...new Set(data.messages.map((m) => m.kind))];
@@ -722,7 +777,7 @@ function unitTable() {
   const most = Math.max(1, ...data.units.map((unit) => unit.total_ns));
   const columns = [
     {title: "Unit", value: (unit) => unit.input.toLowerCase(), cell: (unit) =>
-      [make("span", {}, unit.input, " "), unit.complete ? null : badge("ended early", "bad"),
+      [pathText(unit.input), " ", unit.complete ? null : badge("ended early", "bad"),
        unit.status === 0 ? null : badge(`status ${unit.status}`, "bad")]},
     {title: "Time", number: true, width: "7rem", value: (unit) => unit.total_ns,
      cell: (unit) => barCell(duration(unit.total_ns), unit.total_ns, most)},
@@ -754,8 +809,8 @@ function tableSection(title, n, makeTable, around) {
 const sections = {
   overview: {title: "Overview", make: overview},
   ...(ofBuild ? {units: tableSection("Units", data.units.length, unitTable)} : {}),
-  includes: tableSection("Includes", data.files.length, headerTable, includes),
-  macros: tableSection("Macros", data.macros.length, macroTable),
+  includes: tableSection("Includes", data.files.filter(isHeader).length, headerTable, includes),
+  macros: tableSection("Macros", data.macros.filter(isDefined).length, macroTable),
   calls: {title: "Calls", n: data.calls.length, make: calls, show: (key) => {
     const card = document.getElementById(`call-${key}`);
     if (!card) return;
@@ -792,6 +847,8 @@ function goToHash() {
     if (link.hash === `#${id}`) link.setAttribute("aria-current", "page");
     else link.removeAttribute("aria-current");
   }
+  const current = nav.querySelector("[aria-current]");
+  nav.scrollLeft = current.offsetLeft - (nav.clientWidth - current.offsetWidth) / 2;
   if (key !== undefined && section.show) section.show(decoded(key));
 }
 
@@ -815,7 +872,7 @@ function start() {
   const when = new Date(data.started);
   document.getElementById("subtitle").textContent = [
     isNaN(when) ? data.started : when.toLocaleString(), duration(data.total_ns),
-    data.complete ? null : "ended early", data.status === 0 ? null : `exit status ${data.status}`,
+    data.complete ? null : ended(), data.status === 0 ? null : `exit status ${data.status}`,
   ].filter(Boolean).join(" · ");
   nav.append(...Object.entries(sections).map(([id, section]) =>
     make("a", {href: `#${id}`}, section.title,
