@@ -366,7 +366,7 @@ def check_page_numbers(browser, work):
     tiles = browser.script(
         "return Object.fromEntries([...document.querySelectorAll('.tile')]"
         ".map(t => ['span', 'b'].map(name => t.querySelector(name).innerText)))")
-    same("the tiles", (tiles["headers"], tiles["expansions"], tiles["1 warning"]),
+    same("the tiles", (tiles["headers"], tiles["expansions"], tiles["warning"]),
          ("2", str(sum(n[0] for n in BY_HAND.values())), "1"))
     page.section("macros")
     rows = dict(zip(page.names(), page.cells(3)))

@@ -340,7 +340,9 @@ function overview() {
   const headers = data.files.filter(isHeader);
   const kinds = Object.entries(data.messages_by_kind).filter(([, n]) => n > 0);
   const messages = kinds.reduce((sum, [, n]) => sum + n, 0);
-  const byKind = kinds.map(([kind, n]) => `${count(n)} ${kind}`).join(", ");
+  const named = (kind, n) => (n === 1 || kind === "fatal" ? kind : `${kind}s`);
+  const byKind = kinds.length === 1 ? named(...kinds[0])
+    : kinds.map(([kind, n]) => `${count(n)} ${named(kind, n)}`).join(", ");
   const own = data.macros.filter(isDefined);
   const candidates = data.files.filter((file) => file.candidate);
   return make("div", {}, notices(),
