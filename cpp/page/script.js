@@ -114,6 +114,7 @@ class Table {
       if (seen.some((entry) => entry.isIntersecting)) this.addRows();
     }, {rootMargin: "600px"}).observe(this.more);
     matchMedia("(max-width: 760px)").addEventListener("change", () => this.spanVisibleColumns());
+    this.arrange();
     this.update();
   }
 
@@ -163,22 +164,26 @@ class Table {
     const column = this.columns[n];
     this.falling = this.sort === column ? !this.falling : Boolean(column.number);
     this.sort = column;
+    this.arrange();
     this.update();
   }
 
-  // Works out anew which rows there are, in which order, and shows the first of them.
+  // Sorts all rows, so that a search has only to leave some out.
+  arrange() {
+    this.order = [...this.rows.keys()];
+    if (this.sort) {
+      const values = this.rows.map(this.sort.value);
+      const sign = this.falling ? -1 : 1;
+      this.order.sort((a, b) => (values[a] < values[b] ? -sign : values[a] > values[b] ? sign : 0));
+    }
+  }
+
+  // Works out anew which rows are wanted and shows the first of them.
   update() {
     const wanted = this.search.value.trim().toLowerCase();
-    this.shown = this.rows.filter((row, n) => this.texts[n].includes(wanted) &&
-                                              (!this.filter || this.filter.test(row)));
-    if (this.sort) {
-      const {value} = this.sort;
-      const sign = this.falling ? -1 : 1;
-      this.shown.sort((a, b) => {
-        const x = value(a), y = value(b);
-        return x < y ? -sign : x > y ? sign : 0;
-      });
-    }
+    this.shown = this.order.filter((n) => this.texts[n].includes(wanted) &&
+                                          (!this.filter || this.filter.test(this.rows[n])))
+      .map((n) => this.rows[n]);
     this.columns.forEach((column, n) => {
       const order = this.falling ? "descending" : "ascending";
       if (column === this.sort) this.heads[n].setAttribute("aria-sort", order);
