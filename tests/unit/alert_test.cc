@@ -484,6 +484,7 @@ TEST_F(AlertDeathTest, UnreadableChoiceLeavesTheBuiltInMessages) {
   const std::string text = run([] {
     if (geteuid() == 0 && seteuid(65534) != 0) _exit(99);  // the superuser can read it
     alert_msg(1446, "x");
+    EXPECT_EQ(seteuid(getuid()), 0);
   });
   EXPECT_TRUE(text.starts_with("Can't open file ")) << text;
   EXPECT_TRUE(

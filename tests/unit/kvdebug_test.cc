@@ -12,8 +12,11 @@
 #include <string>
 
 #include "common/alert.h"
+#include "common/cmode.h"
 #include "common/hash.h"
 #include "common/host.h"
+#include "common/html.h"
+#include "common/kvinstdir.h"
 #include "common/vector.h"
 #include "common/zip_archive.h"
 
@@ -205,6 +208,48 @@ TEST_F(kvdebug, failed_checks_become_messages_of_the_chosen_kind) {
   const std::string text = run("out:t,assert:fatal", fail, 1);
   EXPECT_NE(text.find("1503"), std::string::npos) << text;
   EXPECT_EQ(read("t"), "");
+}
+
+TEST_F(kvdebug, slips_of_callers_are_told_and_do_no_harm) {
+  const std::string text = run("out:t,assert:warning", [] {
+    vector* const v = vec_create_chunk(0, "v.cc", 1);
+    vec_push(v, 1);
+    vec_move(v, 0, 1);
+    vec_sort(v, nullptr);
+    EXPECT_EQ(vec_iter_more(v), 0);
+    EXPECT_EQ(vec_iter_next(v), 0U);
+    EXPECT_EQ(vec_iter_current(v), 0U);
+    EXPECT_EQ(vec_count(v), 1U);
+    html_vcell("c", {});
+    html_table_end();
+    EXPECT_EQ(kvinstdir(KVINSTDIR_LAST), nullptr);
+    EXPECT_EQ(cmode_set(nullptr), cmode_get());
+  });
+  for (const char* check :
+       {"chunk != 0 (", "to < v->count (", "compare != NULL (", "v->iterators != NULL (",
+        "curTable != NULL (", "which < KVINSTDIR_LAST (", "opt != NULL ("}) {
+    EXPECT_NE(text.find("assertion failure: " + std::string(check)), std::string::npos) << check;
+  }
+}
+
+TEST_F(kvdebug, html_without_a_report_is_nothing_and_a_style_sheet_is_named) {
+  run("out:t", [] {
+    html_frames(1);
+    html_heading(1, "h");
+    html_table_begin(1);
+    html_vcell("c", {});
+    html_table_end();
+    html_close();
+    html_end();
+    html_open("r.htm", nullptr, nullptr, "look.css");
+    html_heading(1, "h");
+    html_vcell("no table", {});
+    html_close();
+  });
+  const std::string page = read("r.htm");
+  EXPECT_NE(page.find("look.css"), std::string::npos) << page;
+  EXPECT_NE(page.find("no table"), std::string::npos) << page;
+  EXPECT_EQ(page.find("TITLE"), std::string::npos) << page;
 }
 
 TEST_F(kvdebug, containers_report_their_statistics) {
