@@ -14,6 +14,13 @@
 #include <emmintrin.h>
 #endif
 
+// Inline even where the compiler would not think it worth its while.
+#if defined(_MSC_VER) && !defined(__clang__)
+#define CPP_INLINE __forceinline
+#else
+#define CPP_INLINE [[gnu::always_inline]] inline
+#endif
+
 namespace kv::cpp {
 
 #if defined(CPP_NO_LANES)

@@ -276,9 +276,9 @@ Text* end_of_literal_around(Text* p, Text* clear, Text* limit) {
 
 /// The first byte in [p, limit) that ends a line of a skipped group or can matter there, or
 /// `limit`. `p` is not inside a literal. Quotes are looked for only where something stands that a
-/// literal would hide.
+/// literal would hide. Inline where it is used for line after line, with what it looks for at hand.
 template <class Text>
-Text* find_skipped_end(Text* p, Text* limit) {
+CPP_INLINE Text* find_skipped_end(Text* p, Text* limit) {
   Text* clear = p;
   for (;; ++p) {
     p = find_any(p, limit, '\n', '/', '\\', '?', 0);
