@@ -2,6 +2,7 @@
 
 #include <cstddef>
 
+#include "cpp/expand.h"
 #include "cpp/frames.h"
 #include "cpp/reader.h"
 #include "cpp/scan.h"
@@ -70,7 +71,7 @@ void asm_ifdef_rewrite() {
     give_back_noted();
     return;
   }
-  push_text((is_macro(c) != nullptr) == wants_defined ? u"if 1" : u"if 0");
+  push_text((scan_macro(c) != nullptr) == wants_defined ? u"if 1" : u"if 0");
 }
 
 }  // namespace kv::cpp

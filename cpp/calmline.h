@@ -18,9 +18,9 @@
 #include "cpp/frames.h"
 #include "cpp/lanescan.h"
 #include "cpp/macro_area.h"
-#include "cpp/options.h"
 #include "cpp/reader.h"
 #include "cpp/scan.h"
+#include "cpp/settings.h"
 
 namespace kv::cpp {
 

@@ -7,14 +7,14 @@
 
 #include "cpp/calmline.h"
 #include "cpp/conditions.h"
-#include "cpp/control.h"
 #include "cpp/define.h"
+#include "cpp/directives.h"
 #include "cpp/lanes.h"
 #include "cpp/lanescan.h"
 #include "cpp/observe.h"
-#include "cpp/options.h"
 #include "cpp/reader.h"
 #include "cpp/scan.h"
+#include "cpp/settings.h"
 #include "cpp/source.h"
 #include "cpp/symtab.h"
 

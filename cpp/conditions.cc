@@ -11,6 +11,11 @@
 namespace kv::cpp {
 
 bool compiling = true;
+bool in_asm = false;
+
+void set_in_asm(bool on) {
+  in_asm = on;
+}
 
 namespace {
 

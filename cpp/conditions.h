@@ -1,10 +1,14 @@
-// The stack of conditional groups that decides which text is kept.
+// What decides which text is kept and how it is read: the stack of conditional groups, and whether
+// it is the assembler's.
 #pragma once
 
 namespace kv::cpp {
 
 /// Whether text is being compiled; false inside a skipped group.
 extern bool compiling;
+/// Between #asm and #endasm.
+extern bool in_asm;
+void set_in_asm(bool on);
 
 /// Whether `n` more conditional groups can be opened inside one another.
 bool groups_fit(int n);

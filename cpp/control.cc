@@ -17,19 +17,19 @@
 #include "common/osdep.h"
 #include "cpp/conditions.h"
 #include "cpp/define.h"
+#include "cpp/directives.h"
+#include "cpp/expand.h"
 #include "cpp/ifexpr.h"
 #include "cpp/include.h"
 #include "cpp/observe.h"
-#include "cpp/options.h"
 #include "cpp/outbuf.h"
 #include "cpp/output.h"
 #include "cpp/reader.h"
 #include "cpp/scan.h"
+#include "cpp/settings.h"
 #include "cpp/symtab.h"
 
 namespace kv::cpp {
-
-bool in_asm = false;
 
 namespace {
 
@@ -79,7 +79,7 @@ void read_condition() {
 void read_name_condition(bool wants_defined) {
   const int c = skip_ws();
   if (char_class(c) == CT_LETTER) {
-    const bool known = is_macro(c) != nullptr;
+    const bool known = scan_macro(c) != nullptr;
     if (observing) observe::name_tested(token_text(), token_len, known);
     choose_branch(known == wants_defined);
     return;
@@ -230,13 +230,13 @@ int do_asm(int /*pending*/) {
   if (text_output()) write_line_marker();
   skip_line();
   if (text_output()) out_text("#asm\n");
-  in_asm = true;
+  set_in_asm(true);
   return 0;
 }
 
 int do_endasm(int pending) {
   if (!in_asm) alert_msg(105);
-  in_asm = false;
+  set_in_asm(false);
   if (text_output()) {
     out_text("#endasm ");
     pending = sync_lines(pending);

@@ -15,15 +15,16 @@
 #include "common/stringcache.h"
 #include "cpp/calmline.h"
 #include "cpp/diag.h"
+#include "cpp/expand.h"
 #include "cpp/macro_area.h"
 #include "cpp/number.h"
 #include "cpp/observe.h"
-#include "cpp/options.h"
 #include "cpp/outbuf.h"
 #include "cpp/output.h"
 #include "cpp/reader.h"
 #include "cpp/report.h"
 #include "cpp/scan.h"
+#include "cpp/settings.h"
 #include "cpp/source.h"
 #include "cpp/symtab.h"
 
@@ -225,7 +226,7 @@ const char* place_name(const input_frame* f) {
 // The record that the name in token_buf will be defined in. A macro that is known is kept, with the
 // place of its first definition, and gives up its body.
 symbol* enter_definition(int c, bool& known, unit*& old_body) {
-  symbol* sym = is_macro(c);
+  symbol* sym = scan_macro(c);
   known = sym != nullptr;
   if (known) {
     old_body = sym->body;

@@ -14,8 +14,8 @@
 #include "common/outfile.h"
 #include "cpp/diag.h"
 #include "cpp/include.h"
-#include "cpp/options.h"
 #include "cpp/outbuf.h"
+#include "cpp/settings.h"
 
 namespace kv::cpp {
 

@@ -8,8 +8,8 @@
 #include "common/format.h"
 #include "common/osdep.h"
 #include "common/outfile.h"
-#include "cpp/options.h"
 #include "cpp/reader.h"
+#include "cpp/settings.h"
 #include "cpp/source.h"
 #include "cpp/symtab.h"
 

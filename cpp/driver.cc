@@ -34,6 +34,7 @@
 #include "cpp/report.h"
 #include "cpp/report_page.h"
 #include "cpp/scan.h"
+#include "cpp/settings.h"
 #include "cpp/textlane.h"
 
 namespace kv::cpp {
@@ -181,6 +182,7 @@ void start(int argc, char** argv) {
   if (settings.source_name[0] == 0 && !is_standard_stream(input.path)) {
     settings.source_name = input.path;
   }
+  comment_sink = put_char_out;
   push_main_file(input.fd, input.path, settings.source_name);
   base_frame = cur_frame;
   if (settings.macro_report) report_table();

@@ -19,9 +19,9 @@
 #include "cpp/lanescan.h"
 #include "cpp/macro_area.h"
 #include "cpp/observe.h"
-#include "cpp/options.h"
 #include "cpp/replacement.h"
 #include "cpp/report.h"
+#include "cpp/settings.h"
 #include "cpp/source.h"
 #include "cpp/symtab.h"
 #include "cpp/texts.h"
@@ -447,7 +447,7 @@ expansion expand(symbol* sym) {
 // Expands the identifier that begins with `c`, and those that directly follow, as far as possible.
 step consider(int c) {
   for (;;) {
-    symbol* sym = is_macro(c);
+    symbol* sym = scan_macro(c);
     if (sym == nullptr) return resolved(c);
     const int next = get();
     unget();
@@ -561,6 +561,12 @@ void complete_call() {
 }
 
 }  // namespace
+
+symbol* scan_macro(int c) {
+  scan_id(c);
+  symbol* sym = sym_find(token_buf, token_len);
+  return sym != nullptr && sym_eligible(sym) ? sym : nullptr;
+}
 
 bool expand_name(symbol* sym) {
   const expansion e = expand(sym);

@@ -11,9 +11,9 @@
 
 namespace kv::cpp {
 
-/// How beginning to expand a macro has ended: it is not expanded after all, its replacement is on
-/// top of the stack and nothing of it has been read, or it is a call whose arguments come next.
-enum class expansion { none, done, call_opened };
+/// Scans the identifier that begins with `c`, already read, into token_buf and returns its macro if
+/// there is one that may be expanded here, else null.
+symbol* scan_macro(int c);
 
 /// Expands `sym`, which may be expanded here and whose name has just been read, with no `##` behind
 /// it. Returns whether it was expanded: the replacement is then on top of the stack, and nothing of

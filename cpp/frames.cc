@@ -175,6 +175,15 @@ void free_base_frame() {
   base_frame = nullptr;
 }
 
+bool sym_eligible(const symbol* sym) {
+  const input_frame* f = cur_frame;
+  if (f != nullptr && f->macro == nullptr && f->file == nullptr && f->parent != nullptr &&
+      f->parent->macro == sym) {
+    return true;
+  }
+  return sym->disable == 0;
+}
+
 input_frame* nearest_file_frame() {
   input_frame* f = cur_frame;
   while (f != nullptr && f->file == nullptr) f = f->parent;

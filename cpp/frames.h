@@ -128,6 +128,10 @@ inline bool in_text_frame() {
   return f != nullptr && f->file == nullptr;
 }
 
+/// Whether `sym` may be expanded where reading stands: it is not disabled, or the text being read
+/// is an argument or generated text directly above an expansion of this very macro.
+bool sym_eligible(const symbol* sym);
+
 /// The nearest file frame from the top of the stack down, or null.
 input_frame* nearest_file_frame();
 

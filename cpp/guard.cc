@@ -10,7 +10,7 @@
 #include <cstddef>
 #include <cstring>
 
-#include "cpp/control.h"
+#include "cpp/directives.h"
 #include "cpp/lanes.h"
 #include "cpp/lanescan.h"
 #include "cpp/reader.h"

@@ -13,9 +13,9 @@
 #include "cpp/lanes.h"
 #include "cpp/lanescan.h"
 #include "cpp/observe.h"
-#include "cpp/options.h"
 #include "cpp/reader.h"
 #include "cpp/scan.h"
+#include "cpp/settings.h"
 #include "cpp/symtab.h"
 
 namespace kv::cpp {
@@ -552,7 +552,7 @@ token evaluator::defined_operand() {
   const bool parenthesised = c == '(';
   if (parenthesised) c = skip_ws();
   if (char_class(c) != CT_LETTER) return fail_at(c, 127);
-  const bool known = is_macro(c) != nullptr;
+  const bool known = scan_macro(c) != nullptr;
   if (observing) observe::name_tested(token_text(), token_len, known);
   if (parenthesised && (c = skip_ws()) != ')') return fail_at(c, 127);
   return give(known ? 1 : 0, true);

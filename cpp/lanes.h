@@ -33,6 +33,10 @@ inline constexpr bool lanes = true;
 /// blocks, since a line's last bytes are many where lines are short.
 inline constexpr std::size_t search_slack = 16;
 
+/// The bytes that must be readable behind a name that lies in bytes.
+inline constexpr std::size_t name_slack = 8;
+static_assert(search_slack >= name_slack);
+
 /// The first byte in [p, end) that is one of those given, or `end`.
 template <class Text, class... Byte>
 inline Text* find_any(Text* p, Text* end, Byte... wanted) {

@@ -14,9 +14,9 @@
 #include <cstddef>
 #include <cstdint>
 
+#include "cpp/charclass.h"
 #include "cpp/lanes.h"
-#include "cpp/number.h"
-#include "cpp/options.h"
+#include "cpp/settings.h"
 #include "cpp/symtab.h"
 #include "cpp/text16.h"
 

@@ -1,27 +1,10 @@
 // The grammar of numbers, for any input that has get() and unget() of one unit.
 #pragma once
 
-#include "cpp/control.h"
-#include "cpp/scan.h"
+#include "cpp/charclass.h"
+#include "cpp/conditions.h"
 
 namespace kv::cpp {
-
-namespace number {
-
-inline bool is_digit(int c) {
-  return char_class(c) == CT_DIGIT;
-}
-constexpr bool is_ascii_letter(int c) {
-  return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z');
-}
-constexpr bool is_hex_letter(int c) {
-  return (c >= 'a' && c <= 'f') || (c >= 'A' && c <= 'F');
-}
-constexpr bool is_letter(int c, char lower) {
-  return c == lower || c == lower - 'a' + 'A';
-}
-
-}  // namespace number
 
 /// Passes the number that begins with `c`, a digit or a point already taken from `input`, to `out`,
 /// one call a unit. Leaves the unit that ended it to the input.

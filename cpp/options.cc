@@ -24,7 +24,6 @@
 #include "common/version.h"
 #include "cpp/depend.h"
 #include "cpp/diag.h"
-#include "cpp/driver.h"
 #include "cpp/ifsizeof.h"
 #include "cpp/include.h"
 #include "cpp/observe.h"
@@ -33,12 +32,11 @@
 #include "cpp/report.h"
 #include "cpp/report_page.h"
 #include "cpp/scan.h"
+#include "cpp/settings.h"
 #include "cpp/symtab.h"
 #include "cpp/usage.h"
 
 namespace kv::cpp {
-
-constinit run_settings settings;
 
 namespace {
 
@@ -287,7 +285,7 @@ void opt_dump(const option_call&) {
 
 void opt_version(const option_call&) {
   out_text(version_banner());
-  cpp_exit(0);
+  alert_leave(0);
 }
 
 void opt_promote(const option_call& o) {
@@ -385,7 +383,7 @@ constexpr option options[] = {
 void opt_help(const option_call&) {
   std::vector<option_doc> rows(std::begin(options), std::end(options));
   out_text(usage_page(rows));
-  cpp_exit(0);
+  alert_leave(0);
 }
 
 // What follows the spelling of `row` in `arg`, or null when it is another option. Keywords and

@@ -8,12 +8,12 @@
 #include <vector>
 
 #include "common/outfile.h"
-#include "cpp/control.h"
+#include "cpp/conditions.h"
 #include "cpp/diag.h"
 #include "cpp/include.h"
-#include "cpp/options.h"
 #include "cpp/outbuf.h"
 #include "cpp/reader.h"
+#include "cpp/settings.h"
 
 namespace kv::cpp {
 

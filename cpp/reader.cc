@@ -13,8 +13,6 @@
 
 #include "common/alert.h"
 #include "cpp/lanes.h"
-#include "cpp/output.h"
-#include "cpp/scan.h"
 #include "cpp/source.h"
 
 namespace kv::cpp {
@@ -24,6 +22,7 @@ bool raw_read = false;
 bool line_shown = false;
 std::string forced_includes;
 bool keep_comments_now = false;
+void (*comment_sink)(int c) = nullptr;
 
 namespace {
 
@@ -213,7 +212,7 @@ struct comment_text {
       frame = cur_frame->serial;
       alert_msg(180);
     }
-    if (copied && copy_this && c != 0) put_char_out(c);
+    if (copied && copy_this && c != 0) comment_sink(c);
     return c;
   }
 
@@ -318,8 +317,8 @@ int comment(int opener) {
     return deliver_read_ahead_of('/', behind);
   }
   if (keep_comments_now) {
-    put_char_out(opener);
-    if (c != 0) put_char_out(c);
+    comment_sink(opener);
+    if (c != 0) comment_sink(c);
   }
   comment_text text;
   if (opener == ';') return line_comment(text, c);
@@ -480,24 +479,11 @@ int take_line_end() {
   if (at_line_end(f) && load_line(f) && plain.in_file[*f->rdptr]) return *f->rdptr++;
   return read_on;
 }
-
-constexpr plain_tables initial_plain_tables() {
-  plain_tables t{};
-  for (int c = 0; c < 256; ++c) {
-    const bool translated = c == 0 || c == '/' || c == '\\' || c == '\v' || c == '\f' || c == '\r';
-    t.in_text[static_cast<std::size_t>(c)] = !translated;
-    t.in_file[static_cast<std::size_t>(c)] = !translated && c != '\n' && c != '?';
-  }
-  return t;
-}
-
 }  // namespace
-
-constinit plain_tables plain = initial_plain_tables();
 
 void set_semicolon_comments(bool on) {
   semicolon_comments = on;
-  plain.in_file[';'] = plain.in_text[';'] = !on;
+  set_plain(';', !on);
 }
 
 int get_slow() {

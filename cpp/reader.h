@@ -11,10 +11,10 @@
 // other unit, and every change of frame, is in get_slow().
 #pragma once
 
-#include <array>
 #include <cstddef>
 #include <string>
 
+#include "cpp/charclass.h"
 #include "cpp/frames.h"
 #include "cpp/lanes.h"
 #include "cpp/text16.h"
@@ -31,13 +31,8 @@ extern bool line_shown;
 extern std::string forced_includes;
 /// Comments are being copied to the output.
 extern bool keep_comments_now;
-
-/// For each byte, whether get() delivers it unchanged: from a file line, and from a text frame.
-struct plain_tables {
-  std::array<bool, 256> in_file;
-  std::array<bool, 256> in_text;
-};
-extern plain_tables plain;
+/// Where the units of such comments go; set once, before the first is read.
+extern void (*comment_sink)(int c);
 
 /// Makes `;` open a comment that runs to the end of the line (the assembler mode), or not.
 void set_semicolon_comments(bool on);

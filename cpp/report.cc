@@ -1,7 +1,7 @@
 #include "cpp/report.h"
 
 #include "common/html.h"
-#include "cpp/options.h"
+#include "cpp/settings.h"
 #include "cpp/symtab.h"
 
 namespace kv::cpp {

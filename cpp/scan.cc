@@ -8,47 +8,15 @@
 
 #include "common/alert.h"
 #include "common/alloc.h"
-#include "cpp/control.h"
 #include "cpp/lanes.h"
 #include "cpp/lanescan.h"
 #include "cpp/number.h"
-#include "cpp/options.h"
 #include "cpp/reader.h"
+#include "cpp/settings.h"
 
 namespace kv::cpp {
 
 namespace {
-
-constexpr std::array<signed char, 256> make_class_table() {
-  std::array<signed char, 256> t{};
-  t[0] = CT_END;
-  t['\t'] = t[0x1F] = t[' '] = CT_SPACE;
-  t[0x1D] = t['$'] = t['_'] = CT_LETTER;
-  for (std::size_t c = '0'; c <= '9'; ++c) t[c] = CT_DIGIT;
-  for (std::size_t c = 'A'; c <= 'Z'; ++c) t[c] = t[c - 'A' + 'a'] = CT_LETTER;
-  t['"'] = t['\''] = CT_QUOTE;
-  t['.'] = CT_DOT;
-  t['\\'] = CT_BACKSLASH;
-  // Operator codes of the #if evaluator.
-  t['+'] = 3;
-  t['-'] = 4;
-  t['*'] = 5;
-  t['/'] = 6;
-  t['%'] = 7;
-  t['&'] = 10;
-  t['|'] = 11;
-  t['^'] = 12;
-  t['='] = 13;
-  t['<'] = 15;
-  t['>'] = 18;
-  t['?'] = 21;
-  t[':'] = 22;
-  t['~'] = 26;
-  t['!'] = 27;
-  t['('] = 28;
-  t[')'] = 29;
-  return t;
-}
 
 bool continues_id_byte(unit c) {
   const int cls = class_table[c];
@@ -84,8 +52,6 @@ void take_id_lane() {
 }
 
 }  // namespace
-
-constinit const std::array<signed char, 256> class_table = make_class_table();
 
 unit* token_buf = nullptr;
 std::size_t token_len = 0;

@@ -4,7 +4,6 @@
 #include <cstddef>
 
 #include "cpp/lanes.h"
-#include "cpp/symtab.h"
 
 namespace kv::cpp {
 
@@ -27,7 +26,6 @@ struct source_copy {
 
 /// The bytes of a file that are read at once. Nearly every header fits, those of devices included.
 inline constexpr std::size_t source_block_size = 256 * 1024;
-static_assert(search_slack >= name_slack);
 
 /// What a file is called in message 141; not owned.
 struct source_name {

@@ -18,8 +18,6 @@
 #include "common/text_hash.h"
 #include "cpp/lanes.h"
 #include "cpp/observe.h"
-#include "cpp/reader.h"
-#include "cpp/scan.h"
 
 namespace kv::cpp {
 
@@ -350,21 +348,6 @@ void sym_set_body(symbol* sym, const unit* text, std::size_t len) {
     sym->has_operators |= *p == MARK_STRINGIZE || *p == MARK_PASTE || *p == MARK_DIGITS_END;
     sym->has_references |= is_param_ref(*p);
   }
-}
-
-bool sym_eligible(const symbol* sym) {
-  const input_frame* f = cur_frame;
-  if (f != nullptr && f->macro == nullptr && f->file == nullptr && f->parent != nullptr &&
-      f->parent->macro == sym) {
-    return true;
-  }
-  return sym->disable == 0;
-}
-
-symbol* is_macro(int c) {
-  scan_id(c);
-  symbol* sym = sym_find(token_buf, token_len);
-  return sym != nullptr && sym_eligible(sym) ? sym : nullptr;
 }
 
 void sym_release_body(symbol* sym, unit* body) {

@@ -10,6 +10,7 @@
 #include <cstddef>
 #include <cstdint>
 
+#include "cpp/lanes.h"
 #include "cpp/text16.h"
 
 namespace kv::cpp {
@@ -52,9 +53,6 @@ struct symbol {
 
 /// The first record of chain `n`, for walks over all macros in their documented order.
 const symbol* symtab(std::size_t n);
-
-/// The bytes that must be readable behind a name that lies in bytes.
-inline constexpr std::size_t name_slack = 8;
 
 /// The index key of a name of `len` units.
 std::uint64_t name_key(const unit* name, std::size_t len);
@@ -101,14 +99,6 @@ void sym_remove(symbol* sym);
 /// Makes a copy of `text` (encoded, `len` units and a zero) the body of `sym`; what it had before
 /// is not freed.
 void sym_set_body(symbol* sym, const unit* text, std::size_t len);
-
-/// Whether `sym` may be expanded where reading stands: it is not disabled, or the text being read
-/// is an argument or generated text directly above an expansion of this very macro.
-bool sym_eligible(const symbol* sym);
-
-/// Scans the identifier that begins with `c`, already read, into token_buf and returns its macro if
-/// there is one that may be expanded here, else null.
-symbol* is_macro(int c);
 
 /// Frees `body`, or null, which `sym` had until now, as soon as no frame reads it any more.
 void sym_release_body(symbol* sym, unit* body);

@@ -7,14 +7,14 @@
 
 #include <cstddef>
 
-#include "cpp/control.h"
+#include "cpp/conditions.h"
 #include "cpp/expand.h"
 #include "cpp/lanes.h"
 #include "cpp/lanescan.h"
-#include "cpp/options.h"
 #include "cpp/outbuf.h"
 #include "cpp/output.h"
 #include "cpp/reader.h"
+#include "cpp/settings.h"
 #include "cpp/symtab.h"
 #include "cpp/texts.h"
 

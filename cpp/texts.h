@@ -20,14 +20,17 @@
 #include <cstddef>
 
 #include "cpp/argument.h"
-#include "cpp/expand.h"
 #include "cpp/frames.h"
 #include "cpp/lanescan.h"
-#include "cpp/options.h"
+#include "cpp/settings.h"
 #include "cpp/symtab.h"
 #include "cpp/text16.h"
 
 namespace kv::cpp {
+
+/// How beginning to expand a macro has ended: it is not expanded after all, its replacement is on
+/// top of the stack and nothing of it has been read, or it is a call whose arguments come next.
+enum class expansion { none, done, call_opened };
 
 /// How taking tokens has ended.
 enum class texts_end {

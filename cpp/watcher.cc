@@ -25,9 +25,9 @@
 #include "cpp/diag.h"
 #include "cpp/frames.h"
 #include "cpp/include.h"
-#include "cpp/options.h"
 #include "cpp/outbuf.h"
 #include "cpp/replacement.h"
+#include "cpp/settings.h"
 #include "cpp/source.h"
 #include "cpp/symtab.h"
 
