@@ -33,6 +33,7 @@
 #include "common/kvdebug.h"
 #include "common/osdep.h"
 #include "common/outfile.h"
+#include "common/strbuild.h"
 #include "common/text_hash.h"
 
 namespace kv {

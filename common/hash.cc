@@ -15,8 +15,8 @@
 #include <vector>
 
 #include "common/alloc.h"
-#include "common/kvdebug.h"
 #include "common/text_hash.h"
+#include "common/trace.h"
 
 namespace kv {
 

@@ -3,6 +3,7 @@
 // again.
 
 #include "common/stringcache.h"
+#include "common/strbuild.h"
 
 #include <algorithm>
 #include <cerrno>

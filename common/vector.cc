@@ -16,7 +16,7 @@
 #include <vector>
 
 #include "common/alloc.h"
-#include "common/kvdebug.h"
+#include "common/trace.h"
 
 namespace kv {
 

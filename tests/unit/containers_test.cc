@@ -8,6 +8,7 @@
 
 #include "common/alloc.h"
 #include "common/hash.h"
+#include "common/strbuild.h"
 #include "common/text_table.h"
 #include "common/vector.h"
 
