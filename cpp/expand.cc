@@ -205,6 +205,33 @@ int begin_argument(macro_call& call) {
 
 // ---- Arguments in bulk.
 
+// Whether an argument that comes to itself is no more than a part of one when it is collected
+// again. A literal that was open at its line's end may now be another, and what it held count.
+bool is_one(const argument& arg) {
+  const unit* const end = arg.text + arg.len;
+  int depth = 0;
+  for (const unit* p = arg.text; p != end;) {
+    switch (in_argument_at(p)) {
+      case in_argument::quote:
+        p = lane::end_of_quoted(p);
+        continue;
+      case in_argument::open:
+        ++depth;
+        break;
+      case in_argument::close:
+        if (--depth < 0) return false;
+        break;
+      case in_argument::comma:
+        if (depth == 0) return false;
+        break;
+      default:
+        break;
+    }
+    ++p;
+  }
+  return depth == 0;
+}
+
 // Appends to the argument of a call what text_taker takes.
 struct argument_sink {
   static constexpr bool copies = false;
@@ -214,7 +241,7 @@ struct argument_sink {
 
   static bool expands(const input_frame* f) { return f->macro == nullptr; }
   void blank() const { call.space_due = true; }
-  static bool has_room(std::size_t n) { return macro_area_room() > n; }
+  static bool takes(const argument& arg) { return macro_area_room() > arg.len && is_one(arg); }
   expansion expand(symbol* sym) const { return cpp::expand(sym); }
 
   template <class Unit>

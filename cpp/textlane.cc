@@ -80,7 +80,7 @@ struct output_sink {
   static bool expands(const input_frame* /*f*/) { return true; }
   static const unit* run(const unit* at) { return at; }
   static void blank() { out_byte(' '); }
-  static bool has_room(std::size_t n) { return n + copy_slack <= out_size; }
+  static bool takes(const argument& arg) { return arg.len + copy_slack <= out_size; }
   static expansion expand(symbol* sym) {
     return expand_name(sym) ? expansion::done : expansion::none;
   }

@@ -162,7 +162,7 @@ class text_taker {
   bool take_whole_argument(input_frame* f, int n, const unit* next, bool blanks) {
     if (n >= f->arg_count) return false;
     argument& arg = f->args[n];
-    if (!arg.comes_to_itself() || !arg.ends_before(next) || !sink.has_room(arg.len)) return false;
+    if (!arg.comes_to_itself() || !arg.ends_before(next) || !sink.takes(arg)) return false;
     pass(f, next, blanks);
     sink.units(arg.text, arg.text + arg.len);
     return true;
