@@ -390,14 +390,20 @@ class Runner:
         ]
         if not words or words[0] != "cpp":
             raise BadCase("the command does not begin with cpp")
-        settings = {name: open_stream(name, target, work) for name, target in case.streams.items()}
+        command = self.launcher + [str(program)] + words[1:]
+        streams = dict(case.streams)
+        if self.emulated and streams.get("stdout", "closed") != "closed":
+            # The system that is emulated does not know a file again that is bound from outside.
+            redirected = [self.spelled(program), *words[1:], ">>", streams.pop("stdout")]
+            command = self.launcher + ["cmd", "/c", " ".join(redirected)]
+        settings = {name: open_stream(name, target, work) for name, target in streams.items()}
         opened = list(settings.values())
         if case.limit is not None:
             limits = (case.limit, case.limit)
             settings["preexec_fn"] = lambda: resource.setrlimit(resource.RLIMIT_FSIZE, limits)
         try:
             done = run_program(
-                self.launcher + [str(program)] + words[1:],
+                command,
                 cwd=work,
                 env=env,
                 **({} if "stdin" in settings else {"input": stdin}),
