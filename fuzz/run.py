@@ -94,7 +94,7 @@ def write_seeds(top):
 
 def run(target, arguments, scratch):
     command = [str(BUILD / f"bin/fuzz_{target}"), f"-max_len={LONGEST}", "-timeout=600",
-               "-rss_limit_mb=0", "-entropic=0", *arguments]
+               "-report_slow_units=600", "-rss_limit_mb=0", "-entropic=0", *arguments]
     return subprocess.run(command, env={**os.environ, "TMPDIR": scratch}, stdin=subprocess.DEVNULL,
                           stdout=subprocess.PIPE, stderr=subprocess.STDOUT, check=False)
 
