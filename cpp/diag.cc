@@ -25,11 +25,16 @@ const unit* msg_cursor = nullptr;
 
 std::u16string last_echo_name;
 
+// Whether the byte at `p` is the carriage return of a CR LF, which ends a line as a newline does.
+bool is_part_of_line_end(const unsigned char* p) {
+  return *p == '\r' && p[1] == '\n';
+}
+
 void widen_current_line(const input_frame* f) {
   std::size_t n = 0;
   std::size_t read = 0;
   for (const unsigned char* p = f->file->line_start; p != f->line_end; ++p) {
-    if (*p == '\r' && p[1] == '\n') continue;  // CR LF ends the line as a newline does
+    if (is_part_of_line_end(p)) continue;
     msg_line[n++] = *p == 0 ? u'\n' : *p;
     if (p < f->rdptr) read = n;
     if (*p == 0) break;
@@ -71,14 +76,22 @@ void hand_out(std::string_view name, unsigned line, std::ptrdiff_t units_read) {
                      &msg_cursor);
 }
 
+// The units of the current line that have been read.
+std::ptrdiff_t units_read(const input_frame* f) {
+  std::ptrdiff_t n = 0;
+  for (const unsigned char* p = f->file->line_start; p != f->rdptr; ++p) {
+    if (!is_part_of_line_end(p)) ++n;
+  }
+  return n;
+}
+
 // The place of the last unit read from the nearest file, which at a line's end is its newline. Once
 // all is read, that is the end of the primary input.
 void set_portable_position() {
   const auto line = static_cast<unsigned>(cur_line);
   if (const input_frame* f = nearest_file_frame(); f != nullptr) {
     const bool behind_newline = f->rdptr != f->file->line_start && f->rdptr[-1] == '\n';
-    hand_out(portable_name(opened(f, cur_line)), behind_newline ? line - 1 : line,
-             f->rdptr - f->file->line_start);
+    hand_out(portable_name(opened(f, cur_line)), behind_newline ? line - 1 : line, units_read(f));
   } else if (base_frame != nullptr) {
     hand_out(portable_path(base_frame->file->path), line, 0);
   } else {
