@@ -364,12 +364,6 @@ token evaluator::next_token() {
   }
 }
 
-// Where reading one unit ahead at `p` and stepping back leaves the reader: a message shows the
-// place, and the carriage return of a CR LF is dropped.
-unsigned char* past_look_ahead(unsigned char* p) {
-  return *p == '\r' ? p + 1 : p;
-}
-
 // Lane: takes the token ahead in the line of the file on top without asking whether it is to be
 // expanded or pasted, where that shows in the line. A token is calm if it can be told by itself and
 // the unit behind it has no effect when it is read ahead.
@@ -389,7 +383,7 @@ bool evaluator::take_calm_token(token& found) {
   if (cls == CT_OTHER || cls > IFOP_BOTTOM || !lane::is_calm(p) || !lane::is_calm(p + 1)) {
     return false;
   }
-  f->rdptr = is_operand_class(cls) ? past_look_ahead(p + 1) : p + 1;
+  f->rdptr = p + 1;
   found = cls == CT_DIGIT ? number(*p) : operator_token(*p);
   return true;
 }
@@ -413,7 +407,7 @@ defined_name calm_defined_name(unsigned char* p) {
   const unsigned char* const end = p;
   if (static_cast<std::size_t>(end - start) > settings.ident_max || !lane::is_calm(end))
     return none;
-  if (!parenthesised) return {start, end, past_look_ahead(p)};
+  if (!parenthesised) return {start, end, p};
   p = lane::skip_blanks(p);
   if (*p != ')') return none;
   return {start, end, p + 1};
@@ -434,7 +428,7 @@ bool evaluator::take_calm_word(unsigned char* p, token& found) {
   const unsigned char* const end = lane::end_of_word(p, macro);
   if (end == nullptr) return false;
   const std::string_view word(reinterpret_cast<const char*>(p), static_cast<std::size_t>(end - p));
-  unsigned char* behind = past_look_ahead(p + word.size());
+  unsigned char* behind = p + word.size();
   if (macro != nullptr) {
     // A message about this operand would be raised inside the macro.
     if_operand value;
