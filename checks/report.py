@@ -6,10 +6,11 @@ conditions with a small input counted by hand. Then the page is used as a person
 filtered, searched, by keyboard, in both themes, at two widths, with hostile names and with 5,000
 macros. No page may write to the console or ask for anything.
 
-    python3 checks/report.py [--build build/release] [--require-browser]
+    python3 checks/report.py [--build build/release] [--require-browser] [--only-by-hand]
 
 The sources are fetched once (checks/corpus.py). A missing Chromium is installed where that is
 possible; without one its steps are skipped, unless --require-browser is given or CI=true is set.
+--only-by-hand leaves out the fetched sources and the browser.
 build/report/ keeps the pictures.
 """
 
@@ -586,6 +587,7 @@ def main():
     parser.add_argument("--build", type=pathlib.Path, default=ROOT / "build/release")
     parser.add_argument("--require-browser", action="store_true",
                         default=os.environ.get("CI") == "true")
+    parser.add_argument("--only-by-hand", action="store_true")
     options = parser.parse_args()
     tally = Tally()
     with tempfile.TemporaryDirectory(prefix="cpp-report-", ignore_cleanup_errors=True) as name:
@@ -594,6 +596,8 @@ def main():
         for function in (check_numbers_by_hand, check_headers_by_hand, check_calls_and_conditions,
                          check_early_end, check_unwritable, check_hostile):
             tally.check(function, program)
+        if options.only_by_hand:
+            return tally.close()
         corpus.fetch(PACKAGES)
         reports = []
         tally.check(check_real_sources, program, reports)

@@ -41,10 +41,12 @@ std::optional<std::string> path_join(const char* dir, const char* name);
 /// component of a path, such as a drive, is never removed. Null gives "".
 std::string normalize_path(const char* path);
 
-/// Returns `path` normalised, after joining it to the working directory unless it is absolute.
+/// Returns `path` normalised, after joining it to the working directory unless it is absolute; the
+/// working directory for null.
 std::string absolute_path(const char* path);
 
-/// True when `path` has a colon as second character or begins with two backslashes.
+/// True when `path` has a colon as second character or begins with two backslashes; false
+/// for null.
 bool is_abs_path(const char* path);
 
 /// Returns the part of `path` after its last separator, as a pointer into it; null for null.
@@ -67,17 +69,17 @@ bool file_exists(const char* path);
 /// True when the path names a directory; false for null.
 bool is_directory(const char* path);
 
-/// Creates a directory and its missing parents. Returns 0, or -1 when a parent is not a directory,
-/// the directory exists already or the host refuses.
+/// Creates a directory and its missing parents. Returns 0, or -1 when `path` is null, a parent is
+/// not a directory, the directory exists already or the host refuses.
 int make_dirs(const char* path);
 
 /// Deletes a directory with its contents. A symbolic link in it is deleted, never followed. Returns
-/// 0; -1 when `path` is not a directory (a link to one is none) or at the first entry that cannot
-/// be deleted, which leaves the rest.
+/// 0; -1 when `path` is null or no directory (a link to one is none) or at the first entry that
+/// cannot be deleted, which leaves the rest.
 int remove_tree(const char* path);
 
 /// True when the last component of `path`, cut at backslash or slash, equals with case the name
-/// that the file system stores; false when there is no such file under any case.
+/// that the file system stores; false for null and when there is no such file under any case.
 bool name_case_matches(const char* path);
 
 // ---- 16-bit text: zero-terminated arrays of units ----

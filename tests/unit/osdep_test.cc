@@ -37,6 +37,7 @@ TEST(Osdep, PathsAreCutAtTheMostImportantSeparator) {
     EXPECT_EQ(path_stem_dot(path), stem);
   }
   EXPECT_EQ(path_tail(nullptr), nullptr);
+  EXPECT_EQ(path_tail_copy(nullptr), "");
   EXPECT_FALSE(path_dir(nullptr));
 }
 
@@ -45,6 +46,7 @@ TEST(Osdep, PathsAreJoinedByOneBackslash) {
   EXPECT_EQ(path_join("a", "b"), "a\\b");
   EXPECT_EQ(path_join("a\\\\", "\\\\b"), "a\\\\\\b");
   EXPECT_FALSE(path_join("", "b"));
+  EXPECT_EQ(path_join("a", nullptr), "a\\");
   EXPECT_FALSE(path_join(nullptr, "b"));
 }
 
@@ -69,9 +71,12 @@ TEST(Osdep, NormalisingDropsDotsAndDoubledSeparators) {
       {"", ""},
   };
   for (const auto& [path, normal] : cases) EXPECT_EQ(normalize_path(path), normal) << path;
+  EXPECT_EQ(normalize_path(nullptr), "");
 
   EXPECT_EQ(absolute_path("C:\\a\\..\\b"), "C:\\b");
   EXPECT_EQ(absolute_path("a\\..\\b"), normalize_path((current_dir() + "\\b").c_str()));
+  EXPECT_EQ(absolute_path(nullptr), normalize_path(current_dir().c_str()));
+  EXPECT_FALSE(is_abs_path(nullptr));
   EXPECT_TRUE(is_abs_path("\\\\s"));
   EXPECT_TRUE(is_abs_path("c:x"));
   EXPECT_FALSE(is_abs_path("\\x"));
@@ -86,6 +91,12 @@ TEST(Osdep, DirectoriesAreMadeWithTheirParentsAndRemovedWithoutFollowingLinks) {
   const fs::path outside = fs::path(root) / "outside";
   std::ofstream(outside / "Kept.txt") << "text";
   EXPECT_NE(make_dirs((root + "\\outside\\Kept.txt\\x").c_str()), 0);
+  EXPECT_NE(make_dirs((root + "\\outside\\Kept.txt\\x\\y").c_str()), 0);
+  EXPECT_FALSE(file_exists(nullptr));
+  EXPECT_FALSE(is_directory(nullptr));
+  EXPECT_EQ(make_dirs(nullptr), -1);
+  EXPECT_EQ(remove_tree(nullptr), -1);
+  EXPECT_FALSE(name_case_matches(nullptr));
 
   EXPECT_TRUE(name_case_matches((root + "\\outside\\Kept.txt").c_str()));
   EXPECT_FALSE(name_case_matches((root + "\\outside\\kept.txt").c_str()));

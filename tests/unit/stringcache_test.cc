@@ -64,7 +64,10 @@ TEST(stringcache, ends_are_compared) {
   EXPECT_FALSE(str_starts_with("Option", "option"));
   EXPECT_TRUE(str_starts_with_nocase("OpTion", "oPtion"));
   EXPECT_FALSE(str_starts_with_nocase("opt", "option"));
-  EXPECT_FALSE(str_starts_with(nullptr, "o"));
+  for (const auto matches : {str_ends_with, str_starts_with, str_starts_with_nocase}) {
+    EXPECT_FALSE(matches(nullptr, "o"));
+    EXPECT_FALSE(matches("o", nullptr));
+  }
 }
 
 std::vector<std::string> split(const char* s, const char* delims) {
