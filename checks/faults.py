@@ -251,6 +251,9 @@ def main():
     parser.add_argument("--only", help="this scenario alone")
     parser.add_argument("--kind", help="this kind of call alone")
     options = parser.parse_args()
+    for number in SIGNALS:  # what runs in the background may have been started with some ignored
+        if signal.getsignal(number) == signal.SIG_IGN:
+            signal.signal(number, signal.SIG_DFL)
     program = os.path.abspath(options.program)
     if not os.access(program, os.X_OK):
         sys.exit(f"{program} is missing")
