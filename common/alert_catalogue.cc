@@ -255,7 +255,9 @@ msg_entry* entry_at(const vector* table, std::uint32_t number) {
   return vec_get_ptr<msg_entry>(table, number);
 }
 
-// The table of a file's entries alone, or null when it is no regular file or cannot be opened.
+// The table of a file's entries alone, or null when it is no regular file or cannot be opened. The
+// file stays open: in a run that was started without a standard stream it may have taken the
+// stream's place, which must not become that of a file to be written.
 vector* read_file_table(const char* path) {
   if (!host::is_regular_file(path)) return nullptr;
   const int fd = host::open_input(path);
