@@ -1,6 +1,6 @@
 """Whatever call fails, nothing may be lost in silence.
 
-A checking build makes a call of the operating system fail when it is told to (common/host_faults.cc).
+A checking build makes a call of the operating system fail when it is told to (host/host_faults.cc).
 Here every call of every kind fails once, and again together with all that follow it, in runs that
 write everything the program can write. Such a run must end with status 0 or 1. With status 0 all
 is as it would have been; with status 1 something has been said. What the run reads is untouched,

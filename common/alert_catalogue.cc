@@ -27,7 +27,6 @@
 #include "common/alert_internal.h"
 #include "common/alloc.h"
 #include "common/format.h"
-#include "common/host.h"
 #include "common/kvdebug.h"
 #include "common/kvinstdir.h"
 #include "common/language.h"
@@ -37,6 +36,7 @@
 #include "common/stringcache.h"
 #include "common/vector.h"
 #include "common/version.h"
+#include "host/host.h"
 
 namespace kv {
 namespace {

@@ -29,12 +29,12 @@
 #include "common/alloc.h"
 #include "common/format.h"
 #include "common/hash.h"
-#include "common/host.h"
 #include "common/kvdebug.h"
 #include "common/osdep.h"
 #include "common/outfile.h"
 #include "common/strbuild.h"
 #include "common/text_hash.h"
+#include "host/host.h"
 
 namespace kv {
 namespace {

@@ -13,7 +13,7 @@
 #include <utility>
 
 #include "common/alert.h"
-#include "common/host.h"
+#include "host/host.h"
 
 namespace kv {
 namespace {

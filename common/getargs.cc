@@ -17,8 +17,8 @@
 
 #include "common/alert.h"
 #include "common/alloc.h"
-#include "common/host.h"
 #include "common/stringcache.h"
+#include "host/host.h"
 
 namespace kv {
 

@@ -10,9 +10,9 @@
 #include <vector>
 
 #include "common/alert.h"
-#include "common/host.h"
 #include "common/kvdebug.h"
 #include "common/outfile.h"
+#include "host/host.h"
 
 namespace kv {
 namespace {

@@ -16,10 +16,10 @@
 
 #include "common/alert.h"
 #include "common/hash.h"
-#include "common/host.h"
 #include "common/stringcache.h"
 #include "common/vector.h"
 #include "common/zip_archive.h"
+#include "host/host.h"
 
 namespace kv {
 

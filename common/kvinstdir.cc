@@ -12,10 +12,10 @@
 #include <string>
 #include <string_view>
 
-#include "common/host.h"
 #include "common/kvdebug.h"
 #include "common/osdep.h"
 #include "common/stringcache.h"
+#include "host/host.h"
 
 namespace kv {
 namespace {

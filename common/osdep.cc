@@ -11,8 +11,8 @@
 #include <vector>
 
 #include "common/alloc.h"
-#include "common/host.h"
 #include "common/version.h"
+#include "host/host.h"
 
 namespace kv {
 namespace {

@@ -13,7 +13,7 @@
 #include <cstdint>
 #include <string_view>
 
-#include "common/host.h"
+#include "host/host.h"
 
 namespace kv {
 

@@ -7,7 +7,7 @@
 
 #include <string>
 
-#include "common/host.h"
+#include "host/host.h"
 
 namespace kv {
 

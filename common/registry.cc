@@ -5,10 +5,10 @@
 #include <array>
 #include <string>
 
-#include "common/host.h"
 #include "common/kvinstdir.h"
 #include "common/osdep.h"
 #include "common/stringcache.h"
+#include "host/host.h"
 
 namespace kv {
 namespace {

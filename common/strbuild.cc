@@ -7,8 +7,8 @@
 #include <string>
 
 #include "common/alloc.h"
-#include "common/host.h"
 #include "common/outfile.h"
+#include "host/host.h"
 
 namespace kv {
 

@@ -13,8 +13,8 @@
 
 #include "common/alloc.h"
 #include "common/hash.h"
-#include "common/host.h"
 #include "common/outfile.h"
+#include "host/host.h"
 
 namespace kv {
 namespace {

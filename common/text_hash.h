@@ -7,7 +7,7 @@
 #include <cstdint>
 #include <string_view>
 
-#include "common/host.h"
+#include "host/host.h"
 
 namespace kv {
 

@@ -10,12 +10,12 @@
 
 #include "common/cmode.h"
 #include "common/hash.h"
-#include "common/host.h"
 #include "common/outfile.h"
 #include "cpp/diag.h"
 #include "cpp/include.h"
 #include "cpp/outbuf.h"
 #include "cpp/settings.h"
+#include "host/host.h"
 
 namespace kv::cpp {
 

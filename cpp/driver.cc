@@ -12,7 +12,6 @@
 #include "common/alloc.h"
 #include "common/getargs.h"
 #include "common/hash.h"
-#include "common/host.h"
 #include "common/kvdebug.h"
 #include "common/osdep.h"
 #include "common/outfile.h"
@@ -36,6 +35,7 @@
 #include "cpp/scan.h"
 #include "cpp/settings.h"
 #include "cpp/textlane.h"
+#include "host/host.h"
 
 namespace kv::cpp {
 

@@ -15,7 +15,6 @@
 #include "common/alloc.h"
 #include "common/cmode.h"
 #include "common/format.h"
-#include "common/host.h"
 #include "common/kvdebug.h"
 #include "common/osdep.h"
 #include "common/outfile.h"
@@ -34,6 +33,7 @@
 #include "cpp/settings.h"
 #include "cpp/source.h"
 #include "cpp/symtab.h"
+#include "host/host.h"
 
 namespace kv::cpp {
 

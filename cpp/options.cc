@@ -17,7 +17,6 @@
 #include "common/alert.h"
 #include "common/cmode.h"
 #include "common/format.h"
-#include "common/host.h"
 #include "common/kvdebug.h"
 #include "common/osdep.h"
 #include "common/outfile.h"
@@ -35,6 +34,7 @@
 #include "cpp/settings.h"
 #include "cpp/symtab.h"
 #include "cpp/usage.h"
+#include "host/host.h"
 
 namespace kv::cpp {
 

@@ -5,12 +5,12 @@
 #include <string_view>
 
 #include "common/format.h"
-#include "common/host.h"
 #include "common/json.h"
 #include "common/version.h"
 #include "cpp/observed.h"
 #include "cpp/symtab.h"
 #include "cpp/text16.h"
+#include "host/host.h"
 
 namespace kv::cpp {
 

@@ -11,8 +11,8 @@
 
 #include "common/alert.h"
 #include "common/alloc.h"
-#include "common/host.h"
 #include "cpp/observe.h"
+#include "host/host.h"
 
 namespace kv::cpp {
 

@@ -19,7 +19,6 @@
 
 #include "common/alert.h"
 #include "common/format.h"
-#include "common/host.h"
 #include "common/text_table.h"
 #include "cpp/conditions.h"
 #include "cpp/diag.h"
@@ -30,6 +29,7 @@
 #include "cpp/settings.h"
 #include "cpp/source.h"
 #include "cpp/symtab.h"
+#include "host/host.h"
 
 namespace kv::cpp {
 

@@ -12,7 +12,7 @@
 #include <vector>
 
 #include "common/alert.h"
-#include "common/host.h"
+#include "host/host.h"
 
 #ifndef _WIN32
 #include <unistd.h>

@@ -1,7 +1,7 @@
 // The host layer against the real file system: what the limit counts, what the table of listings
 // answers, how names are spelled, and what happens to the standard descriptors.
 
-#include "common/host.h"
+#include "host/host.h"
 
 #include <gtest/gtest.h>
 

@@ -14,11 +14,11 @@
 #include "common/alert.h"
 #include "common/cmode.h"
 #include "common/hash.h"
-#include "common/host.h"
 #include "common/html.h"
 #include "common/kvinstdir.h"
 #include "common/vector.h"
 #include "common/zip_archive.h"
+#include "host/host.h"
 
 namespace kv {
 namespace {

@@ -10,8 +10,8 @@
 #include <filesystem>
 #include <string>
 
-#include "common/host.h"
 #include "common/registry.h"
+#include "host/host.h"
 
 namespace fs = std::filesystem;
 using namespace kv;

@@ -9,7 +9,7 @@
 #include <fstream>
 #include <string>
 
-#include "common/host.h"
+#include "host/host.h"
 
 namespace fs = std::filesystem;
 using namespace kv;

@@ -7,7 +7,7 @@
 #include <string>
 #include <vector>
 
-#include "common/host.h"
+#include "host/host.h"
 
 namespace kv {
 namespace {

@@ -28,9 +28,9 @@
 #include <unordered_map>
 #include <vector>
 
-#include "common/host.h"
-#include "common/host_limit.h"
-#include "common/host_use.h"
+#include "host/host.h"
+#include "host/host_limit.h"
+#include "host/host_use.h"
 
 namespace kv::host {
 

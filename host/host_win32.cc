@@ -27,9 +27,9 @@
 #include <string_view>
 #include <utility>
 
-#include "common/host.h"
-#include "common/host_limit.h"
-#include "common/host_use.h"
+#include "host/host.h"
+#include "host/host_limit.h"
+#include "host/host_use.h"
 
 namespace kv::host {
 

@@ -9,7 +9,7 @@
 #include <cerrno>
 #include <cstddef>
 
-#include "common/host.h"
+#include "host/host.h"
 
 namespace kv::host {
 
