@@ -130,7 +130,7 @@ def have_browser():
     def is_here():
         return all(shutil.which(name) for name in ("chromium", "chromedriver"))
     if not is_here():
-        subprocess.run(["sh", "-c", ". cmake/setup.sh; need chromium chromium; "
+        subprocess.run(["sh", "-c", ". tools/setup.sh; need chromium chromium; "
                         "need chromedriver chromium-driver; install_missing"],
                        cwd=ROOT, check=False)
     return is_here()

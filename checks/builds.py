@@ -413,7 +413,7 @@ def installed_module(build, top):
 
 def install_tools():
     needs = "; ".join(f"need {command} {package}" for command, package in TOOLS)
-    subprocess.run(["sh", "-c", f". cmake/setup.sh; {needs}; install_missing"], cwd=ROOT, check=True)
+    subprocess.run(["sh", "-c", f". tools/setup.sh; {needs}; install_missing"], cwd=ROOT, check=True)
 
 
 def make_tools(top, program):

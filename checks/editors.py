@@ -319,7 +319,7 @@ def check_shells(steps, work):
 
 def install_tools():
     needs = "; ".join(f"need {command} {package}" for command, package in TOOLS)
-    subprocess.run(["sh", "-c", f". cmake/setup.sh; {needs}; install_missing"], cwd=ROOT, check=True)
+    subprocess.run(["sh", "-c", f". tools/setup.sh; {needs}; install_missing"], cwd=ROOT, check=True)
 
 
 def main():

@@ -127,7 +127,7 @@ def check_windows(archive, scratch):
     shutil.unpack_archive(archive, where)
     [program] = where.glob("*/bin/cpp.exe")
     (where / "in.c").write_text("N\n")
-    out = done(["sh", "-c", '. cmake/wine.sh; trap stop_wine EXIT; start_wine && cd "$1" && '
+    out = done(["sh", "-c", '. tools/wine.sh; trap stop_wine EXIT; start_wine && cd "$1" && '
                 '$wine "$2" -DN=5 in.c', "sh", where, program])
     same("the output", out.splitlines()[-1], "5")
 
@@ -274,7 +274,7 @@ def main():
     parser.add_argument("--build", type=pathlib.Path, default=ROOT / "build/release")
     parser.add_argument("--require-windows", action="store_true")
     options = parser.parse_args()
-    subprocess.run(["sh", "-c", ". cmake/setup.sh; need_package_tools; install_missing"],
+    subprocess.run(["sh", "-c", ". tools/setup.sh; need_package_tools; install_missing"],
                    cwd=ROOT, check=False)
 
     tally = Tally()

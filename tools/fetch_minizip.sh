@@ -4,7 +4,7 @@
 # what the Linux program is linked with, security fixes included, and apt verifies it. The machine's
 # own package configuration stays as it is: a private one names the same mirrors for sources.
 cd "$(dirname -- "$0")/.." || exit 1
-. cmake/setup.sh
+. tools/setup.sh
 target=build/minizip
 [ -f "$target/zip.c" ] && exit 0
 
