@@ -12,7 +12,7 @@
 #include "common/hash.h"
 #include "common/outfile.h"
 #include "cpp/diag.h"
-#include "cpp/include.h"
+#include "cpp/headers.h"
 #include "cpp/outbuf.h"
 #include "cpp/settings.h"
 #include "host/host.h"
@@ -134,7 +134,7 @@ std::vector<std::string> rule_headers() {
     }
     return 0;
   };
-  hash_visit(included_files, &headers, add);
+  visit_opened_headers(&headers, add);
   return headers;
 }
 

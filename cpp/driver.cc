@@ -11,7 +11,6 @@
 #include "common/alert.h"
 #include "common/alloc.h"
 #include "common/getargs.h"
-#include "common/hash.h"
 #include "common/kvdebug.h"
 #include "common/osdep.h"
 #include "common/outfile.h"
@@ -24,6 +23,7 @@
 #include "cpp/depend.h"
 #include "cpp/diag.h"
 #include "cpp/expand.h"
+#include "cpp/headers.h"
 #include "cpp/include.h"
 #include "cpp/observe.h"
 #include "cpp/options.h"
@@ -34,6 +34,7 @@
 #include "cpp/report_page.h"
 #include "cpp/scan.h"
 #include "cpp/settings.h"
+#include "cpp/source.h"
 #include "cpp/textlane.h"
 #include "host/host.h"
 
@@ -177,14 +178,13 @@ void start(int argc, char** argv) {
   if (settings.show_search_path && text_output()) print_search_path();
   start_dependencies(nfiles, args.argv);
   if (dep_lists_headers() || db_tracing(db_adt)) {
-    included_files = hash_create(237, include_name_hash, str_compare, __FILE__, __LINE__);
-    hash_use_index(included_files, str_spread);
+    list_opened_headers();
   }
   if (settings.source_name[0] == 0 && !is_standard_stream(input.path)) {
     settings.source_name = input.path;
   }
   comment_sink = put_char_out;
-  push_main_file(input.fd, input.path, settings.source_name);
+  push_file(source_open(input.fd, {"input", input.path}, nullptr, 0), settings.source_name);
   base_frame = cur_frame;
   if (settings.macro_report) report_table();
   if (text_output()) write_line_marker();
@@ -356,9 +356,7 @@ void run(int argc, char** argv) {
 }
 
 void cpp_exit(int status) {
-  if (std::exchange(dep_output, false) && included_files != nullptr) {
-    hash_visit(included_files, nullptr, write_dep);
-  }
+  if (std::exchange(dep_output, false)) visit_opened_headers(nullptr, write_dep);
   end_output(status);
   report_end();
   end_page(status);

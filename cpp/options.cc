@@ -185,8 +185,7 @@ void opt_show_includes(const option_call&) {
 }
 
 void opt_include_dir(const option_call& o) {
-  if (include_dir_count == include_dir_limit) alert_msg_fatal(147);
-  include_dirs[include_dir_count++] = o.rest;
+  add_include_dir(o.rest);
 }
 
 void opt_dependencies(const option_call& o) {

@@ -10,7 +10,7 @@
 #include "common/outfile.h"
 #include "cpp/conditions.h"
 #include "cpp/diag.h"
-#include "cpp/include.h"
+#include "cpp/headers.h"
 #include "cpp/outbuf.h"
 #include "cpp/reader.h"
 #include "cpp/settings.h"
@@ -199,15 +199,6 @@ int sync_lines(int n) {
   }
   need_linemark = false;
   return 0;
-}
-
-void print_search_path() {
-  std::string list =
-      "#include \"...\" search starts here:\n"
-      "#include <...> search starts here:\n";
-  for (std::size_t i = 0; i < include_dir_count; ++i) list.append(include_dirs[i]).append("\n");
-  list += "End of search list.\n";
-  write_error_text(list);
 }
 
 }  // namespace kv::cpp

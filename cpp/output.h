@@ -1,4 +1,4 @@
-// The preprocessed text: single units and whole texts, line markers, and the search list for -V.
+// The preprocessed text: single units and whole texts, and line markers.
 //
 // Every unit leaves as its low byte; the markers 0x7F1D to 0x7F1F are dropped. Nothing here reports
 // a write error: a full disk shows in the closed file.
@@ -22,8 +22,5 @@ void write_line_marker();
 /// Makes the output catch up with `n` newlines that were consumed but not written: by newlines, or
 /// by a marker from five on or when one is due. Returns the new pending count, 0.
 int sync_lines(int n);
-
-/// Writes the include search list to standard error.
-void print_search_path();
 
 }  // namespace kv::cpp

@@ -23,7 +23,7 @@
 #include "cpp/conditions.h"
 #include "cpp/diag.h"
 #include "cpp/frames.h"
-#include "cpp/include.h"
+#include "cpp/headers.h"
 #include "cpp/outbuf.h"
 #include "cpp/replacement.h"
 #include "cpp/settings.h"
