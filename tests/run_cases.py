@@ -44,8 +44,10 @@ and then sections, each a header line and the lines up to the next header:
     --- absent NAME       a file that must not be there after the run
     --- zip NAME MEMBER   the content of a file in a zip archive that the run must leave behind
 
-A case has a stdout or a text section, or prints nothing. One blank line before the next title
-separates the cases and belongs to no section. Lines that begin with '##' before the first title of
+A case has a stdout or a text section, or prints nothing. Variants of it may follow, each behind a
+title of its own that begins with '+++': a variant is the case over again, but for the lines and
+sections that stand beneath its own title. One blank line before the next title separates the cases
+and belongs to no section. Lines that begin with '##' before the first title of
 a file are comments. In a section, its name, commands and variables {{...}} stands for what is
 awkward to write:
 
@@ -62,7 +64,8 @@ and, in expected text only:
 Every case runs in a fresh directory that holds its files alone, with TEMP and TMP set to its
 sub-directory tmp, which must be empty again after the run. On Windows line ends are compared as
 plain newlines, in a section with {{cr}} as they are. The last line is 'N passed, N failed', with
-', N skipped' where it applies.
+', N skipped' where it applies. When all files are run, one more test is whether the cases raise every message of
+the catalogue.
 
 A PROGRAM that ends in .exe is run by LAUNCHER on another system. Wine's drive Z: is that system's
 root, and it takes TEMP and TMP from WINETEMP and WINETMP, if its registry sets neither.
@@ -88,7 +91,9 @@ try:
 except ImportError:  # Windows
     resource = None
 
-LANGUAGE = pathlib.Path(__file__).resolve().parent.parent / "docs" / "language.md"
+ROOT = pathlib.Path(__file__).resolve().parent.parent
+LANGUAGE = ROOT / "docs" / "language.md"
+CATALOGUE = ROOT / "common" / "builtin_catalogue.msgs"
 TIMEOUT = 60
 READ_BY_PROGRAM = ("TEMP", "TMP", "TMPDIR", "SOURCE_DATE_EPOCH")
 PLACEHOLDER = re.compile(rb"\{\{(.+?)\}\}")
@@ -96,6 +101,23 @@ BYTES = {b"cr": b"\r", b"nul": b"\0", b"tab": b"\t", b"sp": b" ", b"noeol": b""}
 PATTERNS = {
     b"date": rb'"[A-Z][a-z]{2} [ 1-3][0-9] [0-9]{4}"',
     b"time": rb'"[0-2][0-9]:[0-5][0-9]:[0-6][0-9]"',
+}
+
+
+# Messages of the catalogue that no case can raise, and why.
+UNREACHABLE = {
+    2: "a message file would have to go between its choice and its reading",
+    5: "no part of the program raises it",
+    150: "a macro has one of four kinds, and all of them are known",
+    152: "a body refers to its own parameters only",
+    155: "two pasted names are shorter together than the work buffer",
+    158: "frames are left in order",
+    159: "what is given back has been read before",
+    296: "memory would have to run out, as in checks/memory.py",
+    1501: "it reports a fault of the program itself",
+    1502: "it reports a fault of the program itself",
+    1503: "it reports a fault of the program itself",
+    2082: "every directory would have to refuse a temporary file",
 }
 
 
@@ -115,9 +137,27 @@ class Case:
         self.streams = {}
         self.installed = None
         self.sections = []
+        self.base = []  # the sections of the case that this is a variant of
+
+    def variant(self, path, line, title):
+        made = Case(path, line, title)
+        for name in ("command", "status", "only", "limit", "installed"):
+            setattr(made, name, getattr(self, name))
+        made.env, made.streams, made.base = list(self.env), dict(self.streams), self.sections
+        return made
+
+    def inherit(self):
+        """Takes from the base what has no section here that is about the same thing."""
+        own = [subject(section) for section in self.sections]
+        self.sections += [section for section in self.base if subject(section) not in own]
 
     def find(self, kind):
         return [(name, body) for k, name, body in self.sections if k == kind]
+
+
+def subject(section):
+    kind, name, _ = section
+    return {"text": "stdout", "absent": "output"}.get(kind, kind), name
 
 
 STREAMS = {b"input from: ": "stdin", b"output to: ": "stdout", b"errors to: ": "stderr"}
@@ -127,18 +167,24 @@ KINDS = NAMED | {"stdin", "stdout", "text", "stderr"}
 
 def parse(path):
     """Reads one file of cases; complains about anything it does not know."""
-    cases, case, section = [], None, None
+    cases, case, section, base = [], None, None, None
     lines = path.read_bytes().split(b"\n")
     if lines and lines[-1] == b"":
         lines.pop()
     for number, line in enumerate(lines, 1):
         where = f"{path.name}:{number}"
-        if line.startswith(b"=== "):
+        if line.startswith((b"=== ", b"+++ ")):
             if section is not None:
                 if not section or section[-1] != b"":
                     raise BadCase(f"{where}: no blank line before the title")
                 section.pop()
-            case = Case(path, number, line[4:].decode())
+            title = line[4:].decode()
+            if line.startswith(b"==="):
+                case = base = Case(path, number, title)
+            elif base is not None:
+                case = base.variant(path, number, title)
+            else:
+                raise BadCase(f"{where}: a variant of nothing")
             cases.append(case)
             section = None
         elif case is None:
@@ -172,6 +218,8 @@ def parse(path):
             case.installed = line[18:].decode()
         elif line:
             raise BadCase(f"{where}: unknown line {line.decode()!r}")
+    for case in cases:
+        case.inherit()
     return cases
 
 
@@ -326,6 +374,7 @@ class Runner:
         self.launcher = shlex.split(launcher) if launcher else []
         self.windows = self.program.suffix.lower() == ".exe"
         self.emulated = self.windows and os.name != "nt"
+        self.messages = []  # what the cases that passed have written to standard error
 
     def spelled(self, path):
         """A path as the program knows it."""
@@ -451,6 +500,8 @@ class Runner:
         left = sorted(os.listdir(temp))
         if left:
             faults.append("left in TEMP: " + ", ".join(left))
+        if not faults:
+            self.messages.append(done.stderr or b"")
         return faults
 
     def compare(self, faults, what, expander, wanted, actual):
@@ -472,6 +523,28 @@ class Runner:
             lines(readable), lines(actual), f"expected {what}", f"actual {what}", lineterm="", n=2
         )
         faults.append("\n".join(list(diff)[:60]))
+
+
+def check_catalogue(messages):
+    """Says which messages of the catalogue are missing in what was written, or are there although
+    they cannot be. Returns whether all is as it should be."""
+    fine = True
+    for line in CATALOGUE.read_bytes().splitlines():
+        number, _, rest = line.partition(b"\t")
+        if not number.isdigit():
+            continue
+        kind, _, text = rest.partition(b"\t")
+        # What an argument is put in place of, or a star in 3, can be any text, and as long as to have
+        # the rest cut off.
+        text = re.escape(re.split(rb"%\w|\*", text)[0])
+        if kind not in b"Mm":
+            text = rb"\(%s\) %s|: %s.* \[%s\]" % (number, text, text, number)
+        raised = re.search(text, messages, re.IGNORECASE) is not None
+        if raised != (int(number) not in UNREACHABLE):
+            print(f"FAILED message {int(number)}: " +
+                  ("is said to be unreachable" if raised else "no case raises it"))
+            fine = False
+    return fine
 
 
 def main():
@@ -510,6 +583,11 @@ def main():
                     print("    " + fault.replace("\n", "\n    "))
             else:
                 passed += 1
+    if not (options.files or options.only or runner.windows):
+        if check_catalogue(b"".join(runner.messages)):
+            passed += 1
+        else:
+            failed += 1
     closing = f"{passed} passed, {failed} failed"
     if skipped:
         closing += f", {skipped} skipped"
