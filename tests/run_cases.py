@@ -9,12 +9,13 @@ A case is a title that says the behaviour, a command, input files and what must 
     === a comment between two letters reads as one blank
     $ cpp -DX in.c
     status: 1
-    --- file in.c
     a/**/b
+    #info X
     --- text
     a b
+
     --- stderr
-    in.c: 1: ...
+    in.c: 2: ...
 
 Beneath the title stand these lines, each of them optional:
 
@@ -29,7 +30,8 @@ Beneath the title stand these lines, each of them optional:
     layout: installed     the program runs from an installation tree: inst/bin, inst/vex/dat, ...
     layout: installed DIR the program runs from inst/DIR, and the case makes the rest of the tree
 
-and then sections, each a header line and the lines up to the next header:
+then the lines of in.c, if they do not begin with a blank line or what could be one of these, and
+then sections, each a header line and the lines up to the next header:
 
     --- file NAME         an input file (directories are made)
     --- dir NAME          an empty directory
@@ -216,8 +218,11 @@ def parse(path):
             case.sections += [("dir", f"inst/vex/{name}", []) for name in ("dat", "include")]
         elif line.startswith(b"layout: installed "):
             case.installed = line[18:].decode()
-        elif line:
+        elif re.match(rb"[a-z ]+:|\$ ", line):
             raise BadCase(f"{where}: unknown line {line.decode()!r}")
+        elif line:
+            section = [line]
+            case.sections.append(("file", "in.c", section))
     for case in cases:
         case.inherit()
     return cases
