@@ -1,10 +1,8 @@
-"""The program where its users meet it: installed, on a terminal, and its report in a browser.
+"""The program where its users meet it: installed, and its report in a browser.
 
-The cases of ./test run the program from its build directory, with pipes for a terminal and bytes
-for a page. Here the other half is looked at. The installation is made as a packager makes it, and
-the program must find its messages and its device family in every layout of the tree, and do without
-one. A person types the arguments on a (pseudo) terminal. The macro report is loaded by a headless
-Chromium, which is asked through WebDriver what it made of it.
+The installation is made as a packager makes it, and the program must find its messages there
+however it is started. The macro report is loaded by a headless Chromium, which is asked through
+WebDriver what it made of it.
 
 The frame page opens a body before its frameset, and the HTML standard has browsers pass over such a
 frameset. So the report is looked at three ways: the frame page as it is (where no frames come up,
@@ -21,15 +19,12 @@ import argparse
 import contextlib
 import os
 import pathlib
-import pty
 import re
-import select
 import shutil
 import stat
 import subprocess
 import sys
 import tempfile
-import termios
 import time
 
 from browser import Browser, have_browser
@@ -46,8 +41,6 @@ INSTALLED = ["ARCHITECTURE.md", "LICENSE", "NOTICES.md", "README.md", "bin/cpp",
              "share/cmake/CppPreprocess/CppPreprocessConfig.cmake", "share/man/man1/vex-cpp.1",
              f"vex/dat/{STAMP}_en.msgs"]
 MESSAGE_FILE = "20990101000000_en.msgs"
-FOUND = ("in.c: 3: of the tree: i\n", ["own.h"])
-NOT_FOUND = ("in.c: 3: #info: i\n", ["device.h", "own.h"])
 
 
 def check_tree(prefix, work):
@@ -67,116 +60,15 @@ def check_tree(prefix, work):
     (work / MESSAGE_FILE).unlink()
 
 
-def furnish(vex, dat="dat", include="include"):
-    """Puts a message file and a header into the device family's directory."""
-    (vex / dat).mkdir(parents=True, exist_ok=True)
-    (vex / dat / MESSAGE_FILE).write_text("1446\tM\tof the tree: %s\n")
-    (vex / include).mkdir(exist_ok=True)
-    (vex / include / "device.h").write_text("#define DEVICE 1\n")
-    return vex / include
-
-
-def located(work, include, program, cwd=None, env=None):
-    """What a program makes known of its tree: (its message, the headers that it lists)."""
-    cwd = cwd or work
-    source = os.path.relpath(work / "in.c", cwd)
-    command = [program, f"-I{include}", source]
-    # A list of headers comes without such messages, so that it takes two runs.
-    status, _, message = run(command, cwd, env)
-    same("status", status, 0)
-    status, headers, err = run(command + ["-", "-Llist", "--dep_nosys"], cwd, env)
-    same("status and messages of -Llist", (status, err), (0, ""))
-    return message.replace(source, "in.c"), sorted(map(os.path.basename, headers.split()))
-
-
-def check_places(prefix, work):
-    (work / "own.h").write_text("")
-    (work / "in.c").write_text('#include <device.h>\n#include "own.h"\n#info i\n')
-    include = furnish(prefix / "vex")
-    installed = prefix / "bin/cpp"
-    same("without --dep_nosys", run([installed, "-Llist", f"-I{include}", "in.c"], work)[1].split(),
-         [str(include / "device.h"), "own.h"])
+def check_ways_to_start(prefix, work):
+    """However it is started, the program finds its tree. Cases put it into trees of all kinds."""
+    (prefix / "vex/dat" / MESSAGE_FILE).write_text("1446\tM\tof the tree: %s\n")
+    source = work / "in.c"
+    source.write_text("#info i\n")
     by_name = dict(os.environ, PATH=f"{prefix / 'bin'}:{os.environ['PATH']}")
-    same("started by its name", located(work, include, "cpp", env=by_name), FOUND)
-    same("started as ./cpp", located(work, include, "./cpp", cwd=prefix / "bin"), FOUND)
-
-    mixed = work / "mixed"
-    mixed_include = furnish(mixed / "VEX", "Dat", "INCLUDE")
-    bare = work / "bare"
-    for place, tree_include, expected in (
-            (prefix / "bin", include, FOUND),
-            (prefix / "vex/bin", include, FOUND),
-            (prefix / "vex-as/bin", include, FOUND),
-            (prefix / "tools", include, NOT_FOUND),
-            (mixed / "BIN", mixed_include, FOUND),
-            (mixed / "VEX/Bin", mixed_include, FOUND),
-            (mixed / "Vex-AS/bin", mixed_include, FOUND),
-            (bare / "bin", include, NOT_FOUND),
-            (bare, include, NOT_FOUND)):
-        place.mkdir(parents=True, exist_ok=True)
-        program = place / "cpp"
-        if program != installed:
-            shutil.copy2(installed, program)
-        same(f"the program in {place.relative_to(work.parent)}",
-             located(work, tree_include, program), expected)
-
-
-# ---- Arguments from a terminal ----
-
-PROMPT = "cpp> "
-
-
-def on_terminal(command, cwd, typed):
-    """Types each text when the prompt stands there; returns all that the program showed."""
-    ours, its = pty.openpty()
-    settings = termios.tcgetattr(its)
-    settings[1] &= ~termios.OPOST  # line ends as they were written
-    settings[3] &= ~termios.ECHO   # what is typed is not shown
-    termios.tcsetattr(its, termios.TCSANOW, settings)
-    process = subprocess.Popen(command, cwd=cwd, stdin=its, stdout=its, stderr=its,
-                               start_new_session=True)
-    os.close(its)
-    shown = ""
-    end = time.monotonic() + TIMEOUT
-    try:
-        while True:
-            if typed and shown.endswith(PROMPT):
-                os.write(ours, typed[0].encode())
-                typed = typed[1:]
-                shown += "|"
-            if not select.select([ours], [], [], max(0, end - time.monotonic()))[0]:
-                raise Failure(f"still waiting after {shown!r}")
-            try:
-                part = os.read(ours, 4096)
-            except OSError:  # the last one to hold the terminal is gone
-                part = b""
-            if not part:
-                break
-            shown += part.decode()
-        return process.wait(TIMEOUT), shown
-    finally:
-        process.kill()
-        process.wait()
-        os.close(ours)
-
-
-def check_terminal(prefix, work):
-    program = str(prefix / "bin/cpp")
-    (work / "typed.c").write_text("X Y\n")
-    (work / "args").write_text("-DX=1 typed.c\n")
-    text = '\n# 1 "typed.c"\n%s\n'
-    end_of_input = "\x04"
-    same("one line typed", on_terminal([program], work, ["-DX=1 typed.c\n", end_of_input]),
-         (0, f"{PROMPT}|{PROMPT}|" + text % "1 Y"))
-    same("three lines typed", on_terminal([program], work,
-                                          ["-DX='a b'\n", "\n", "-DY typed.c\n", end_of_input]),
-         (0, f"{PROMPT}|" * 4 + text % "a b 1"))
-    same("a command file", on_terminal([program, "@args"], work, []), (0, text % "1 Y"))
-    same("a mistyped option", on_terminal([program, "-Q", "-DX"], work, []),
-         (1, '(168) unknown option "-Q"\ncpp --help lists the options\n'))
-    same("a mistyped option with a file", on_terminal([program, "-Q", "typed.c"], work, []),
-         (1, '(168) unknown option "-Q"\n' + text % "X Y"))
-    same("a pipe", run([program], work, text="-DX=1 typed.c\n"), (0, text % "1 Y", ""))
+    for program, cwd in ((prefix / "bin/cpp", work), ("cpp", work), ("./cpp", prefix / "bin")):
+        same(f"started as {program}", run([program, source], cwd, by_name)[2],
+             f"{source}: 1: of the tree: i\n")
 
 
 # ---- The report in a browser ----
@@ -324,7 +216,7 @@ def main():
             print(err, end="")
             tally.failed += 1
             return tally.close()
-        for function in (check_tree, check_places, check_terminal):
+        for function in (check_tree, check_ways_to_start):
             tally.check(function, prefix, work)
         check_in_browser(tally, prefix, scratch, options.require_browser)
     return tally.close()

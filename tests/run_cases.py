@@ -26,12 +26,12 @@ Beneath the title stand these lines, each of them optional:
     limit: N              no file may become larger than N bytes (posix)
     output to: FILE       standard output is appended to FILE, or "closed": a pipe without reader
     errors to: FILE       the same for standard error
-    input from: FILE      standard input is FILE, or a directory
+    input from: FILE      standard input is FILE, a directory, or "terminal": the stdin section is typed
     layout: installed     the program runs from an installation tree: inst/bin, inst/vex/dat, ...
     layout: installed DIR the program runs from inst/DIR, and the case makes the rest of the tree
 
-then the lines of in.c, if they do not begin with a blank line or what could be one of these, and
-then sections, each a header line and the lines up to the next header:
+then the lines of in.c, which is empty where there are none (and has a section of its own where it
+begins with a blank line or with what could be one of these), and then sections, each a header line and the lines up to the next header:
 
     --- file NAME         an input file (directories are made)
     --- dir NAME          an empty directory
@@ -346,15 +346,19 @@ def body_bytes(lines):
     return raw[:-1] if raw.endswith(b"{{noeol}}\n") else raw
 
 
-def open_stream(name, target, directory):
-    """A descriptor for a standard stream of the program."""
+def open_stream(name, target, directory, typed):
+    """A descriptor for a standard stream of the program, and those to keep open meanwhile."""
+    if target == "terminal":
+        keyboard, terminal = os.openpty()
+        os.write(keyboard, typed)
+        return terminal, keyboard
     if name == "stdin":
-        return os.open(directory / target, os.O_RDONLY)
+        return (os.open(directory / target, os.O_RDONLY),)
     if target != "closed":
-        return os.open(directory / target, os.O_WRONLY | os.O_APPEND | os.O_CREAT)
+        return (os.open(directory / target, os.O_WRONLY | os.O_APPEND | os.O_CREAT),)
     reader, writer = os.pipe()
     os.close(reader)
-    return writer
+    return (writer,)
 
 
 def run_program(command, **settings):
@@ -424,6 +428,8 @@ class Runner:
             for name, _ in case.find(kind):
                 name, _, target = name.partition(" ")
                 make(work / target if kind == "hardlink" else target, work / name)
+        if not os.path.lexists(work / "in.c"):
+            (work / "in.c").touch()
         stdin = b"".join(expander.text(body_bytes(body)) for _, body in case.find("stdin"))
 
         env = {
@@ -450,8 +456,10 @@ class Runner:
             # The system that is emulated does not know a file again that is bound from outside.
             redirected = [self.spelled(program), *words[1:], ">>", streams.pop("stdout")]
             command = self.launcher + ["cmd", "/c", " ".join(redirected)]
-        settings = {name: open_stream(name, target, work) for name, target in streams.items()}
-        opened = list(settings.values())
+        settings, opened = {}, []
+        for name, target in streams.items():
+            settings[name], *others = open_stream(name, target, work, stdin)
+            opened += [settings[name], *others]
         if case.limit is not None:
             limits = (case.limit, case.limit)
             settings["preexec_fn"] = lambda: resource.setrlimit(resource.RLIMIT_FSIZE, limits)
