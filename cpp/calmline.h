@@ -17,6 +17,7 @@
 #include "common/alert.h"
 #include "cpp/frames.h"
 #include "cpp/lanescan.h"
+#include "cpp/linesync.h"
 #include "cpp/macro_area.h"
 #include "cpp/reader.h"
 #include "cpp/scan.h"
@@ -60,7 +61,7 @@ class plain_line {
     alert_msg(number, args...);
   }
   static void too_many_params() { alert_msg_fatal(148); }
-  static void line_left() { need_linemark = true; }
+  static void line_left() { line_sync::renumber(); }
 };
 
 /// A line that lies in a file's block, as an input. Nothing is changed by reading it.

@@ -11,6 +11,7 @@
 #include "cpp/directives.h"
 #include "cpp/lanes.h"
 #include "cpp/lanescan.h"
+#include "cpp/linesync.h"
 #include "cpp/observe.h"
 #include "cpp/reader.h"
 #include "cpp/scan.h"
@@ -92,15 +93,15 @@ bool skip_directive(calm_line& in, role what) {
 
 // Hands a directive on to what reads behind its word, which ends at `behind`. That may raise
 // messages, which show the line, so there must be no comment that would have left its trace in it.
-outcome hand_on(const directive& d, unsigned char* behind, bool nothing_before, int& pending) {
+outcome hand_on(const directive& d, unsigned char* behind, bool nothing_before) {
   if (!nothing_before || !lane::is_calm(behind)) return outcome::refused;
   cur_frame->rdptr = behind;
-  pending = d.carry_out(pending);
+  d.carry_out();
   return outcome::read_on;
 }
 
 // The control line whose `#` stands before `behind_mark`.
-outcome take_control_line(unsigned char* behind_mark, unsigned char* newline_at, int& pending) {
+outcome take_control_line(unsigned char* behind_mark, unsigned char* newline_at) {
   calm_line in(behind_mark, newline_at);
   const int c = skip_white(in);
   if (in.refused()) return outcome::refused;
@@ -111,7 +112,7 @@ outcome take_control_line(unsigned char* behind_mark, unsigned char* newline_at,
   if (d == nullptr) return outcome::refused;
   const bool hands_on = compiling ? d->what == role::opens_if || d->what == role::include : false;
   if (hands_on || (d->what == role::elif && else_fits() && elif_decides())) {
-    return hand_on(*d, in.at(), lane::skip_blanks(behind_mark) == word.start, pending);
+    return hand_on(*d, in.at(), lane::skip_blanks(behind_mark) == word.start);
   }
   switch (d->what) {
     case role::else_:
@@ -139,11 +140,11 @@ outcome take_control_line(unsigned char* behind_mark, unsigned char* newline_at,
 }
 
 // The line from `p` on, where its blanks end.
-outcome take_line(unsigned char* p, unsigned char* newline_at, int& pending) {
+outcome take_line(unsigned char* p, unsigned char* newline_at) {
   if (p == newline_at || (*p == '\r' && p + 1 == newline_at)) return outcome::done;
   if (*p == '#') {
     keep_comments_now = false;
-    const outcome result = take_control_line(p + 1, newline_at, pending);
+    const outcome result = take_control_line(p + 1, newline_at);
     keep_comments_now = settings.keep_comments && compiling;
     return result;
   }
@@ -165,7 +166,7 @@ bool is_idle_line(unsigned char* p) {
 
 // With the line of `f` used up: passes over lines of a skipped group that lie whole in the block,
 // up to one that needs a closer look.
-void skip_lines_ahead(input_frame* f, int& pending) {
+void skip_lines_ahead(input_frame* f) {
   unsigned char* const limit = ahead_limit(f);
   if (limit == nullptr) return;
   unsigned char* last = nullptr;
@@ -182,17 +183,17 @@ void skip_lines_ahead(input_frame* f, int& pending) {
   }
   if (count == 0) return;
   pass_over_lines(f, last, line, count);
-  pending += count;
+  line_sync::hold(count);
 }
 
 }  // namespace
 
-void take_calm_lines(int& pending) {
+void take_calm_lines() {
   if (!lanes || in_asm || settings.cmode_asm) return;
   for (;;) {
     input_frame* f = cur_frame;
     if (f == nullptr) return;
-    if (!compiling && at_line_end(f)) skip_lines_ahead(f, pending);
+    if (!compiling && at_line_end(f)) skip_lines_ahead(f);
     if (f->rdptr == f->line_end && !(at_line_end(f) ? load_next_line() : load_first_line())) return;
     unsigned char* const newline_at = f->line_end - 1;
     f->rdptr = lane::skip_blanks(f->rdptr);
@@ -203,12 +204,12 @@ void take_calm_lines(int& pending) {
       f->rdptr = behind;
       continue;
     }
-    const outcome result = take_line(f->rdptr, newline_at, pending);
+    const outcome result = take_line(f->rdptr, newline_at);
     if (result == outcome::refused) return;
     if (result == outcome::read_on) continue;
     f->rdptr = f->line_end;
     count_line();
-    ++pending;
+    line_sync::hold();
   }
 }
 

@@ -5,8 +5,8 @@ namespace kv::cpp {
 
 /// With reading at the start of a line, or behind blanks there: carries out control lines, and
 /// passes over empty lines and lines of skipped groups, as long as every byte of a line is calm.
-/// `pending` is the number of newlines consumed but not written. Stops, at a place where the main
+/// Stops, at a place where the main
 /// loop can go on, before a line of text and before a line that the plain path must take.
-void take_calm_lines(int& pending);
+void take_calm_lines();
 
 }  // namespace kv::cpp

@@ -5,8 +5,8 @@
 
 #include "common/alert.h"
 #include "cpp/frames.h"
+#include "cpp/linesync.h"
 #include "cpp/observe.h"
-#include "cpp/reader.h"
 
 namespace kv::cpp {
 
@@ -79,7 +79,7 @@ void move_group() {
 
 void close_group() {
   const bool live = (cond_top->flags & COND_LIVE) != 0;
-  if (live && !compiling) need_linemark = true;
+  if (live && !compiling) line_sync::renumber();
   compiling = live;
   --cond_top;
   if (observing) observe::group_closed();

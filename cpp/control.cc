@@ -21,6 +21,7 @@
 #include "cpp/expand.h"
 #include "cpp/ifexpr.h"
 #include "cpp/include.h"
+#include "cpp/linesync.h"
 #include "cpp/observe.h"
 #include "cpp/outbuf.h"
 #include "cpp/output.h"
@@ -41,18 +42,18 @@ void skip_rest_of_line() {
 }
 
 // For directives whose line is complete: anything left on it is dropped with a warning.
-int end_of_line_check(int pending) {
+void expect_line_end() {
   const int c = skip_ws();
   if (c != '\n') {
     alert_msg(163);
     skip_line(c);
   }
-  return pending + 1;
+  line_sync::hold();
 }
 
-int skip_line_after(int pending) {
+void drop_line() {
   skip_line();
-  return pending + 1;
+  line_sync::hold();
 }
 
 std::string word() {
@@ -101,92 +102,94 @@ bool misplaced_else() {
   return false;
 }
 
-// ---- The directives. Each takes the pending newline count and returns the new one.
+// ---- The directives. Each reads its line to the end and holds the newline back.
 
-int do_if(int pending) {
+void do_if() {
   open_group(true);
   read_condition();
-  return end_of_line_check(pending);
+  expect_line_end();
 }
 
-int do_elif(int pending) {
-  if (misplaced_else()) return skip_line_after(pending);
+void do_elif() {
+  if (misplaced_else()) return drop_line();
   if (!elif_decides()) {
     choose_branch(false);
-    return skip_line_after(pending);
+    drop_line();
+    return;
   }
   move_group();
   read_condition();
-  return end_of_line_check(pending);
+  expect_line_end();
 }
 
-int do_include_line(int pending) {
-  return pending + do_include() + 1;
+void do_include_line() {
+  line_sync::hold(do_include() + 1);
 }
 
-int do_ifdef(int pending) {
+void do_ifdef() {
   open_group(true);
   read_name_condition(true);
-  return end_of_line_check(pending);
+  expect_line_end();
 }
 
-int do_ifndef(int pending) {
+void do_ifndef() {
   open_group(true);
   read_name_condition(false);
-  return end_of_line_check(pending);
+  expect_line_end();
 }
 
-int do_else(int pending) {
-  if (misplaced_else()) return skip_line_after(pending);
+void do_else() {
+  if (misplaced_else()) return drop_line();
   enter_else();
-  return end_of_line_check(pending);
+  expect_line_end();
 }
 
-int do_endif(int pending) {
+void do_endif() {
   if (!group_is_open()) {
     alert_msg(102, word());
-    return skip_line_after(pending);
+    drop_line();
+    return;
   }
   close_group();
-  return end_of_line_check(pending);
+  expect_line_end();
 }
 
-int do_define_line(int pending) {
+void do_define_line() {
   do_define();
-  return end_of_line_check(pending);
+  expect_line_end();
 }
 
-int do_undef_line(int pending) {
+void do_undef_line() {
   do_undef();
-  return end_of_line_check(pending);
+  expect_line_end();
 }
 
-int do_ident(int pending) {
-  return end_of_line_check(pending);
+void do_ident() {
+  expect_line_end();
 }
 
-int do_assert(int pending) {
+void do_assert() {
   if (eval_if() == 0) alert_msg(104);
-  return end_of_line_check(pending);
+  expect_line_end();
 }
 
 // #error and its relatives report the rest of the line as it stands.
-int report_line(unsigned number, int pending) {
+void report_line(unsigned number) {
   const unit* text = work_rest_of_line(skip_ws());
   alert_msg(number, alert_str(text));
-  return end_of_line_check(pending);
+  expect_line_end();
 }
-int do_error(int pending) {
-  return report_line(103, pending);
+void do_error() {
+  report_line(103);
 }
-int do_warning(int pending) {
-  return report_line(162, pending);
+void do_warning() {
+  report_line(162);
 }
-int do_advisory(int pending) {
-  return report_line(1445, pending);
+void do_advisory() {
+  report_line(1445);
 }
-int do_info(int pending) {
-  return report_line(1446, pending);
+void do_info() {
+  report_line(1446);
 }
 
 // The file name behind the number of a #line: what stands between the first double quote and the
@@ -204,7 +207,7 @@ const unit* line_name_copy(const unit* text) {
   return str16_dup(text);
 }
 
-int do_line(int pending) {
+void do_line() {
   const unit* text = work_rest_of_line(skip_ws());
   cur_line = static_cast<int>(static_cast<unsigned>(str16_atoi(text)) - 1U);
   while (char_class(*text) == CT_DIGIT || char_class(*text) == CT_SPACE) ++text;
@@ -213,44 +216,41 @@ int do_line(int pending) {
     std::free(const_cast<unit*>(f->file->line_name));
     f->file->line_name = line_name_copy(text);
   }
-  need_linemark = true;
-  return end_of_line_check(pending);
+  line_sync::renumber();
+  expect_line_end();
 }
 
 // The rest of the line is read by the main loop as ordinary text.
-int do_pragma(int pending) {
-  if (!text_output()) return 0;
-  sync_lines(pending);
-  out_text("#pragma ");
-  return 0;
+void do_pragma() {
+  sync_lines();
+  if (text_output()) out_text("#pragma ");
 }
 
-int do_asm(int /*pending*/) {
+void do_asm() {
   if (in_asm) alert_msg(106);
   if (text_output()) write_line_marker();
   skip_line();
   if (text_output()) out_text("#asm\n");
   set_in_asm(true);
-  return 0;
 }
 
-int do_endasm(int pending) {
+void do_endasm() {
   if (!in_asm) alert_msg(105);
   set_in_asm(false);
   if (text_output()) {
     out_text("#endasm ");
-    pending = sync_lines(pending);
+    sync_lines();
   }
   int c;
   while (!ends_line(c = get())) put_char_out(c);
   unget();
-  return end_of_line_check(pending);
+  expect_line_end();
 }
 
 // ---- The directive table.
 
 enum directive_flag : unsigned {
-  writes_newline = 1,  // one pending newline is written before it
+  writes_newline = 1,  // one newline held back is written before it
   asm_only = 2,        // accepted only under the assembler mode
   linker_only = 4,     // accepted only under the linker mode
 };
@@ -334,14 +334,14 @@ void read_word(int c) {
   if (cmode_is(CMODE_TSLINK) != 0) str16_lower(token_buf);
 }
 
-int skipped_directive(const directive* d, int pending) {
-  if (d == nullptr) return end_of_line_check(pending);
+void skipped_directive(const directive* d) {
+  if (d == nullptr) return expect_line_end();
   if (opens_group(d->what)) {
     open_group(false);
   } else if (!is_idle_when_skipped(d->what)) {
-    return d->carry_out(pending);
+    return d->carry_out();
   }
-  return skip_line_after(pending);
+  drop_line();
 }
 
 }  // namespace
@@ -366,22 +366,22 @@ const directive* find_directive(const unsigned char* word, std::size_t len) {
   return find(packed << unused >> unused);
 }
 
-int control_line(int pending) {
+void control_line() {
   const int c = skip_ws();
-  if (ends_line(c)) return pending + 1;
+  if (ends_line(c)) return line_sync::hold();
   read_word(c);
   const directive* d = find_directive(token_buf, token_len);
   if (in_text_frame()) alert_msg(161, word());
-  if (!compiling) return skipped_directive(d, pending);
+  if (!compiling) return skipped_directive(d);
   if (d == nullptr) {
     alert_msg(107, word());
-    return end_of_line_check(pending);
+    expect_line_end();
+    return;
   }
-  if ((d->flags & writes_newline) != 0 && text_output() && pending >= 1) {
+  if ((d->flags & writes_newline) != 0 && text_output() && line_sync::release_one()) {
     out_byte('\n');
-    --pending;
   }
-  return d->carry_out(pending);
+  d->carry_out();
 }
 
 }  // namespace kv::cpp

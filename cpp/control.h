@@ -3,8 +3,7 @@
 
 namespace kv::cpp {
 
-/// Carries out the control line whose `#` has just been read. Takes the number of newlines consumed
-/// but not yet written and returns the new number, the control line's own newline included.
-int control_line(int pending);
+/// Carries out the control line whose `#` has just been read. Its newline is held back.
+void control_line();
 
 }  // namespace kv::cpp

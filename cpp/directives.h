@@ -42,8 +42,7 @@ struct directive {
   role what;
   unsigned flags;
   packed_word keyword;
-  int (*carry_out)(
-      int pending);  ///< with its word read: takes and returns the count of control_line()
+  void (*carry_out)();  ///< with its word read
 };
 
 /// The directive of the word of `len` units, or null.

@@ -25,6 +25,7 @@
 #include "cpp/expand.h"
 #include "cpp/headers.h"
 #include "cpp/include.h"
+#include "cpp/linesync.h"
 #include "cpp/observe.h"
 #include "cpp/options.h"
 #include "cpp/outbuf.h"
@@ -193,25 +194,23 @@ void start(int argc, char** argv) {
 // ---- The main loop. One pass writes one output line.
 
 struct line_start {
-  int c;        // the first unit of a text line, or 0 at the end of the input
-  int pending;  // newlines consumed but not written
-  int indent;   // blanks before the line, counted inside #asm blocks
+  int c;       // the first unit of a text line, or 0 at the end of the input
+  int indent;  // blanks before the line, counted inside #asm blocks
 };
 
-// Reads blank lines, control lines and skipped lines up to the next line of text. `pending`
-// newlines have been consumed already.
-line_start find_text_line(int pending) {
-  line_start line = {0, pending, 0};
+// Reads blank lines, control lines and skipped lines up to the next line of text.
+line_start find_text_line() {
+  line_start line = {0, 0};
   for (;;) {
-    take_calm_lines(line.pending);
+    take_calm_lines();
     line.c = get();
     if (char_class(line.c) == CT_SPACE) {
       if (in_asm) ++line.indent;
     } else if (line.c == '\n') {
-      ++line.pending;
+      line_sync::hold();
     } else if (line.c == '#') {
       keep_comments_now = false;
-      line.pending = control_line(line.pending);
+      control_line();
       keep_comments_now = settings.keep_comments && compiling;
     } else if (line.c == MARK_EXP_END) {
       continue;  // a directive's macro has been read to its end
@@ -219,7 +218,7 @@ line_start find_text_line(int pending) {
       return line;
     } else {
       skip_line(line.c);
-      ++line.pending;
+      line_sync::hold();
     }
   }
 }
@@ -227,7 +226,7 @@ line_start find_text_line(int pending) {
 // Writes a unit of a literal. A newline that no line of a file stands for moves those behind it.
 void put_literal_unit(int c) {
   put_char_out(c);
-  if (c == '\n' && in_text_frame()) need_linemark = true;
+  if (c == '\n' && in_text_frame()) line_sync::renumber();
 }
 
 void write_token(int c) {
@@ -251,11 +250,10 @@ void write_token(int c) {
 enum class line_end { newline, end_of_input, lane_past_it };
 
 // Copies the tokens of a line, its macros expanded. The lane may go on with further lines; it has
-// then written this one's newline and stands at the start of another, with `pending` newlines held
-// back.
-line_end copy_line(int& pending) {
+// then written this one's newline and stands at the start of another.
+line_end copy_line() {
   for (;;) {
-    const lane_stop stop = copy_plain_text(pending);
+    const lane_stop stop = copy_plain_text();
     if (stop == lane_stop::at_line_start) return line_end::lane_past_it;
     int c = get();
     if (stop == lane_stop::in_line) {
@@ -271,18 +269,15 @@ line_end copy_line(int& pending) {
   }
 }
 
-// Writes a line of text and returns the number of newlines consumed behind it but not written.
-int write_text_line(const line_start& line) {
-  sync_lines(line.pending);
+void write_text_line(const line_start& line) {
+  sync_lines();
   unget();
   if (settings.cmode_asm) asm_ifdef_rewrite();
   for (int i = 0; i < line.indent; ++i) put_char_out(' ');
-  int pending = 0;
-  if (copy_line(pending) == line_end::newline) {
+  if (copy_line() == line_end::newline) {
     put_char_out('\n');
-    if (in_text_frame()) need_linemark = true;
+    if (in_text_frame()) line_sync::renumber();
   }
-  return pending;
 }
 
 // ---- The end.
@@ -330,9 +325,9 @@ void end_page(int status) {
   if (observing) page_write(observe::end(status, all_read));
 }
 
-[[noreturn]] void finish(int pending) {
+[[noreturn]] void finish() {
   all_read = true;
-  if (pending > 0) put_char_out('\n');
+  if (line_sync::held() > 0) put_char_out('\n');
   report_open_group();
   if (dumps_macros()) write_dump();
   if (alert_failed()) cpp_exit(1);
@@ -345,13 +340,12 @@ void end_page(int status) {
 
 void run(int argc, char** argv) {
   start(argc, argv);
-  int pending = 0;
   for (;;) {
     if (observing) observe::directives();
-    const line_start line = find_text_line(pending);
-    if (line.c == 0) finish(line.pending);
+    const line_start line = find_text_line();
+    if (line.c == 0) finish();
     if (observing) observe::text_line();
-    pending = write_text_line(line);
+    write_text_line(line);
   }
 }
 

@@ -17,6 +17,7 @@
 #include "cpp/argument.h"
 #include "cpp/lanes.h"
 #include "cpp/lanescan.h"
+#include "cpp/linesync.h"
 #include "cpp/macro_area.h"
 #include "cpp/observe.h"
 #include "cpp/replacement.h"
@@ -192,7 +193,7 @@ int begin_argument(macro_call& call) {
   if (c == ')' || c == '\n') c = -1;
   const bool ahead = (c >= 0 || argument_text_ahead()) && call.count < max_macro_args;
   if (!ahead) {
-    while ((c = skip_ws()) == '\n') need_linemark = true;
+    while ((c = skip_ws()) == '\n') line_sync::renumber();
     if (c == ')') return c;
   }
   if (call.count == max_macro_args) alert_msg_fatal(151);
@@ -430,7 +431,7 @@ bool find_open_paren() {
     c = get();
     if (c == '\n') {
       if (newline) {
-        need_linemark = true;
+        line_sync::renumber();
       } else {
         newline = true;
         space = false;
@@ -569,7 +570,7 @@ bool collect(bool replaced) {
       call.count = 0;
       return true;
     }
-    if (c == '\n') need_linemark = true;
+    if (c == '\n') line_sync::renumber();
     if (c == '\n' || char_class(c) == CT_SPACE) {
       call.space_due = true;
     } else if (c != MARK_EXP_END) {

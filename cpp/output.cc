@@ -11,6 +11,7 @@
 #include "cpp/conditions.h"
 #include "cpp/diag.h"
 #include "cpp/headers.h"
+#include "cpp/linesync.h"
 #include "cpp/outbuf.h"
 #include "cpp/reader.h"
 #include "cpp/settings.h"
@@ -186,19 +187,18 @@ void write_line_marker() {
     count_line();
   }
   out_byte('\n');
-  need_linemark = false;
+  line_sync::settle();
 }
 
-int sync_lines(int n) {
+void sync_lines() {
   if (text_output()) {
-    if ((need_linemark && in_file_frame()) || n >= marker_threshold) {
+    if ((line_sync::renumbers() && in_file_frame()) || line_sync::held() >= marker_threshold) {
       write_line_marker();
     } else {
-      for (; n > 0; --n) out_byte('\n');
+      while (line_sync::release_one()) out_byte('\n');
     }
   }
-  need_linemark = false;
-  return 0;
+  line_sync::settle();
 }
 
 }  // namespace kv::cpp

@@ -16,11 +16,11 @@ void put_text16(const unit* text);
 
 /// Writes a line marker for the current position: an empty line, then `# line` and, when the file
 /// differs from that of the last marker, its name. Inside an #asm block the marker is wrapped in
-/// #endasm and #asm. Clears need_linemark.
+/// #endasm and #asm. The output has then caught up with the input's lines.
 void write_line_marker();
 
-/// Makes the output catch up with `n` newlines that were consumed but not written: by newlines, or
-/// by a marker from five on or when one is due. Returns the new pending count, 0.
-int sync_lines(int n);
+/// Makes the output catch up with the input's lines: by the newlines held back, or by a marker from
+/// five of them on or when the output is to be renumbered.
+void sync_lines();
 
 }  // namespace kv::cpp

@@ -13,11 +13,11 @@
 
 #include "common/alert.h"
 #include "cpp/lanes.h"
+#include "cpp/linesync.h"
 #include "cpp/source.h"
 
 namespace kv::cpp {
 
-bool need_linemark = false;
 bool raw_read = false;
 bool line_shown = false;
 std::string forced_includes;
@@ -252,7 +252,7 @@ struct comment_text {
       f->rdptr = p;
       return;
     }
-    need_linemark = true;
+    line_sync::renumber();
     f->rdptr = f->line_end;  // the first newline is that of the current line
     count_line();
     if (lines > 1) pass_over_lines(f, last, line, lines - 1);
@@ -280,7 +280,7 @@ int block_comment(comment_text text) {
       if (c == '/') break;
       continue;
     }
-    if (c == '\n' && !text.copied) need_linemark = true;
+    if (c == '\n' && !text.copied) line_sync::renumber();
     text.skip_block_lines();
     c = text.next(true);
   }
@@ -294,7 +294,7 @@ int line_comment(comment_text text, int c) {
     if (c == '\\') {
       c = text.next(false);
       if (c == 0) break;
-      if (c == '\n' && !text.copied) need_linemark = true;
+      if (c == '\n' && !text.copied) line_sync::renumber();
     }
     text.skip_plain('\\', '\n');
     c = text.next(true);
@@ -360,7 +360,7 @@ int take_from_file(input_frame* f) {
   }
   if (f->rdptr == f->line_end && !load_line(f)) {
     remove_file_frame();
-    if (cur_frame != nullptr) need_linemark = true;
+    if (cur_frame != nullptr) line_sync::renumber();
     return cur_frame == nullptr ? 0 : read_on;
   }
   int c = *f->rdptr++;
@@ -445,7 +445,7 @@ int join_lines() {
     for (;;) {
       if (c == '\n') {
         if (pending.back().seen_blank) alert_msg(1342);
-        need_linemark = true;
+        line_sync::renumber();
         c = get_unjoined();
         if (c == joining_backslash) {
           pending.back() = {here(), false};
@@ -596,12 +596,12 @@ bool load_first_line() {
 
 void push_file(source_file* source, const char* path) {
   push_file_frame(source, path);
-  need_linemark = true;
+  line_sync::renumber();
 }
 
 void pass_over_file() {
   line_shown = false;
-  need_linemark = true;
+  line_sync::renumber();
 }
 
 }  // namespace kv::cpp

@@ -21,8 +21,6 @@
 
 namespace kv::cpp {
 
-/// Set whenever the output's line numbering must be resynchronised.
-extern bool need_linemark;
 /// While set, get() translates nothing but trigraphs.
 extern bool raw_read;
 /// The current source line has been echoed by a diagnostic.
@@ -112,7 +110,7 @@ unsigned char* ahead_limit(const input_frame* f);
 void pass_over_lines(input_frame* f, unsigned char* last, unsigned char* end, int count);
 
 /// Pushes a file frame that reads from `source` (owned by the frame from now on) under the name
-/// `path`, which must live for the run. Sets cur_line to 1 and need_linemark.
+/// `path`, which must live for the run. Sets cur_line to 1; the output is renumbered.
 void push_file(source_file* source, const char* path);
 
 /// Lane: with a file on top, leaves the state that pushing another file, reading it and coming back

@@ -11,6 +11,7 @@
 #include "cpp/expand.h"
 #include "cpp/lanes.h"
 #include "cpp/lanescan.h"
+#include "cpp/linesync.h"
 #include "cpp/outbuf.h"
 #include "cpp/output.h"
 #include "cpp/reader.h"
@@ -102,25 +103,24 @@ static_assert(out_size > frame_capacity + copy_slack);
 
 // Moves on to the next line of text, past empty ones, with the newline of this one written. Returns
 // false at the start of a line that may be another.
-bool next_text_line(input_frame* f, int& pending) {
-  pending = 0;
+bool next_text_line(input_frame* f) {
   for (;;) {
     ++f->rdptr;
     count_line();
     if (!load_next_line()) return false;
     f->rdptr = lane::skip_blanks(f->rdptr);
     if (*f->rdptr != '\n') break;
-    ++pending;
+    line_sync::hold();
   }
   // A line that surely is one of text goes on here, even if its first token has to be left alone.
   if (*f->rdptr == '#' || !plain.in_file[*f->rdptr]) return false;
-  if (pending != 0 || need_linemark) pending = sync_lines(pending);
+  if (line_sync::lags()) sync_lines();
   return true;
 }
 
 }  // namespace
 
-lane_stop copy_plain_text(int& pending) {
+lane_stop copy_plain_text() {
   if (!lanes || in_asm || settings.cmode_asm || !text_output()) return lane_stop::in_line;
   output_sink sink;
   text_taker texts(sink);
@@ -139,7 +139,7 @@ lane_stop copy_plain_text(int& pending) {
       return lane_stop::in_line;
     } else {
       out_byte('\n');
-      if (!next_text_line(f, pending)) return lane_stop::at_line_start;
+      if (!next_text_line(f)) return lane_stop::at_line_start;
     }
   }
 }

@@ -10,8 +10,7 @@ enum class lane_stop { in_line, in_replacement, at_line_start };
 /// With reading between two tokens of a text line: copies tokens, and whole lines, with their
 /// macros expanded, as long as they show at sight, and writes what the main loop would have
 /// written. Stops before the first token that the reader would have to translate or that has such a
-/// unit right behind it, and before control lines. At a line start `pending` is the number of
-/// newlines consumed but not written.
-lane_stop copy_plain_text(int& pending);
+/// unit right behind it, and before control lines.
+lane_stop copy_plain_text();
 
 }  // namespace kv::cpp
