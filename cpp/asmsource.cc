@@ -49,7 +49,7 @@ int read_noted_blanks() {
 
 void asm_ifdef_rewrite() {
   constexpr std::size_t word_least = 3;
-  work_len = 0;
+  begin_work();
   while (work_len < word_least) {
     if (continues_id(read_noted())) continue;
     if (work_len == 1) {

@@ -6,8 +6,8 @@
 // What is calm is decided here and nowhere else; at the first sign of anything else, a message due
 // included, the line refuses, and the same grammar reads it again from the reader.
 //
-// Both inputs have get() and unget() of one unit, raw() for the text of literals, scan_word() for
-// the identifier that begins with a unit, keep() to have such a word for longer, tell() for
+// Both inputs have get() and unget() of one unit, raw_text to read that of literals in, scan_word()
+// for the identifier that begins with a unit, keep() to have such a word for longer, tell() for
 // messages, and line_left() to say that a newline has become text of the directive.
 #pragma once
 
@@ -43,17 +43,19 @@ class plain_line {
 
   static int get() { return cpp::get(); }
   static void unget() { cpp::unget(); }
-  static void raw(bool on) { raw_read = on; }
+  struct raw_text : raw_reading {
+    explicit raw_text(plain_line&) {}
+  };
   /// The word lies in token_buf.
   static word scan_word(int c) {
     scan_id(c);
     return {token_buf, token_len};
   }
-  /// The word lies in the macro area, whose user puts its cursor back.
+  /// The word lies in the macro area, whose user puts its end back.
   static word keep(const word& w) {
-    const unit* const start = macro_area_ptr;
-    for (std::size_t i = 0; i < w.len; ++i) macro_area_save(w.start[i]);
-    macro_area_save(0);
+    const unit* const start = macro_area::end();
+    for (std::size_t i = 0; i < w.len; ++i) macro_area::save(w.start[i]);
+    macro_area::save(0);
     return {start, w.len};
   }
   template <class... A>
@@ -78,7 +80,16 @@ class calm_line {
     return get_special();
   }
   void unget() { p_ = before_; }
-  void raw(bool on) { raw_ = on; }
+  class raw_text {
+   public:
+    explicit raw_text(calm_line& in) : in_(in) { in_.raw_ = true; }
+    ~raw_text() { in_.raw_ = false; }
+    raw_text(const raw_text&) = delete;
+    raw_text& operator=(const raw_text&) = delete;
+
+   private:
+    calm_line& in_;
+  };
   word scan_word(int /*c*/) {
     const unsigned char* const start = p_ - 1;
     p_ = const_cast<unsigned char*>(lane::end_of_run(static_cast<const unsigned char*>(p_)));

@@ -143,10 +143,8 @@ outcome take_control_line(unsigned char* behind_mark, unsigned char* newline_at)
 outcome take_line(unsigned char* p, unsigned char* newline_at) {
   if (p == newline_at || (*p == '\r' && p + 1 == newline_at)) return outcome::done;
   if (*p == '#') {
-    keep_comments_now = false;
-    const outcome result = take_control_line(p + 1, newline_at);
-    keep_comments_now = settings.keep_comments && compiling;
-    return result;
+    const control_line_scope scope;
+    return take_control_line(p + 1, newline_at);
   }
   // Whether it is a control line shows at sight only where the first unit is plain.
   if (compiling || !plain.in_file[*p]) return outcome::refused;
@@ -197,7 +195,7 @@ void take_calm_lines() {
     if (f->rdptr == f->line_end && !(at_line_end(f) ? load_next_line() : load_first_line())) return;
     unsigned char* const newline_at = f->line_end - 1;
     f->rdptr = lane::skip_blanks(f->rdptr);
-    if (*f->rdptr == '/' && !keep_comments_now) {
+    if (*f->rdptr == '/' && !copies_comments()) {
       unsigned char* behind = lane::end_of_comment(f->rdptr, newline_at);
       if (behind == nullptr) return;
       lane::leave_comment_space(behind);

@@ -2,6 +2,8 @@
 // it is the assembler's.
 #pragma once
 
+#include "cpp/settings.h"
+
 namespace kv::cpp {
 
 /// Whether text is being compiled; false inside a skipped group.
@@ -9,6 +11,25 @@ extern bool compiling;
 /// Between #asm and #endasm.
 extern bool in_asm;
 void set_in_asm(bool on);
+
+/// While one exists, what is read belongs to a control line.
+class control_line_scope {
+ public:
+  control_line_scope() { on_ = true; }
+  ~control_line_scope() { on_ = false; }
+  control_line_scope(const control_line_scope&) = delete;
+  control_line_scope& operator=(const control_line_scope&) = delete;
+
+  static bool on() { return on_; }
+
+ private:
+  static inline constinit bool on_ = false;
+};
+
+/// Whether a comment that is read now is copied to the output.
+inline bool copies_comments() {
+  return settings.keep_comments && compiling && !control_line_scope::on();
+}
 
 /// Whether `n` more conditional groups can be opened inside one another.
 bool groups_fit(int n);

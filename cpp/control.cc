@@ -7,7 +7,6 @@
 #include <bit>
 #include <cstddef>
 #include <cstdint>
-#include <cstdlib>
 #include <cstring>
 #include <string>
 #include <string_view>
@@ -209,13 +208,10 @@ const unit* line_name_copy(const unit* text) {
 
 void do_line() {
   const unit* text = work_rest_of_line(skip_ws());
-  cur_line = static_cast<int>(static_cast<unsigned>(str16_atoi(text)) - 1U);
+  const int number = str16_atoi(text);
   while (char_class(*text) == CT_DIGIT || char_class(*text) == CT_SPACE) ++text;
-  input_frame* const f = frame_read();
-  if (*text != 0 && f != nullptr && f->file != nullptr) {
-    std::free(const_cast<unit*>(f->file->line_name));
-    f->file->line_name = line_name_copy(text);
-  }
+  number_line(number);
+  if (*text != 0) name_file(line_name_copy(text));
   line_sync::renumber();
   expect_line_end();
 }
@@ -326,12 +322,11 @@ const directive* find(packed_word word) {
 void read_word(int c) {
   if (char_class(c) == CT_DIGIT) {
     unget();
-    str16_copy(token_buf, u"line");
-    token_len = 4;
+    set_token(u"line");
   } else {
     scan_id(c);
   }
-  if (cmode_is(CMODE_TSLINK) != 0) str16_lower(token_buf);
+  if (cmode_is(CMODE_TSLINK) != 0) lower_token();
 }
 
 void skipped_directive(const directive* d) {
@@ -367,6 +362,7 @@ const directive* find_directive(const unsigned char* word, std::size_t len) {
 }
 
 void control_line() {
+  const control_line_scope scope;
   const int c = skip_ws();
   if (ends_line(c)) return line_sync::hold();
   read_word(c);

@@ -30,9 +30,6 @@
 
 namespace kv::cpp {
 
-unit macro_area[macro_area_size + copy_slack];
-unit* macro_area_ptr = macro_area;
-
 namespace {
 
 bool is_printable(int c) {
@@ -100,7 +97,7 @@ bool is_white(int c) {
 void remove_trailing_white() {
   while (work_len > 0 &&
          (is_white(work_buf[work_len - 1]) || work_buf[work_len - 1] == MARK_DIGITS_END)) {
-    --work_len;
+    work_drop_last();
   }
 }
 
@@ -121,7 +118,7 @@ void save_identifier(Input& in, const definition<Input>& def, int c) {
 template <class Input>
 void save_quoted(Input& in, int quote) {
   work_save(quote);
-  in.raw(true);
+  const typename Input::raw_text raw(in);
   int c = in.get();
   while (c != quote && !ends_line(c)) {
     work_save(c);
@@ -131,7 +128,6 @@ void save_quoted(Input& in, int quote) {
     }
     c = in.get();
   }
-  in.raw(false);
   if (c != quote) in.tell(113);
   if (c != 0) work_save(c);
 }
@@ -182,7 +178,7 @@ int read_paste_operand(Input& in) {
 // Reads the replacement text from `c`, already read, into the work buffer.
 template <class Input>
 void read_body(Input& in, const definition<Input>& def, int c) {
-  work_len = 0;
+  begin_work();
   while (!ends_line(c)) {
     if (c == '#') {
       c = in.get();
@@ -200,7 +196,7 @@ void read_body(Input& in, const definition<Input>& def, int c) {
     c = in.get();
   }
   in.unget();
-  if (work_len > 0 && work_buf[work_len - 1] == ' ') --work_len;
+  if (work_len > 0 && work_buf[work_len - 1] == ' ') work_drop_last();
 }
 
 // Reads what follows the name: the parameter list, if any, and the body. Returns false after a
@@ -242,7 +238,7 @@ symbol* enter_definition(int c, bool& known, unit*& old_body) {
 }  // namespace
 
 void do_define() {
-  unit* const mark = macro_area_ptr;
+  unit* const mark = macro_area::end();
   plain_line in;
   const int c = skip_white(in);
   if (char_class(c) != CT_LETTER) {
@@ -264,7 +260,7 @@ void do_define() {
     }
   }
   sym_release_body(sym, old_body);
-  macro_area_ptr = mark;
+  macro_area::put_back(mark);
 }
 
 // A unit of the line takes up two of the body at most, an identifier's first one behind a mark.

@@ -1,4 +1,5 @@
-// Both kinds of dependency output list the table of included files, in its order. What -L writes
+// Both kinds of dependency output list the headers that were opened, in the order of their
+// table. What -L writes
 // has a form of its own, and escapes blanks alone. The rule of --dep= is for make and Ninja, and
 // may be written by any name: what they read as one name, and nothing else, is decided in
 // append_escaped().
@@ -6,6 +7,7 @@
 
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 #include "common/cmode.h"
@@ -19,11 +21,10 @@
 
 namespace kv::cpp {
 
-const char* dep_target = nullptr;
-bool dep_output = false;
-
 namespace {
 
+const char* dep_target = nullptr;
+bool list_due = false;
 bool dep_head_done = false;
 
 // Headers that --dep_nosys leaves out.
@@ -163,8 +164,7 @@ std::string make_rule() {
   return rule;
 }
 
-}  // namespace
-
+// Lists the header `value`, a path, behind the head of a rule where there is to be one.
 int write_dep(void* /*context*/, std::uintptr_t /*key*/, std::uintptr_t value) {
   const auto* path = reinterpret_cast<const char*>(value);
   if (settings.dep_mode == dep_gcc && !dep_head_done) dep_head_done = write_rule_head();
@@ -176,12 +176,23 @@ int write_dep(void* /*context*/, std::uintptr_t /*key*/, std::uintptr_t value) {
   return 0;
 }
 
+}  // namespace
+
+void dep_start(const char* target) {
+  dep_target = target;
+  list_due = !text_output();
+}
+
+void dep_write_list() {
+  if (std::exchange(list_due, false)) visit_opened_headers(nullptr, write_dep);
+}
+
 void dep_add_target(const char* name) {
   rule_targets().push_back(name);
 }
 
 bool dep_lists_headers() {
-  return dep_output || rule_file.is_open();
+  return list_due || rule_file.is_open();
 }
 
 void dep_open_rule() {

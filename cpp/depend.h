@@ -1,27 +1,23 @@
 // What make wants to know: the dependency output of -L, one line a file or a rule, written at exit
 // in the place of the text; and the rule of --dep=, in a file of its own beside the text. Both list
-// the table of included files.
+// the headers that were opened.
 #pragma once
-
-#include <cstdint>
 
 namespace kv::cpp {
 
-/// Writes one included file (`value`, a const char* path) to the dependency output; the head of a
-/// gcc-style rule goes before the first. A call-back of hash_visit: the context and the key are not
-/// used, and it returns 0 so that the visit goes on.
-int write_dep(void* context, std::uintptr_t key, std::uintptr_t value);
+/// With the output bound: dependencies are listed there at the end if -L wants them. `target` is
+/// the first target of a rule, the output-file argument, or null when there is none; it lives for
+/// the run.
+void dep_start(const char* target);
 
-/// The first target of a rule: the output-file argument, or null when there is none.
-extern const char* dep_target;
-
-/// Set while dependency output is wanted and standard output is bound.
-extern bool dep_output;
+/// Writes what -L lists, once.
+void dep_write_list();
 
 /// Whether the run lists the headers that it opens.
 bool dep_lists_headers();
 
-/// Adds a target to the rule of --dep=; `name` lives for the run. Without any it is dep_target.
+/// Adds a target to the rule of --dep=; `name` lives for the run. Without any it is that of
+/// dep_start().
 void dep_add_target(const char* name);
 
 /// Opens the file of --dep=, if there is one, without touching what it holds. Raises 141 (fatal)

@@ -202,7 +202,7 @@ void write_notes() {
 }
 
 void echo_source_line(const unit* line, const unit* file) {
-  if (line_shown) return;
+  if (!first_echo_of_line()) return;
   const bool tagged = settings.listing_style >= 2;
   std::string text;
   if (file == nullptr) file = u"";
@@ -216,7 +216,6 @@ void echo_source_line(const unit* line, const unit* file) {
   text += format_string(settings.listing_style == 0 ? "%6d:\t" : "%d:", cur_line);
   append_narrow(text, line);
   write_error_text(text);
-  line_shown = true;
 }
 
 }  // namespace kv::cpp

@@ -6,7 +6,6 @@
 #include <cstdlib>
 #include <cstring>
 #include <string>
-#include <utility>
 
 #include "common/alert.h"
 #include "common/alloc.h"
@@ -158,11 +157,6 @@ void limit_messages() {
   }
 }
 
-void start_dependencies(int nfiles, char** argv) {
-  dep_output = !text_output();
-  if (nfiles == 3 && !is_standard_stream(argv[2])) dep_target = argv[2];
-}
-
 void start(int argc, char** argv) {
   alloc_prepare();
   // With nowhere to complain there is nothing to be said.
@@ -177,16 +171,15 @@ void start(int argc, char** argv) {
   const bound_input input = bind_files(nfiles, args.argv);
   limit_messages();
   if (settings.show_search_path && text_output()) print_search_path();
-  start_dependencies(nfiles, args.argv);
+  dep_start(nfiles == 3 && !is_standard_stream(args.argv[2]) ? args.argv[2] : nullptr);
   if (dep_lists_headers() || db_tracing(db_adt)) {
     list_opened_headers();
   }
   if (settings.source_name[0] == 0 && !is_standard_stream(input.path)) {
     settings.source_name = input.path;
   }
-  comment_sink = put_char_out;
+  copy_comments_to(put_char_out);
   push_file(source_open(input.fd, {"input", input.path}, nullptr, 0), settings.source_name);
-  base_frame = cur_frame;
   if (settings.macro_report) report_table();
   if (text_output()) write_line_marker();
 }
@@ -209,9 +202,7 @@ line_start find_text_line() {
     } else if (line.c == '\n') {
       line_sync::hold();
     } else if (line.c == '#') {
-      keep_comments_now = false;
       control_line();
-      keep_comments_now = settings.keep_comments && compiling;
     } else if (line.c == MARK_EXP_END) {
       continue;  // a directive's macro has been read to its end
     } else if (line.c == 0 || compiling) {
@@ -350,7 +341,7 @@ void run(int argc, char** argv) {
 }
 
 void cpp_exit(int status) {
-  if (std::exchange(dep_output, false)) visit_opened_headers(nullptr, write_dep);
+  dep_write_list();
   end_output(status);
   report_end();
   end_page(status);

@@ -43,7 +43,7 @@ struct macro_call {
 
   symbol* macro;
   unsigned above;   // the number of the frame that was on top when it was opened
-  unit* area_mark;  // what macro_area_ptr goes back to
+  unit* area_mark;  // what the macro area is put back to
   int line;         // where its `(` stands
   int count = 0;    // complete arguments
   int paren_depth = 0;
@@ -105,7 +105,7 @@ void set_replacement(const symbol* sym, const call_arguments& args) {
     references = made.references > 0;
   }
   if (references && args.count > 0 && sym->nargs > 0) {
-    keep_arguments(args.first, args.count, macro_area_ptr);
+    keep_arguments(args.first, args.count, macro_area::end());
   }
 }
 
@@ -145,27 +145,27 @@ inline in_argument in_argument_at(const unit* p) {
 }
 
 void append_due_space(macro_call& call) {
-  if (call.space_due) macro_area_save(' ');
+  if (call.space_due) macro_area::save(' ');
   call.space_due = false;
 }
 
 void append(macro_call& call, int c) {
   append_due_space(call);
-  macro_area_save(c);
+  macro_area::save(c);
 }
 
 void append_string_unit(int c) {
-  if (c != MARK_EXP_END) macro_area_save(c);
+  if (c != MARK_EXP_END) macro_area::save(c);
 }
 
 void append_identifier(macro_call& call) {
   append_due_space(call);
-  if (str16_cmp(token_buf, call.macro->name) == 0) macro_area_save(MARK_NOEXPAND);
-  for (std::size_t i = 0; i < token_len; ++i) macro_area_save(token_buf[i]);
+  if (str16_cmp(token_buf, call.macro->name) == 0) macro_area::save(MARK_NOEXPAND);
+  for (std::size_t i = 0; i < token_len; ++i) macro_area::save(token_buf[i]);
 }
 
 void end_argument(macro_call& call) {
-  macro_area_save(0);
+  macro_area::save(0);
   ++call.count;
   call.in_argument = false;
 }
@@ -197,7 +197,7 @@ int begin_argument(macro_call& call) {
     if (c == ')') return c;
   }
   if (call.count == max_macro_args) alert_msg_fatal(151);
-  call.args[static_cast<std::size_t>(call.count)] = {macro_area_ptr, 0, 0, last_token::none};
+  call.args[static_cast<std::size_t>(call.count)] = {macro_area::end(), 0, 0, last_token::none};
   call.paren_depth = 0;
   call.in_argument = true;
   call.space_due = false;
@@ -256,25 +256,21 @@ struct argument_sink {
 
   static bool expands(const input_frame* f) { return f->macro == nullptr; }
   void blank() const { call.space_due = true; }
-  static bool takes(const argument& arg) { return macro_area_room() > arg.len && is_one(arg); }
+  static bool takes(const argument& arg) { return macro_area::room() > arg.len && is_one(arg); }
   expansion expand(symbol* sym) const { return cpp::expand(sym); }
 
   template <class Unit>
   void units(const Unit* at, const Unit* end) const {
     append_due_space(call);
     const auto n = static_cast<std::size_t>(end - at);
-    if (macro_area_room() < n) {
-      while (at != end) macro_area_save(*at++);  // up to the message
-    }
-    widen(macro_area_ptr, at, n);
-    macro_area_ptr += n;
+    macro_area::save(at, n);
   }
   void word(const unit* at, const unit* end, bool mark) const {
     append_due_space(call);
     const symbol* const own = call.macro;
     if (mark || (static_cast<std::size_t>(end - at) == own->name_len &&
                  std::memcmp(at, own->name, own->name_len * sizeof(unit)) == 0)) {
-      macro_area_save(MARK_NOEXPAND);
+      macro_area::save(MARK_NOEXPAND);
     }
     units(at, end);
   }
@@ -294,7 +290,7 @@ struct argument_sink {
   // full, units are appended one by one: the message shows the place of the one that does not fit.
   template <class Unit>
   const Unit* run(const Unit* at) const {
-    if (macro_area_room() <= frame_capacity) return at;
+    if (macro_area::room() <= frame_capacity) return at;
     const Unit* p = at;
     for (;;) {
       while (in_argument_at(p) == in_argument::text) ++p;
@@ -359,7 +355,7 @@ void collect_unit(macro_call& call, int c) {
   if (char_class(c) == CT_BACKSLASH) {
     append(call, c);
     const int next = get_nomark();
-    if (next != 0) macro_area_save(next);
+    if (next != 0) macro_area::save(next);
     return;
   }
   if (char_class(c) == CT_QUOTE) {
@@ -399,7 +395,7 @@ void push_line_number(const symbol* sym) {
 void push_file_name(const symbol* sym) {
   const input_frame* file = nearest_file_frame();
   if (file == nullptr) return;
-  work_len = 0;
+  begin_work();
   work_save('"');
   for (const unit* p = effective_name(*file->file); *p != 0; ++p) {
     if (*p == '\\') work_save('\\');
@@ -482,7 +478,7 @@ expansion expand(symbol* sym) {
   const bool is_call = find_open_paren();
   if (observing) observe::looked_for_call(is_call);
   if (!is_call) return expansion::none;
-  open_calls.emplace_back(sym, macro_area_ptr, cur_line);
+  open_calls.emplace_back(sym, macro_area::end(), cur_line);
   return expansion::call_opened;
 }
 
@@ -595,7 +591,7 @@ void complete_call() {
     const macro_call& call = open_calls.back();
     check_argument_count(call);
     push_replacement(call.macro, {call.args.data(), call.count});
-    macro_area_ptr = call.area_mark;
+    macro_area::put_back(call.area_mark);
     open_calls.pop_back();
     if (open_calls.size() == outside) return;
     replaced = true;
@@ -630,7 +626,7 @@ bool paste_at_marker(int c) {
     unget();
     return false;
   }
-  work_len = 0;
+  begin_work();
   if (begins_identifier(c)) {
     for (const unit* left = token_text(); *left != 0; ++left) work_save(*left);
   } else {

@@ -73,8 +73,24 @@ void push_file_frame(source_file* source, const char* path) {
   *f->file = {source, path, name, nullptr, nullptr, nullptr};
   set_text(f, u"");
   f->depth = 0;
+  if (base_frame == nullptr) base_frame = f;
   cur_line = 1;
   if (observing) observe::file_pushed(source, path);
+}
+
+void number_line(int number) {
+  cur_line = number;
+  count_line(-1);
+}
+
+void name_file(const unit* name) {
+  const input_frame* const f = frame_read();
+  if (f == nullptr || f->file == nullptr) {
+    std::free(const_cast<unit*>(name));
+    return;
+  }
+  std::free(const_cast<unit*>(f->file->line_name));
+  f->file->line_name = name;
 }
 
 void push_text(const unit* text) {

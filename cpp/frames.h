@@ -60,6 +60,13 @@ inline void count_line(int by = 1) {
   cur_line = static_cast<int>(static_cast<unsigned>(cur_line) + static_cast<unsigned>(by));
 }
 
+/// Makes `number` that of the next line (#line).
+void number_line(int number);
+
+/// Makes `name`, from str16_dup(), the name of the file that is being read, for markers and
+/// __FILE__; without one, frees it.
+void name_file(const unit* name);
+
 /// The most units of a replacement, its zero included.
 inline constexpr std::size_t frame_capacity = 10240;
 

@@ -512,7 +512,7 @@ std::uint32_t evaluator::escape_sequence(int& c) {
 }
 
 token evaluator::character_constant() {
-  raw_read = true;
+  const raw_reading raw;
   std::uint32_t value = 0;
   int c = get();
   if (c == '\\') {
@@ -525,7 +525,6 @@ token evaluator::character_constant() {
     value = value * 256 + static_cast<std::uint32_t>(c);
     if (!skipped()) alert_msg(174, static_cast<char>(c));
   }
-  raw_read = false;
   if (ends_line(c)) unget();
   return give(value, true);
 }

@@ -117,11 +117,10 @@ bool take_name(unsigned char close) {
 // for a name that is too long.
 bool read_name(unsigned char close) {
   if (take_name(close)) return true;
-  raw_read = true;
-  work_len = 0;
+  const raw_reading raw;
+  begin_work();
   int c;
   while ((c = get()) != close && !ends_line(c)) work_save(c);
-  raw_read = false;
   if (c != close) return false;
   if (work_len >= include_name_limit) alert_msg_fatal(146);
   std::transform(work_buf.begin(), work_buf.begin() + work_len, include_name.begin(),

@@ -152,7 +152,7 @@ void opt_messages(const option_call& o) {
 }
 
 void opt_comments(const option_call&) {
-  settings.keep_comments = keep_comments_now = true;
+  settings.keep_comments = true;
 }
 
 void opt_define(const option_call& o) {
@@ -303,7 +303,7 @@ void opt_dep_nosys(const option_call&) {
 }
 
 void opt_include(const option_call& o) {
-  forced_includes.append("#include <").append(o.rest).append(">\n");
+  read_first(std::string("#include <").append(o.rest).append(">\n"));
 }
 
 void opt_kvdebug(const option_call& o) {

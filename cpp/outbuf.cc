@@ -50,6 +50,12 @@ std::uint64_t out_count() {
   return gone + gathered();
 }
 
+std::string_view out_last(std::uint64_t n) {
+  if (n > gathered()) return {};
+  const auto len = static_cast<std::size_t>(n);
+  return {reinterpret_cast<const char*>(out_next) - len, len};
+}
+
 bool out_at_line_start() {
   return (out_next != out_block ? out_next[-1] : last_gone) == '\n';
 }

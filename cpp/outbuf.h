@@ -7,12 +7,16 @@
 #include <cstring>
 #include <string_view>
 
+#include "cpp/lanes.h"
+#include "cpp/text16.h"
+
 namespace kv::cpp {
 
 inline constexpr std::size_t out_size = 131072;
 
 extern unsigned char out_block[out_size];
-/// Where the next byte goes, inside or at the end of out_block.
+/// Where the next byte goes, inside or at the end of out_block. Both are written by these functions
+/// alone.
 extern unsigned char* out_next;
 
 /// Makes the file `path`, which is kept by reference, the output. What it holds stays until the
@@ -25,6 +29,9 @@ void out_flush();
 
 /// The bytes appended so far, those that went nowhere included.
 std::uint64_t out_count();
+
+/// The last `n` bytes, or nothing where they are no longer at hand.
+std::string_view out_last(std::uint64_t n);
 
 /// Whether nothing has been written behind the last newline.
 bool out_at_line_start();
@@ -63,6 +70,14 @@ inline void out_bytes(const void* p, std::size_t n) {
     return;
   }
   std::memcpy(out_next, p, n);
+  out_next += n;
+}
+
+/// Appends `n` units as bytes, from a text with copy_slack units behind them; n + copy_slack is at
+/// most out_size.
+inline void out_units(const unit* at, std::size_t n) {
+  if (out_room() < n + copy_slack) out_flush();
+  narrow(out_next, at, n);
   out_next += n;
 }
 

@@ -9,22 +9,24 @@
 #include <cstddef>
 #include <cstdio>
 #include <cstdlib>
+#include <string>
+#include <utility>
 #include <vector>
 
 #include "common/alert.h"
+#include "cpp/conditions.h"
 #include "cpp/lanes.h"
 #include "cpp/linesync.h"
 #include "cpp/source.h"
 
 namespace kv::cpp {
 
-bool raw_read = false;
-bool line_shown = false;
-std::string forced_includes;
-bool keep_comments_now = false;
-void (*comment_sink)(int c) = nullptr;
-
 namespace {
+
+// The current line has been echoed by a message.
+bool line_shown = false;
+
+void (*comment_sink)(int c) = nullptr;
 
 // Set only around the one-unit look-ahead behind `/` and `;`: a parameter reference is then
 // delivered as it is, since what it stands for could not be stepped back over.
@@ -32,9 +34,10 @@ bool no_arg_subst = false;
 
 bool semicolon_comments = false;
 
-// The prelude: the position in forced_includes of the next byte to deliver. Everything before the
-// first line of the outermost frame comes from there.
-std::size_t forced_pos = 0;
+// The prelude, and the position in it of the next byte to deliver. Everything before the first line
+// of the outermost frame comes from there.
+std::string prelude;
+std::size_t prelude_pos = 0;
 
 // Where reading stands: before a unit of the frame on top. No two places of a run are the same.
 struct place {
@@ -87,7 +90,7 @@ place here() {
   const input_frame* f = cur_frame;
   if (f == nullptr) return {};
   if (f->file == nullptr) return {f->serial, 0, f->txptr + (f->at_end ? 1 : 0)};
-  if (f->file->line_start == nullptr) return {f->serial, 0, forced_includes.data() + forced_pos};
+  if (f->file->line_start == nullptr) return {f->serial, 0, prelude.data() + prelude_pos};
   return {f->serial, lines_loaded, f->rdptr};
 }
 
@@ -204,7 +207,7 @@ unsigned char* find_in_comment(unsigned char* p, unsigned char* limit) {
 // came from.
 struct comment_text {
   unsigned frame = cur_frame != nullptr ? cur_frame->serial : 0;
-  bool copied = keep_comments_now;
+  bool copied;
 
   int next(bool copy_this) {
     const int c = get();
@@ -266,7 +269,6 @@ int block_comment(comment_text text) {
   int c = text.next(true);
   for (;;) {
     if (c == 0) {
-      raw_read = false;
       alert_msg(139);
       return 0;
     }
@@ -284,7 +286,6 @@ int block_comment(comment_text text) {
     text.skip_block_lines();
     c = text.next(true);
   }
-  raw_read = false;
   return blank_follows() ? read_on : comment_space();
 }
 
@@ -299,7 +300,6 @@ int line_comment(comment_text text, int c) {
     text.skip_plain('\\', '\n');
     c = text.next(true);
   }
-  raw_read = false;
   if (c == 0) detach('\n');
   return '\n';
 }
@@ -307,20 +307,19 @@ int line_comment(comment_text text, int c) {
 // With `/` or `;` just read outside raw mode: returns the unit to deliver, or read_on.
 int comment(int opener) {
   const place behind = here();
-  raw_read = true;
+  const raw_reading raw;
   no_arg_subst = true;
   const int c = get();
   no_arg_subst = false;
   if (opener == '/' && c != '/' && c != '*') {
-    raw_read = false;
     unget();
     return deliver_read_ahead_of('/', behind);
   }
-  if (keep_comments_now) {
+  comment_text text{.copied = copies_comments()};
+  if (text.copied) {
     comment_sink(opener);
     if (c != 0) comment_sink(c);
   }
-  comment_text text;
   if (opener == ';') return line_comment(text, c);
   return c == '*' ? block_comment(text) : line_comment(text, text.next(true));
 }
@@ -339,24 +338,24 @@ int translate(const input_frame* f, int c) {
       if (f->file != nullptr) count_line();
       return c;
     case ';':
-      return semicolon_comments && !raw_read ? comment(c) : c;
+      return semicolon_comments && !raw_reading::on() ? comment(c) : c;
     case '/':
-      return raw_read ? c : comment(c);
+      return raw_reading::on() ? c : comment(c);
     case '\\':
-      return raw_read ? c : joining_backslash;
+      return raw_reading::on() ? c : joining_backslash;
     case '\v':
     case '\f':
-      return raw_read ? c : ' ';
+      return raw_reading::on() ? c : ' ';
     case '\r':
-      return raw_read && !ends_with_newline(f) ? c : read_on;
+      return raw_reading::on() && !ends_with_newline(f) ? c : read_on;
     default:
       return c;
   }
 }
 
 int take_from_file(input_frame* f) {
-  if (f->parent == nullptr && forced_pos < forced_includes.size()) {
-    return static_cast<unsigned char>(forced_includes[forced_pos++]);
+  if (f->parent == nullptr && prelude_pos < prelude.size()) {
+    return static_cast<unsigned char>(prelude[prelude_pos++]);
   }
   if (f->rdptr == f->line_end && !load_line(f)) {
     remove_file_frame();
@@ -369,7 +368,7 @@ int take_from_file(input_frame* f) {
   } else if (c == '?') {
     const int replacement = replace_trigraph(f);
     if (replacement != 0) {
-      return replacement == '\\' && !raw_read ? joining_backslash : replacement;
+      return replacement == '\\' && !raw_reading::on() ? joining_backslash : replacement;
     }
   }
   return translate(f, c);
@@ -481,6 +480,18 @@ int take_line_end() {
 }
 }  // namespace
 
+void read_first(std::string_view text) {
+  prelude += text;
+}
+
+void copy_comments_to(void (*sink)(int c)) {
+  comment_sink = sink;
+}
+
+bool first_echo_of_line() {
+  return !std::exchange(line_shown, true);
+}
+
 void set_semicolon_comments(bool on) {
   semicolon_comments = on;
   set_plain(';', !on);
@@ -508,8 +519,8 @@ void step_back() {
       if (f->txptr == f->text) alert_msg_fatal(159);
       --f->txptr;
     }
-  } else if (f->parent == nullptr && f->file->line_start == nullptr && forced_pos > 0) {
-    --forced_pos;
+  } else if (f->parent == nullptr && f->file->line_start == nullptr && prelude_pos > 0) {
+    --prelude_pos;
   } else {
     if (f->rdptr == f->file->line_start) alert_msg_fatal(159);
     if (*--f->rdptr == '\n') count_line(-1);
@@ -528,7 +539,7 @@ struct promise {
   int unit;
   bool raw;
   place at;
-  bool holds() const { return raw == raw_read && at == here(); }
+  bool holds() const { return raw == raw_reading::on() && at == here(); }
 };
 promise delivered = {-1, false, {}};
 promise due = {-1, false, {}};
@@ -538,7 +549,7 @@ promise due = {-1, false, {}};
 int get() {
   const promise expected = due.unit >= 0 && due.holds() ? due : promise{-1, false, {}};
   due.unit = -1;
-  const bool raw = raw_read;
+  const bool raw = raw_reading::on();
   const int c = get_unit();
   if (expected.unit >= 0 && c != expected.unit) {
     std::fprintf(stderr, "unget: %04X given back, %04X delivered\n", expected.unit, c);
@@ -551,7 +562,7 @@ int get() {
 void unget() {
   const bool known = delivered.unit > 0 && delivered.holds();
   step_back();
-  due = known ? promise{delivered.unit, raw_read, here()} : promise{-1, false, {}};
+  due = known ? promise{delivered.unit, raw_reading::on(), here()} : promise{-1, false, {}};
   delivered.unit = -1;
 }
 

@@ -12,7 +12,7 @@
 #pragma once
 
 #include <cstddef>
-#include <string>
+#include <string_view>
 
 #include "cpp/charclass.h"
 #include "cpp/frames.h"
@@ -21,16 +21,28 @@
 
 namespace kv::cpp {
 
-/// While set, get() translates nothing but trigraphs.
-extern bool raw_read;
-/// The current source line has been echoed by a diagnostic.
-extern bool line_shown;
-/// The lines made by --include=, read before the first line of the primary file.
-extern std::string forced_includes;
-/// Comments are being copied to the output.
-extern bool keep_comments_now;
-/// Where the units of such comments go; set once, before the first is read.
-extern void (*comment_sink)(int c);
+/// While one exists, get() translates nothing but trigraphs. There is never a second one.
+class raw_reading {
+ public:
+  raw_reading() { on_ = true; }
+  ~raw_reading() { on_ = false; }
+  raw_reading(const raw_reading&) = delete;
+  raw_reading& operator=(const raw_reading&) = delete;
+
+  static bool on() { return on_; }
+
+ private:
+  static inline constinit bool on_ = false;
+};
+
+/// Adds `text`, of whole lines, to what is read before the first line of the primary file.
+void read_first(std::string_view text);
+
+/// Gives `sink` the units of the comments that are to be copied; called before the first is read.
+void copy_comments_to(void (*sink)(int c));
+
+/// Whether a message has not been given the current line to echo yet; asking it counts as that.
+bool first_echo_of_line();
 
 /// Makes `;` open a comment that runs to the end of the line (the assembler mode), or not.
 void set_semicolon_comments(bool on);

@@ -8,6 +8,7 @@
 
 #include "common/alert.h"
 #include "common/alloc.h"
+#include "common/osdep.h"
 #include "cpp/lanes.h"
 #include "cpp/lanescan.h"
 #include "cpp/number.h"
@@ -109,6 +110,15 @@ void scan_id(int c) {
   token_buf[token_len] = 0;
 }
 
+void set_token(const unit* text) {
+  str16_copy(token_buf, text);
+  token_len = str16_len(text);
+}
+
+void lower_token() {
+  str16_lower(token_buf);
+}
+
 void scan_number(int c, output_routine out) {
   struct {
     static int get() { return cpp::get(); }
@@ -118,17 +128,15 @@ void scan_number(int c, output_routine out) {
 }
 
 bool scan_string(int q, output_routine out) {
-  raw_read = true;
+  const raw_reading raw;
   out(q);
   for (;;) {
     const int c = get();
     if (c == q) {
-      raw_read = false;
       out(c);
       return true;
     }
     if (ends_line(c)) {
-      raw_read = false;
       unget();
       return false;
     }
@@ -155,7 +163,7 @@ const unit* work_end() {
 }
 
 const unit* work_rest_of_line(int c) {
-  work_len = 0;
+  begin_work();
   for (; !ends_line(c); c = get()) work_save(c);
   unget();
   return work_end();

@@ -74,6 +74,12 @@ extern std::size_t token_len;
 /// Gives token_buf room for identifiers of `significant` units and sets ident_max to it.
 void set_ident_max(unsigned significant);
 
+/// Makes `text`, of ident_max units at most, the identifier last gathered.
+void set_token(const unit* text);
+
+/// Makes its letters small ones.
+void lower_token();
+
 /// token_buf without the MARK_NOEXPAND and MARK_EXP_END units it may begin with.
 const unit* token_text();
 
@@ -81,8 +87,14 @@ const unit* token_text();
 
 inline constexpr std::size_t work_size = 32768;
 extern std::array<unit, work_size> work_buf;
-/// The number of units stored; the text is ended by work_end().
+/// The number of units stored; the text is ended by work_end(). Both are written by these functions
+/// alone.
 extern std::size_t work_len;
+
+/// Empties the work buffer.
+inline void begin_work() {
+  work_len = 0;
+}
 
 [[noreturn]] void work_overflow();
 
@@ -100,6 +112,11 @@ void work_save(const Unit* text, std::size_t n) {
   }
   std::copy(text, text + n, work_buf.data() + work_len);
   work_len += n;
+}
+
+/// Removes the unit appended last.
+inline void work_drop_last() {
+  --work_len;
 }
 
 /// Ends the work buffer's text with a zero unit and returns it. Fatal message 156 when it is full.

@@ -26,7 +26,7 @@ namespace {
 // A comment between tokens, `p` at its `/`. Returns what stands behind it, or null where the plain
 // path must take it.
 unsigned char* skip_comment(unsigned char* p, unsigned char* newline_at) {
-  unsigned char* behind = keep_comments_now ? nullptr : lane::end_of_comment(p, newline_at);
+  unsigned char* behind = copies_comments() ? nullptr : lane::end_of_comment(p, newline_at);
   if (behind != nullptr) lane::leave_comment_space(behind);
   return behind;
 }
@@ -86,10 +86,7 @@ struct output_sink {
     return expand_name(sym) ? expansion::done : expansion::none;
   }
   static void units(const unit* at, const unit* end) {
-    const auto n = static_cast<std::size_t>(end - at);
-    if (out_room() < n + copy_slack) out_flush();
-    narrow(out_next, at, n);
-    out_next += n;
+    out_units(at, static_cast<std::size_t>(end - at));
   }
   static void word(const unit* at, const unit* end, bool /*mark*/) { units(at, end); }
   static const unit* singles(const unit* at) {

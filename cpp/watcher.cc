@@ -369,11 +369,11 @@ void end_call() {
     if (name.value.starts_with(' ')) name.value.erase(0, 1);
   }
   if (o.top.call < 0 || o.outside_calls != run_phase::text || !text_output()) return;
-  const std::uint64_t n = out_count() - o.top.written;
-  if (n > static_cast<std::uint64_t>(out_next - out_block)) return;
+  const std::string_view result = out_last(out_count() - o.top.written);
+  if (result.data() == nullptr) return;
   observed_call& call = o.run.calls[static_cast<std::size_t>(o.top.call)];
   call.has_result = true;
-  call.result = cut(std::string(out_next - n, out_next));
+  call.result = cut(std::string(result));
 }
 
 // The key of a call: its macro and what its arguments are, behind what came `before`.
