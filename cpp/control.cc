@@ -13,7 +13,7 @@
 
 #include "common/alert.h"
 #include "common/cmode.h"
-#include "common/osdep.h"
+#include "common/str16.h"
 #include "cpp/conditions.h"
 #include "cpp/define.h"
 #include "cpp/directives.h"

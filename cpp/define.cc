@@ -11,7 +11,7 @@
 
 #include "common/alert.h"
 #include "common/format.h"
-#include "common/osdep.h"
+#include "common/str16.h"
 #include "common/stringcache.h"
 #include "cpp/calmline.h"
 #include "cpp/diag.h"

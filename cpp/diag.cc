@@ -6,7 +6,6 @@
 
 #include "common/alert.h"
 #include "common/format.h"
-#include "common/osdep.h"
 #include "common/outfile.h"
 #include "cpp/reader.h"
 #include "cpp/settings.h"

@@ -13,7 +13,7 @@
 #include "common/alert.h"
 #include "common/cmode.h"
 #include "common/format.h"
-#include "common/osdep.h"
+#include "common/str16.h"
 #include "cpp/argument.h"
 #include "cpp/lanes.h"
 #include "cpp/lanescan.h"

@@ -7,7 +7,7 @@
 #include <cstring>
 
 #include "common/alert.h"
-#include "common/osdep.h"
+#include "common/str16.h"
 #include "cpp/arena.h"
 #include "cpp/argument.h"
 #include "cpp/observe.h"

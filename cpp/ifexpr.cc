@@ -7,7 +7,7 @@
 #include <string_view>
 
 #include "common/alert.h"
-#include "common/osdep.h"
+#include "common/str16.h"
 #include "cpp/expand.h"
 #include "cpp/ifsizeof.h"
 #include "cpp/lanes.h"

@@ -3,7 +3,7 @@
 #include <string>
 
 #include "common/alert.h"
-#include "common/osdep.h"
+#include "common/str16.h"
 #include "cpp/expand.h"
 #include "cpp/reader.h"
 #include "cpp/scan.h"

@@ -18,7 +18,6 @@
 #include "common/cmode.h"
 #include "common/format.h"
 #include "common/kvdebug.h"
-#include "common/osdep.h"
 #include "common/outfile.h"
 #include "common/version.h"
 #include "cpp/depend.h"

@@ -8,7 +8,7 @@
 
 #include "common/alert.h"
 #include "common/alloc.h"
-#include "common/osdep.h"
+#include "common/str16.h"
 #include "cpp/lanes.h"
 #include "cpp/lanescan.h"
 #include "cpp/number.h"

@@ -14,7 +14,7 @@
 #include <vector>
 
 #include "common/alloc.h"
-#include "common/osdep.h"
+#include "common/str16.h"
 #include "common/text_hash.h"
 #include "cpp/lanes.h"
 #include "cpp/observe.h"
