@@ -11,6 +11,7 @@
 #include "cpp/directives.h"
 #include "cpp/lanes.h"
 #include "cpp/lanescan.h"
+#include "cpp/lines.h"
 #include "cpp/linesync.h"
 #include "cpp/observe.h"
 #include "cpp/reader.h"
@@ -192,7 +193,7 @@ void take_calm_lines() {
     input_frame* f = cur_frame;
     if (f == nullptr) return;
     if (!compiling && at_line_end(f)) skip_lines_ahead(f);
-    if (f->rdptr == f->line_end && !(at_line_end(f) ? load_next_line() : load_first_line())) return;
+    if (f->rdptr == f->line_end && !(at_line_end(f) ? load_line(f) : load_first_line())) return;
     unsigned char* const newline_at = f->line_end - 1;
     f->rdptr = lane::skip_blanks(f->rdptr);
     if (*f->rdptr == '/' && !copies_comments()) {

@@ -7,7 +7,7 @@
 #include "common/alert.h"
 #include "common/format.h"
 #include "common/outfile.h"
-#include "cpp/reader.h"
+#include "cpp/lines.h"
 #include "cpp/settings.h"
 #include "cpp/source.h"
 #include "cpp/symtab.h"

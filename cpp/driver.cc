@@ -24,6 +24,7 @@
 #include "cpp/expand.h"
 #include "cpp/headers.h"
 #include "cpp/include.h"
+#include "cpp/lines.h"
 #include "cpp/linesync.h"
 #include "cpp/observe.h"
 #include "cpp/options.h"

@@ -10,10 +10,10 @@
 #include "common/outfile.h"
 #include "cpp/conditions.h"
 #include "cpp/diag.h"
+#include "cpp/frames.h"
 #include "cpp/headers.h"
 #include "cpp/linesync.h"
 #include "cpp/outbuf.h"
-#include "cpp/reader.h"
 #include "cpp/settings.h"
 
 namespace kv::cpp {

@@ -10,21 +10,18 @@
 #include <cstdio>
 #include <cstdlib>
 #include <string>
-#include <utility>
 #include <vector>
 
 #include "common/alert.h"
 #include "cpp/conditions.h"
 #include "cpp/lanes.h"
+#include "cpp/lines.h"
 #include "cpp/linesync.h"
 #include "cpp/source.h"
 
 namespace kv::cpp {
 
 namespace {
-
-// The current line has been echoed by a message.
-bool line_shown = false;
 
 void (*comment_sink)(int c) = nullptr;
 
@@ -58,28 +55,6 @@ struct {
 constexpr int joining_backslash = -1;  // a backslash outside raw mode, not yet looked behind
 constexpr int read_on = -2;            // nothing to deliver: take the next unit
 
-// ---- Lines.
-
-unsigned lines_loaded = 0;
-
-bool load_line(input_frame* f) {
-  source_line line;
-  if (!source_next_line(f->file->source, line)) return false;
-  f->rdptr = f->file->line_start = line.start;
-  f->line_end = line.end;
-  f->file->settled_backslashes = nullptr;
-  ++lines_loaded;
-  line_shown = false;
-  return true;
-}
-
-// A zero byte ends the stored line; the rest of the physical line is lost.
-int cut_line_at_zero(input_frame* f) {
-  f->rdptr[-1] = '\n';
-  f->line_end = f->rdptr;
-  return '\n';
-}
-
 bool is_blank(int c) {
   return c == '\t' || c == 0x1F || c == ' ';
 }
@@ -91,7 +66,7 @@ place here() {
   if (f == nullptr) return {};
   if (f->file == nullptr) return {f->serial, 0, f->txptr + (f->at_end ? 1 : 0)};
   if (f->file->line_start == nullptr) return {f->serial, 0, prelude.data() + prelude_pos};
-  return {f->serial, lines_loaded, f->rdptr};
+  return {f->serial, lines_loaded(), f->rdptr};
 }
 
 // Notes that `c`, which is about to be delivered, cannot be had again by stepping back.
@@ -364,7 +339,8 @@ int take_from_file(input_frame* f) {
   }
   int c = *f->rdptr++;
   if (c == 0) {
-    c = cut_line_at_zero(f);
+    cut_line_at_zero(f);
+    c = '\n';
   } else if (c == '?') {
     const int replacement = replace_trigraph(f);
     if (replacement != 0) {
@@ -488,10 +464,6 @@ void copy_comments_to(void (*sink)(int c)) {
   comment_sink = sink;
 }
 
-bool first_echo_of_line() {
-  return !std::exchange(line_shown, true);
-}
-
 void set_semicolon_comments(bool on) {
   semicolon_comments = on;
   set_plain(';', !on);
@@ -579,40 +551,6 @@ bool literal_closes(int quote) {
   if (f == nullptr) return false;
   if (f->file == nullptr) return closes(f->txptr, quote);
   return f->rdptr != f->line_end && closes(f->rdptr, quote);
-}
-
-bool load_next_line() {
-  return load_line(cur_frame);
-}
-
-unsigned char* ahead_limit(const input_frame* f) {
-  const source_file* const source = f->file->source;
-  return source->next == f->line_end ? source->limit : nullptr;
-}
-
-void pass_over_lines(input_frame* f, unsigned char* last, unsigned char* end, int count) {
-  count_line(count);
-  f->file->line_start = last;
-  f->rdptr = f->line_end = end;
-  f->file->source->next = end;
-  f->file->settled_backslashes = nullptr;
-  ++lines_loaded;
-  line_shown = false;
-}
-
-bool load_first_line() {
-  input_frame* f = cur_frame;
-  return f->line_end == nullptr && f->file != nullptr && f->parent != nullptr && load_line(f);
-}
-
-void push_file(source_file* source, const char* path) {
-  push_file_frame(source, path);
-  line_sync::renumber();
-}
-
-void pass_over_file() {
-  line_shown = false;
-  line_sync::renumber();
 }
 
 }  // namespace kv::cpp

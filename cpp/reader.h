@@ -17,6 +17,7 @@
 #include "cpp/charclass.h"
 #include "cpp/frames.h"
 #include "cpp/lanes.h"
+#include "cpp/lines.h"
 #include "cpp/text16.h"
 
 namespace kv::cpp {
@@ -40,9 +41,6 @@ void read_first(std::string_view text);
 
 /// Gives `sink` the units of the comments that are to be copied; called before the first is read.
 void copy_comments_to(void (*sink)(int c));
-
-/// Whether a message has not been given the current line to echo yet; asking it counts as that.
-bool first_echo_of_line();
 
 /// Makes `;` open a comment that runs to the end of the line (the assembler mode), or not.
 void set_semicolon_comments(bool on);
@@ -100,33 +98,5 @@ void unget();
 /// Whether the literal opened by `quote`, just read, is closed on its line of a file, or in the
 /// text on top. Reads nothing.
 bool literal_closes(int quote);
-
-/// Whether a line of the file `f` has been loaded and is used up.
-inline bool at_line_end(const input_frame* f) {
-  return f->line_end != nullptr && f->rdptr == f->line_end;
-}
-
-/// Lane: with the line of the file on top used up, moves on to its next line. Returns false, and
-/// changes nothing, when the next unit comes from elsewhere.
-bool load_next_line();
-
-/// Lane: the same with nothing read yet of an included file on top.
-bool load_first_line();
-
-/// Lane: the end of the bytes that lie ahead of the file `f`, up to which its next lines can be
-/// looked at from line_end on; null where these are not simply its next lines.
-unsigned char* ahead_limit(const input_frame* f);
-
-/// Lane: passes over `count` lines that were found ahead of the file `f`: the last of them, [last,
-/// end), becomes the current one, used up. Counts the lines of the newlines passed over.
-void pass_over_lines(input_frame* f, unsigned char* last, unsigned char* end, int count);
-
-/// Pushes a file frame that reads from `source` (owned by the frame from now on) under the name
-/// `path`, which must live for the run. Sets cur_line to 1; the output is renumbered.
-void push_file(source_file* source, const char* path);
-
-/// Lane: with a file on top, leaves the state that pushing another file, reading it and coming back
-/// leaves where nothing in that file has an effect of its own.
-void pass_over_file();
 
 }  // namespace kv::cpp

@@ -11,6 +11,7 @@
 #include "cpp/expand.h"
 #include "cpp/lanes.h"
 #include "cpp/lanescan.h"
+#include "cpp/lines.h"
 #include "cpp/linesync.h"
 #include "cpp/outbuf.h"
 #include "cpp/output.h"
@@ -104,7 +105,7 @@ bool next_text_line(input_frame* f) {
   for (;;) {
     ++f->rdptr;
     count_line();
-    if (!load_next_line()) return false;
+    if (!load_line(f)) return false;
     f->rdptr = lane::skip_blanks(f->rdptr);
     if (*f->rdptr != '\n') break;
     line_sync::hold();
