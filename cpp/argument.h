@@ -8,9 +8,9 @@
 #include <cstddef>
 #include <cstdint>
 
-#include "cpp/lanescan.h"
 #include "cpp/symtab.h"
 #include "cpp/text16.h"
+#include "cpp/token.h"
 
 namespace kv::cpp {
 
@@ -71,7 +71,7 @@ struct argument {
         return last_token::word;
       case lane::digit:
         end = lane::end_of_digits(p);
-        if (*end != 0) break;
+        if (*end != 0 || lane::takes_sign(end)) break;
         return lane::has_suffix(end) ? last_token::suffixed_number : last_token::number;
       case lane::operand:
         end = p + 1;

@@ -41,7 +41,7 @@ int read_noted_blanks() {
   int c;
   do {
     c = read_noted();
-  } while (char_class(c) == CT_SPACE || c == MARK_EXP_END);
+  } while (is_blank(c) || c == MARK_EXP_END);
   return c;
 }
 
@@ -61,8 +61,7 @@ void asm_ifdef_rewrite() {
   }
   read_noted();
   const bool wants_defined = lower(work_buf[2]) != 'n';
-  if (!reads_keyword(wants_defined ? u"ifdef" : u"ifndef") ||
-      char_class(read_noted()) != CT_SPACE) {
+  if (!reads_keyword(wants_defined ? u"ifdef" : u"ifndef") || !is_blank(read_noted())) {
     give_back_noted();
     return;
   }

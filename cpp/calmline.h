@@ -16,12 +16,13 @@
 
 #include "common/alert.h"
 #include "cpp/frames.h"
-#include "cpp/lanescan.h"
 #include "cpp/linesync.h"
 #include "cpp/macro_area.h"
+#include "cpp/passing.h"
 #include "cpp/reader.h"
 #include "cpp/scan.h"
 #include "cpp/settings.h"
+#include "cpp/token.h"
 
 namespace kv::cpp {
 
@@ -37,15 +38,10 @@ struct word {
 };
 
 /// The reader as an input.
-class plain_line {
+class plain_line : public read_input {
  public:
   using word = cpp::word<unit>;
 
-  static int get() { return cpp::get(); }
-  static void unget() { cpp::unget(); }
-  struct raw_text : raw_reading {
-    explicit raw_text(plain_line&) {}
-  };
   /// The word lies in token_buf.
   static word scan_word(int c) {
     scan_id(c);
@@ -90,6 +86,7 @@ class calm_line {
    private:
     calm_line& in_;
   };
+  static bool letters_in_numbers() { return in_asm; }
   word scan_word(int /*c*/) {
     const unsigned char* const start = p_ - 1;
     p_ = const_cast<unsigned char*>(lane::end_of_run(static_cast<const unsigned char*>(p_)));
@@ -145,10 +142,10 @@ class calm_line {
       if (raw_ && c == '\\') return *p_++;
       if (c == '/' && (raw_ || (p_[1] != '/' && p_[1] != '*'))) return *p_++;
       if (c == '?' && p_[1] != '?') return *p_++;
-      if (c == '\\' && plain.in_file[p_[1]] && lane::kinds[p_[1]] != lane::blank) return *p_++;
+      if (c == '\\' && plain.in_file[p_[1]] && !is_blank(p_[1])) return *p_++;
       if (c == '/') {
         skip_comment();
-        if (!refused_ && p_ != newline_ && lane::kinds[*p_] != lane::blank) return ' ';
+        if (!refused_ && p_ != newline_ && !is_blank(*p_)) return ' ';
       } else if (c == '\r' && p_ + 1 == newline_) {
         ++p_;
       } else {
@@ -171,7 +168,7 @@ int skip_white(Input& in) {
   int c;
   do {
     c = in.get();
-  } while (char_class(c) == CT_SPACE || c == MARK_EXP_END);
+  } while (is_blank(c) || c == MARK_EXP_END);
   return c;
 }
 

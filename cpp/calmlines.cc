@@ -10,15 +10,16 @@
 #include "cpp/define.h"
 #include "cpp/directives.h"
 #include "cpp/lanes.h"
-#include "cpp/lanescan.h"
 #include "cpp/lines.h"
 #include "cpp/linesync.h"
 #include "cpp/observe.h"
+#include "cpp/passing.h"
 #include "cpp/reader.h"
 #include "cpp/scan.h"
 #include "cpp/settings.h"
 #include "cpp/source.h"
 #include "cpp/symtab.h"
+#include "cpp/token.h"
 
 namespace kv::cpp {
 

@@ -209,7 +209,7 @@ const unit* line_name_copy(const unit* text) {
 void do_line() {
   const unit* text = work_rest_of_line(skip_ws());
   const int number = str16_atoi(text);
-  while (char_class(*text) == CT_DIGIT || char_class(*text) == CT_SPACE) ++text;
+  while (char_class(*text) == CT_DIGIT || is_blank(*text)) ++text;
   number_line(number);
   if (*text != 0) name_file(line_name_copy(text));
   line_sync::renumber();

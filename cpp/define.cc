@@ -17,7 +17,6 @@
 #include "cpp/diag.h"
 #include "cpp/expand.h"
 #include "cpp/macro_area.h"
-#include "cpp/number.h"
 #include "cpp/observe.h"
 #include "cpp/outbuf.h"
 #include "cpp/output.h"
@@ -27,6 +26,7 @@
 #include "cpp/settings.h"
 #include "cpp/source.h"
 #include "cpp/symtab.h"
+#include "cpp/token.h"
 
 namespace kv::cpp {
 
@@ -90,13 +90,9 @@ bool read_params(Input& in, definition<Input>& def) {
   }
 }
 
-bool is_white(int c) {
-  return char_class(c) == CT_SPACE;
-}
-
 void remove_trailing_white() {
   while (work_len > 0 &&
-         (is_white(work_buf[work_len - 1]) || work_buf[work_len - 1] == MARK_DIGITS_END)) {
+         (is_blank(work_buf[work_len - 1]) || work_buf[work_len - 1] == MARK_DIGITS_END)) {
     work_drop_last();
   }
 }
@@ -117,17 +113,10 @@ void save_identifier(Input& in, const definition<Input>& def, int c) {
 // body, and the definition goes on with the next line.
 template <class Input>
 void save_quoted(Input& in, int quote) {
-  work_save(quote);
-  const typename Input::raw_text raw(in);
-  int c = in.get();
-  while (c != quote && !ends_line(c)) {
-    work_save(c);
-    if (c == '\\' && (c = in.get()) != 0) {
-      if (c == '\n') in.line_left();
-      work_save(c);
-    }
-    c = in.get();
-  }
+  const int c = take_literal(in, quote, [&in](int u) {
+    if (u == '\n') in.line_left();
+    if (u != 0) work_save(u);
+  });
   if (c != quote) in.tell(113);
   if (c != 0) work_save(c);
 }
@@ -188,7 +177,7 @@ void read_body(Input& in, const definition<Input>& def, int c) {
         c = read_paste_operand(in);
         continue;
       }
-      if (is_white(c)) c = skip_white(in);
+      if (is_blank(c)) c = skip_white(in);
       work_save(MARK_STRINGIZE);
       if (ends_line(c)) break;
     }
@@ -207,7 +196,7 @@ bool read_definition(Input& in, definition<Input>& def) {
   if (c == '(') {
     if (!read_params(in, def)) return false;
     c = skip_white(in);
-  } else if (is_white(c)) {
+  } else if (is_blank(c)) {
     c = skip_white(in);
   }
   read_body(in, def, c);

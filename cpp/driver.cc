@@ -198,7 +198,7 @@ line_start find_text_line() {
   for (;;) {
     take_calm_lines();
     line.c = get();
-    if (char_class(line.c) == CT_SPACE) {
+    if (is_blank(line.c)) {
       if (in_asm) ++line.indent;
     } else if (line.c == '\n') {
       line_sync::hold();
@@ -250,7 +250,7 @@ line_end copy_line() {
     int c = get();
     if (stop == lane_stop::in_line) {
       bool blanks = false;
-      for (; char_class(c) == CT_SPACE; c = get()) blanks = blanks || c != MARK_PASTE;
+      for (; is_blank(c); c = get()) blanks = blanks || c != MARK_PASTE;
       if (blanks && !ends_line(c)) put_char_out(' ');
     }
     c = try_expand(c);

@@ -16,7 +16,6 @@
 #include "common/str16.h"
 #include "cpp/argument.h"
 #include "cpp/lanes.h"
-#include "cpp/lanescan.h"
 #include "cpp/linesync.h"
 #include "cpp/macro_area.h"
 #include "cpp/observe.h"
@@ -26,6 +25,7 @@
 #include "cpp/source.h"
 #include "cpp/symtab.h"
 #include "cpp/texts.h"
+#include "cpp/token.h"
 
 namespace kv::cpp {
 
@@ -432,7 +432,7 @@ bool find_open_paren() {
         newline = true;
         space = false;
       }
-    } else if (char_class(c) == CT_SPACE) {
+    } else if (is_blank(c)) {
       space = true;
     } else if (c != MARK_EXP_END) {
       break;
@@ -554,7 +554,7 @@ bool collect(bool replaced) {
         c = get_nomark();
       }
     }
-    if (!expanded && c != MARK_EXP_END && c != '\n' && char_class(c) != CT_SPACE && c != 0 &&
+    if (!expanded && c != MARK_EXP_END && c != '\n' && !is_blank(c) && c != 0 &&
         expands_arguments_now()) {
       const step s = expand_fully(start(c));
       if (s.call_opened) return false;
@@ -567,7 +567,7 @@ bool collect(bool replaced) {
       return true;
     }
     if (c == '\n') line_sync::renumber();
-    if (c == '\n' || char_class(c) == CT_SPACE) {
+    if (c == '\n' || is_blank(c)) {
       call.space_due = true;
     } else if (c != MARK_EXP_END) {
       if (expanded && begins_identifier(c)) {

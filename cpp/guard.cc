@@ -12,7 +12,7 @@
 
 #include "cpp/directives.h"
 #include "cpp/lanes.h"
-#include "cpp/lanescan.h"
+#include "cpp/passing.h"
 #include "cpp/reader.h"
 #include "cpp/scan.h"
 #include "cpp/source.h"
@@ -21,8 +21,9 @@ namespace kv::cpp {
 
 namespace {
 
-bool is_blank(unsigned char c) {
-  return char_class(c) == CT_SPACE || c == '\v' || c == '\f';
+// Whether reading `c` gives white space.
+bool reads_as_blank(unsigned char c) {
+  return is_blank(c) || c == '\v' || c == '\f';
 }
 
 const unsigned char* find_byte(const unsigned char* from, const unsigned char* end, int c) {
@@ -75,28 +76,16 @@ class header_scan {
 
   bool pass_comment() {
     comments_ = true;
-    const bool block = p_[1] == '*';
-    p_ += 2;
-    if (!block) {
-      const unsigned char* newline = find_byte(p_, end_ + 1, '\n');
-      if (find_byte(p_, newline, '\\') != nullptr) return false;
-      p_ = newline;
-      return true;
-    }
-    for (;; ++p_) {
-      p_ = find_any(p_, end_, '*', '/');
-      if (p_ == end_ || (*p_ == '/' && p_[1] == '*')) return false;
-      if (*p_ == '*' && p_[1] == '/') break;
-    }
-    p_ += 2;
-    return true;
+    const unsigned char* const end = lane::end_of_comment(p_, end_);
+    if (end != nullptr) p_ = end;
+    return end != nullptr;
   }
 
   bool at_comment() const { return *p_ == '/' && (p_[1] == '*' || p_[1] == '/'); }
 
   bool pass_blanks() {
     for (;;) {
-      while (is_blank(*p_) || *p_ == '\r') ++p_;
+      while (reads_as_blank(*p_) || *p_ == '\r') ++p_;
       if (!at_comment()) return true;
       if (!pass_comment()) return false;
     }
@@ -128,7 +117,7 @@ class header_scan {
   bool pass_backslashes() {
     const unsigned char* first = p_;
     while (*p_ == '\\') ++p_;
-    if (plain.in_file[*p_] && !is_blank(*p_)) return true;
+    if (plain.in_file[*p_] && !reads_as_blank(*p_)) return true;
     const bool single = p_ - first == 1;
     if (*p_ == '\r') ++p_;
     return single && *p_ == '\n' && ++p_ < end_;

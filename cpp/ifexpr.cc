@@ -11,50 +11,16 @@
 #include "cpp/expand.h"
 #include "cpp/ifsizeof.h"
 #include "cpp/lanes.h"
-#include "cpp/lanescan.h"
 #include "cpp/observe.h"
 #include "cpp/reader.h"
 #include "cpp/scan.h"
 #include "cpp/settings.h"
 #include "cpp/symtab.h"
+#include "cpp/token.h"
 
 namespace kv::cpp {
 
 namespace {
-
-// Operator codes. Those of single characters are the character classes of scan.h.
-enum op_code : std::uint8_t {
-  IFOP_EOE = 0,
-  IFOP_ADD = 3,
-  IFOP_SUB,
-  IFOP_MUL,
-  IFOP_DIV,
-  IFOP_MOD,
-  IFOP_SHL,
-  IFOP_SHR,
-  IFOP_BITAND,
-  IFOP_BITOR,
-  IFOP_BITXOR,
-  IFOP_EQ,
-  IFOP_NE,
-  IFOP_LT,
-  IFOP_LE,
-  IFOP_GE,
-  IFOP_GT,
-  IFOP_LOGAND,
-  IFOP_LOGOR,
-  IFOP_QUEST,
-  IFOP_COLON,
-  IFOP_COMMA,
-  IFOP_UPLUS,
-  IFOP_UMINUS,
-  IFOP_COMPL,
-  IFOP_NOT,
-  IFOP_LPAREN,
-  IFOP_RPAREN,
-  IFOP_BOTTOM,
-  IFOP_COUNT
-};
 
 // Flags in the rank byte; the precedence stands above them.
 constexpr std::uint8_t binary_position = 1;  // stands where an operator is expected
@@ -403,8 +369,8 @@ defined_name calm_defined_name(unsigned char* p) {
   if (parenthesised) p = lane::skip_blanks(p + 1);
   if (char_class(*p) != CT_LETTER) return none;
   const unsigned char* const start = p;
-  while (lane::is_word_unit(p)) ++p;
-  const unsigned char* const end = p;
+  const unsigned char* const end = lane::end_of_run(start);
+  p += end - start;
   if (static_cast<std::size_t>(end - start) > settings.ident_max || !lane::is_calm(end))
     return none;
   if (!parenthesised) return {start, end, p};

@@ -18,6 +18,7 @@
 #include "cpp/lines.h"
 #include "cpp/linesync.h"
 #include "cpp/source.h"
+#include "cpp/token.h"
 
 namespace kv::cpp {
 
@@ -54,10 +55,6 @@ struct {
 // Results of the translation steps that are no units.
 constexpr int joining_backslash = -1;  // a backslash outside raw mode, not yet looked behind
 constexpr int read_on = -2;            // nothing to deliver: take the next unit
-
-bool is_blank(int c) {
-  return c == '\t' || c == 0x1F || c == ' ';
-}
 
 // ---- Units given back.
 
@@ -107,25 +104,28 @@ int trigraph_for(int third) {
   }
 }
 
-// The raw unit at `p`, which moves on behind it. Only lines have trigraphs.
-int take_raw(const unsigned char*& p) {
-  const int replacement = p[0] == '?' && p[1] == '?' ? trigraph_for(p[2]) : 0;
-  p += replacement != 0 ? 3 : 1;
-  return replacement != 0 ? replacement : p[-1];
-}
-int take_raw(const unit*& p) {
-  return *p++;
-}
+// What raw reading would deliver of a text, up to its newline or zero. Only lines have trigraphs.
+template <class Unit>
+struct raw_cursor {
+  const Unit* p;
+
+  int get() {
+    if (ends_line(*p)) return 0;
+    const int replacement =
+        sizeof(Unit) == 1 && p[0] == '?' && p[1] == '?' ? trigraph_for(p[2]) : 0;
+    p += replacement != 0 ? 3 : 1;
+    return replacement != 0 ? replacement : p[-1];
+  }
+  struct raw_text {
+    explicit raw_text(raw_cursor& /*in*/) {}
+  };
+};
 
 // Whether the literal whose text begins at `p` ends with `quote` before a newline and a zero.
 template <class Unit>
 bool closes(const Unit* p, int quote) {
-  for (;;) {
-    int c = take_raw(p);
-    if (c == quote) return true;
-    if (c == '\\') c = take_raw(p);
-    if (c == '\n' || c == 0) return false;
-  }
+  raw_cursor<Unit> in{p};
+  return take_literal(in, quote, [](int /*c*/) {}) == quote;
 }
 
 // With a `?` just taken from the file frame `f`: replaces the trigraph that starts there and
@@ -151,7 +151,7 @@ bool blank_follows() {
   if (f->file != nullptr) {
     return f->rdptr != f->line_end && (*f->rdptr == '\n' || *f->rdptr == 0 || is_blank(*f->rdptr));
   }
-  return *f->txptr == '\n' || is_blank(*f->txptr) || *f->txptr == MARK_PASTE;
+  return *f->txptr == '\n' || is_blank(*f->txptr);
 }
 
 // The space that a comment is replaced by. In a line it is put where the `/` that closed the
@@ -397,7 +397,7 @@ bool backslash_stands_alone() {
 }
 
 bool is_joining_blank(int c) {
-  return is_blank(c) || c == MARK_PASTE || c == MARK_EXP_END;
+  return is_blank(c) || c == MARK_EXP_END;
 }
 
 // With a backslash read outside raw mode: joins the lines if a newline follows, else returns the

@@ -10,19 +10,14 @@
 #include "common/alloc.h"
 #include "common/str16.h"
 #include "cpp/lanes.h"
-#include "cpp/lanescan.h"
-#include "cpp/number.h"
+#include "cpp/passing.h"
 #include "cpp/reader.h"
 #include "cpp/settings.h"
+#include "cpp/token.h"
 
 namespace kv::cpp {
 
 namespace {
-
-bool continues_id_byte(unit c) {
-  const int cls = class_table[c];
-  return cls == CT_LETTER || cls == CT_DIGIT;
-}
 
 // The units of the identifier being gathered that count for its length.
 std::size_t significant_len = 0;
@@ -31,8 +26,7 @@ std::size_t significant_len = 0;
 // text's zero ends it.
 template <class Unit>
 void take_id_run(Unit*& from) {
-  Unit* p = from;
-  while (*p < 256 && continues_id_byte(*p)) ++p;
+  auto* const p = const_cast<Unit*>(lane::end_of_run(static_cast<const Unit*>(from)));
   const std::size_t room = settings.ident_max - significant_len;
   const auto run = static_cast<std::size_t>(p - from);
   const std::size_t kept = run < room ? run : room;
@@ -105,7 +99,7 @@ void scan_id(int c) {
     store_id_unit(c);
     take_id_lane();
     c = get();
-  } while (c == MARK_NOEXPAND || (c < 256 && continues_id_byte(static_cast<unit>(c))));
+  } while (continues_id(c));
   unget();
   token_buf[token_len] = 0;
 }
@@ -120,29 +114,18 @@ void lower_token() {
 }
 
 void scan_number(int c, output_routine out) {
-  struct {
-    static int get() { return cpp::get(); }
-    static void unget() { cpp::unget(); }
-  } input;
+  read_input input;
   take_number(input, c, out);
 }
 
 bool scan_string(int q, output_routine out) {
-  const raw_reading raw;
-  out(q);
-  for (;;) {
-    const int c = get();
-    if (c == q) {
-      out(c);
-      return true;
-    }
-    if (ends_line(c)) {
-      unget();
-      return false;
-    }
-    out(c);
-    if (c == '\\') out(get());
+  read_input input;
+  if (take_literal(input, q, out) == q) {
+    out(q);
+    return true;
   }
+  unget();
+  return false;
 }
 
 const unit* token_text() {

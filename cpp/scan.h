@@ -11,6 +11,7 @@
 #include <cstddef>
 
 #include "cpp/charclass.h"
+#include "cpp/conditions.h"
 #include "cpp/reader.h"
 #include "cpp/text16.h"
 
@@ -19,20 +20,30 @@ namespace kv::cpp {
 /// Receives the units of a number or string, one call a unit.
 using output_routine = void (*)(int c);
 
+/// The reader as an input of numbers and literals.
+struct read_input {
+  static int get() { return cpp::get(); }
+  static void unget() { cpp::unget(); }
+  struct raw_text : raw_reading {
+    explicit raw_text(read_input& /*in*/) {}
+  };
+  static bool letters_in_numbers() { return in_asm; }
+};
+
 /// Reads past white space (MARK_PASTE and MARK_EXP_END included) and returns the first other unit,
 /// which is consumed. Stops at a newline and at MARK_NOEXPAND.
 inline int skip_ws() {
   int c;
   do {
     c = get();
-  } while (char_class(c) == CT_SPACE || c == MARK_EXP_END);
+  } while (is_blank(c) || c == MARK_EXP_END);
   return c;
 }
 
 /// Passes over white space ahead as far as it is plain, and returns what peek_plain() then does.
 inline int skip_plain_ws() {
   int c;
-  while (c = peek_plain(), c >= 0 && char_class(c) == CT_SPACE) pass_plain();
+  while (c = peek_plain(), c >= 0 && is_blank(c)) pass_plain();
   return c;
 }
 

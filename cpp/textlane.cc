@@ -10,15 +10,16 @@
 #include "cpp/conditions.h"
 #include "cpp/expand.h"
 #include "cpp/lanes.h"
-#include "cpp/lanescan.h"
 #include "cpp/lines.h"
 #include "cpp/linesync.h"
 #include "cpp/outbuf.h"
 #include "cpp/output.h"
+#include "cpp/passing.h"
 #include "cpp/reader.h"
 #include "cpp/settings.h"
 #include "cpp/symtab.h"
 #include "cpp/texts.h"
+#include "cpp/token.h"
 
 namespace kv::cpp {
 

@@ -21,10 +21,10 @@
 
 #include "cpp/argument.h"
 #include "cpp/frames.h"
-#include "cpp/lanescan.h"
 #include "cpp/settings.h"
 #include "cpp/symtab.h"
 #include "cpp/text16.h"
+#include "cpp/token.h"
 
 namespace kv::cpp {
 
@@ -67,11 +67,11 @@ token_end token_end_at(const input_frame* f, const unit* end, Ends ends) {
 /// The same for a number of a text, which goes on behind the end of an expansion unless it has a
 /// suffix.
 inline token_end number_end_at(const input_frame* f, const unit* end) {
-  const auto ends = [](const auto* next) { return lane::ends_number(next); };
-  if (*end != 0) return {ends(end), false};
+  if (*end != 0) return {lane::is_calm(end), false};
   const bool suffix = lane::has_suffix(end);
   if (f->macro != nullptr && suffix) return {true, false};
-  return {holds_below(f, ends, suffix), true};
+  const auto ends = [](const auto* next) { return lane::ends_number(next); };
+  return {!lane::takes_sign(end) && holds_below(f, ends, suffix), true};
 }
 
 template <class Sink>
@@ -268,10 +268,11 @@ class text_taker {
         pass(f, end, false);
         return true;
       case lane::digit:
+      case lane::point:
         if (Sink::scans_numbers) {
           end = lane::end_of_digits(at);
           where = number_end_at(f, end);
-        } else {
+        } else if (kind == lane::digit) {
           while (lane::kind_at(end) == lane::digit) ++end;
           where = token_end_at(f, end, calm);
         }
@@ -279,9 +280,6 @@ class text_taker {
       case lane::quote:
         end = lane::end_of_quoted(at);
         if (end == nullptr) return false;
-        break;
-      case lane::point:
-        if (Sink::scans_numbers) where.at_sight = lane::kind_at(end) != lane::digit && calm(end);
         break;
       case lane::operand:
         if (!calm(at)) return false;
