@@ -169,6 +169,51 @@ TEST_F(AlertDeathTest, VariantsWithoutLineOrPosition) {
             " #info: x\n");
 }
 
+TEST_F(AlertDeathTest, WhatIsNotKnownOfThePositionIsLeftOut) {
+  const char16_t* const text = u"abc";
+  const char16_t* const end = text + 3;
+  const char16_t* const nowhere = nullptr;
+  const struct {
+    const char16_t* file;
+    const unsigned* line;
+    const char16_t *const *start, *const *cursor;
+    const char *in_template, *as_gcc;
+  } cases[] = {
+      {nullptr, &line_number, &text, &end, "||", "cpp"},
+      {u"a.c", nullptr, &text, &end, "a.c||", "a.c"},
+      {u"a.c", &line_number, nullptr, &end, "a.c|12|", "a.c:12:1"},
+      {u"a.c", &line_number, &nowhere, &end, "a.c|12|", "a.c:12:1"},
+      {u"a.c", &line_number, &text, &nowhere, "a.c|12|", "a.c:12:1"},
+      {u"a.c", &line_number, &text, &end, "a.c|12|3", "a.c:12:3"},
+  };
+  for (const auto& c : cases) {
+    EXPECT_EQ(run([&] {
+                alert_set_position(c.file, c.line, c.start, c.cursor);
+                setenv("LVX_ERR_FORMAT", "%f|%l|%c", 1);
+                alert_use_formats(1);
+                alert_msg(109);
+                alert_use_gcc_layout();
+                alert_msg(109);
+                alert_typed("m", "typed");
+                alert_msg_nopos(109);
+              }),
+              std::string(c.in_template) + "\n" + c.as_gcc +
+                  ": error: #include syntax error [109]\n" + c.as_gcc +
+                  ": note: typed\ncpp: error: #include syntax error [109]\n");
+  }
+}
+
+TEST_F(AlertDeathTest, MissingTextsAreShownAsSuch) {
+  EXPECT_EQ(run([] {
+              alert_use_formats(1);
+              alert_raw(9, "m", "before any template");
+              alert_raw(9, nullptr, nullptr);
+              alert_printf(nullptr);
+              say(alert_str(nullptr));
+            }),
+            "before any template\n(null)\n(null)\n(null)");
+}
+
 TEST_F(AlertDeathTest, TypedReportsCountErrorsBeforeTheThreshold) {
   EXPECT_EQ(run([] {
               alert_set_warnlevel(11);

@@ -71,8 +71,12 @@ TEST(vector, ends_read_zero_and_take_nothing_away) {
   EXPECT_EQ(vec_count(v), 0u);
   EXPECT_EQ(vec_count(nullptr), 0u);
   EXPECT_EQ(vec_copy(nullptr, __FILE__, __LINE__), nullptr);
+  vec_reserve(v, 0);
+  EXPECT_EQ(v->capacity, 0u);
+  EXPECT_EQ(vec_iter_first(v), 0u);
   vec_destroy(nullptr);
   vec_destroy(v);
+  hash_destroy(nullptr);
 }
 
 TEST(vector, elements_are_inserted_moved_removed_and_sorted) {
@@ -126,6 +130,11 @@ TEST(vector, iterations_stay_right_under_insertion_and_removal) {
   // What is inserted at or before the position is not visited.
   EXPECT_EQ(walk(v, [&](word x) { vec_insert(v, x + 10, vec_index(v, x)); }), (words{1, 2, 3}));
   EXPECT_EQ(contents(v), (words{11, 1, 12, 2, 13, 3}));
+  // What changes behind the position does not move it.
+  const auto exchange = [&](word x) {
+    return x == 11 && vec_remove(v, 12) && vec_insert(v, 14, 2);
+  };
+  EXPECT_EQ(walk(v, exchange), (words{11, 1, 14, 2, 13, 3}));
   words pairs;
   walk(v, [&](word outer) {
     if (outer < 10) walk(v, [&](word inner) { pairs.push_back(outer * 100 + inner); });

@@ -166,6 +166,15 @@ TEST_F(kvdebug, slips_of_callers_are_told_and_do_no_harm) {
   }
 }
 
+TEST_F(kvdebug, a_missing_container_ends_the_run_where_checks_are_fatal) {
+  const std::string text = run(
+                               "out:t,assert:fatal", [] { vec_push(nullptr, 1); }, 1) +
+                           run(
+                               "out:t,assert:fatal", [] { hash_find(nullptr, 1); }, 1);
+  EXPECT_NE(text.find("is_alive(v) ("), std::string::npos) << text;
+  EXPECT_NE(text.find("is_alive(h) ("), std::string::npos) << text;
+}
+
 TEST_F(kvdebug, html_without_a_report_is_nothing_and_a_style_sheet_is_named) {
   run("out:t", [] {
     html_frames(1);

@@ -74,6 +74,7 @@ TEST(Osdep, NormalisingDropsDotsAndDoubledSeparators) {
   EXPECT_EQ(normalize_path(nullptr), "");
 
   EXPECT_EQ(absolute_path("C:\\a\\..\\b"), "C:\\b");
+  EXPECT_EQ(absolute_path("\\a\\..\\b"), "\\b");
   EXPECT_EQ(absolute_path("a\\..\\b"), normalize_path((current_dir() + "\\b").c_str()));
   EXPECT_EQ(absolute_path(nullptr), normalize_path(current_dir().c_str()));
   EXPECT_FALSE(is_abs_path(nullptr));
@@ -88,6 +89,9 @@ TEST(Osdep, DirectoriesAreMadeWithTheirParentsAndRemovedWithoutFollowingLinks) {
   EXPECT_EQ(make_dirs((root + "\\tree\\deep").c_str()), 0);
   EXPECT_EQ(make_dirs((root + "\\outside\\").c_str()), 0);
   EXPECT_NE(make_dirs((root + "\\outside").c_str()), 0);
+  EXPECT_NE(make_dirs("\\"), 0);
+  EXPECT_NE(make_dirs("Q:\\x"), 0);
+  EXPECT_FALSE(file_exists("Q:")) << "a drive is not made";
   const fs::path outside = fs::path(root) / "outside";
   std::ofstream(outside / "Kept.txt") << "text";
   EXPECT_NE(make_dirs((root + "\\outside\\Kept.txt\\x").c_str()), 0);

@@ -88,6 +88,7 @@ TEST(stringcache, tokens_are_separated_by_runs_of_delimiters) {
   EXPECT_EQ(split("", ","), tokens{});
   EXPECT_EQ(split(nullptr, ","), tokens{});
   EXPECT_EQ(split("whole", ""), tokens{"whole"});
+  EXPECT_EQ(split("whole", nullptr), tokens{"whole"});
 }
 
 // The lines of a file with the given contents.
