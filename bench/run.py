@@ -1,16 +1,19 @@
-"""Whole-process benchmark: our program, three others, and the floor that the machine sets.
+"""Whole-process benchmark: our program, four others, and the floor that the machine sets.
 
     python3 bench/run.py [--quick] [--only NAME] [--size 1|4|16] [--runs N] [--program PATH]
     python3 bench/run.py --claims     5 MB of real C against `gcc -E`; an empty file against nothing
+    python3 bench/run.py --train      our program alone, once: for a build that counts what it does
 
 Every workload is first preprocessed by us and by GNU cpp, and the tokens must be the same: a fast
 wrong answer is not measured. Then all programs take turns, so that a disturbance of the machine
 meets them all. The compilers' preprocessors are called without their drivers, as they would be if
-they were the program that the user starts. A full run writes docs/performance.md
-and the figures of the README.
+they were the program that the user starts. Callgrind counts the instructions of the small programs,
+which no disturbance changes; under it the compilers would take minutes. A full run writes
+docs/performance.md and the figures of the README, and is for a quiet machine.
 """
 
 import argparse
+import dataclasses
 import os
 import pathlib
 import platform
@@ -31,8 +34,8 @@ SCRATCH = ROOT / "build" / "bench"
 PACKAGES = ROOT / "build" / "real-input" / "packages"
 DOCUMENT = ROOT / "docs" / "performance.md"
 OURS, FLOOR = "cpp", "floor"
-PEERS = ("cc1", "clang", "tcc")
-RUNS, QUICK_RUNS = 9, 3
+COUNTED = (OURS, "tcc", "ucpp")  # those whose instructions are counted
+RUNS, QUICK_RUNS = 15, 3
 
 
 def _output(*command):
@@ -40,7 +43,7 @@ def _output(*command):
 
 
 def _install_missing():
-    missing = [name for name in ("gcc", "clang", "tcc") if not shutil.which(name)]
+    missing = [name for name in ("gcc", "clang", "tcc", "ucpp", "valgrind") if not shutil.which(name)]
     if missing:
         subprocess.run(["apt-get", "install", "-y", "-qq", *missing], check=True)
 
@@ -56,6 +59,10 @@ def _flags(workload):
     return [f"-I{d}/" for d in workload.dirs] + [f"-D{d}" for d in workload.defines]
 
 
+def our_command(workload, program):
+    return [program, "-N255", *_flags(workload), str(workload.main), os.devnull]
+
+
 def commands(workload, program):
     """The command line of every program for one workload."""
     flags, main = _flags(workload), str(workload.main)
@@ -67,12 +74,13 @@ def commands(workload, program):
         names.write_text("".join(f"{f}\n" for f in workload.files))
         floor = [str(SCRATCH / "floor"), "-l", str(names)]
     return {
-        OURS: [program, "-N255", *flags, main, os.devnull],
+        OURS: our_command(workload, program),
         "cc1": [_output("gcc", "-print-prog-name=cc1"), "-E", "-quiet", "-w", "-undef", "-nostdinc",
                 "-std=gnu90", *flags, main, "-o", os.devnull],
         "clang": [os.path.realpath(shutil.which("clang")), "-cc1", "-E", "-w", "-undef",
                   "-std=gnu89", *flags, main, "-o", os.devnull],
         "tcc": [shutil.which("tcc"), "-E", "-w", "-nostdinc", *flags, main, "-o", os.devnull],
+        "ucpp": [shutil.which("ucpp"), "-w0", "-c90", "-zI", *flags, "-o", os.devnull, main],
         FLOOR: floor,
     }
 
@@ -96,34 +104,59 @@ def check_tokens(workload, program):
         sys.exit(f"{workload.name} {workload.scale}x: not the tokens of GNU cpp: {found}")
 
 
+@dataclasses.dataclass
+class Cost:
+    """What the runs of one program have cost."""
+    wall: list = dataclasses.field(default_factory=list)  # milliseconds of each run
+    user: list = dataclasses.field(default_factory=list)
+    system: list = dataclasses.field(default_factory=list)
+    peak: int = 0  # KiB
+    instructions: int = 0  # 0 where they are not counted
+
+    def add(self, wall, user, system, peak):
+        self.wall.append(wall / 1e6)
+        self.user.append(user / 1e3)
+        self.system.append(system / 1e3)
+        self.peak = max(self.peak, peak)
+
+
 def measure(table, runs):
-    """Runs the commands in turns; returns {name: (milliseconds of each run, peak KiB)}."""
-    times = {name: [] for name in table}
-    peaks = dict.fromkeys(table, 0)
+    """Runs the commands in turns; returns the Cost of each."""
+    costs = {name: Cost() for name in table}
     for turn in range(runs + 1):
         for name, command in table.items():
-            ns, kib, status = map(int, _output(str(SCRATCH / "launch"), *command).split())
+            *cost, status = map(int, _output(str(SCRATCH / "launch"), *command).split())
             if status != 0:
                 sys.exit(f"{name} ended with status {status}: {' '.join(command)}")
             if turn > 0:  # the first turn fills the caches
-                times[name].append(ns / 1e6)
-                peaks[name] = max(peaks[name], kib)
-    return {name: (times[name], peaks[name]) for name in table}
+                costs[name].add(*cost)
+    return costs
+
+
+def instructions(command):
+    """How many instructions the command executes, the kernel's not counted."""
+    done = subprocess.run(["valgrind", "--tool=callgrind", "--callgrind-out-file=/dev/null", *command],
+                          stdout=subprocess.DEVNULL, stderr=subprocess.PIPE, text=True, check=True)
+    return int(re.search(r"Collected : (\d+)", done.stderr)[1])
 
 
 def table_of(workload, results):
     """One workload's results as lines of a Markdown table."""
-    ours = statistics.median(results[OURS][0])
+    ours = min(results[OURS].wall)
     megabytes = workload.bytes / 1e6
-    for name, (times, peak) in results.items():
-        median = statistics.median(times)
-        speed = f"{megabytes / median * 1000:.0f}" if megabytes > 0.001 else "-"
-        yield (f"| {workload.name} {workload.scale}x | {name} | {median:.2f} | {min(times):.2f} | "
-               f"{speed} | {peak / 1024:.1f} | {median / ours:.2f} |")
+    for name, cost in results.items():
+        fastest = min(cost.wall)
+        speed = f"{megabytes / fastest * 1000:.0f}" if megabytes > 0.001 else "-"
+        count = f"{cost.instructions / 1e6:.2f}" if cost.instructions else "-"
+        # The kernel charges either account by what it sees at its ticks: only a mean says something.
+        yield (f"| {workload.name} {workload.scale}x | {name} | {fastest:.2f} | "
+               f"{statistics.median(cost.wall):.2f} | {statistics.mean(cost.user):.2f} | "
+               f"{statistics.mean(cost.system):.2f} | {count} | {speed} | {cost.peak / 1024:.1f} | "
+               f"{fastest / ours:.2f} |")
 
 
-HEADER = ("| workload | program | median ms | minimum ms | MB/s | peak MiB | time relative to ours |\n"
-          "| --- | --- | ---: | ---: | ---: | ---: | ---: |")
+HEADER = ("| workload | program | minimum ms | median ms | user ms | system ms | M instructions | MB/s | "
+          "peak MiB | time relative to ours |\n| --- | --- |" + " ---: |" * 8)
 
 
 def machine(load):
@@ -139,7 +172,14 @@ def machine(load):
         f"- GCC: {first(_output('gcc', '--version'))}",
         f"- Clang: {first(_output('clang', '--version'))}",
         f"- TCC: {first(_output('tcc', '-v'))}",
+        f"- ucpp: {_output('dpkg-query', '-W', '-f', '${Version}', 'ucpp')}",
     ]
+
+
+def train(program):
+    for name in workloads.NAMES:
+        workload = workloads.make(name, 1 if name == "empty" else 4, SCRATCH, PACKAGES)
+        subprocess.run(our_command(workload, program), check=True)
 
 
 def claims(program, runs):
@@ -156,7 +196,7 @@ def claims(program, runs):
     lines = []
     for title, results in ((f"{workload.bytes / 1e6:.1f} MB of real C", real),
                            ("an empty file", nothing)):
-        (name, (ours, _)), (other, (theirs, _)) = results.items()
+        (name, ours), (other, theirs) = ((name, cost.wall) for name, cost in results.items())
         mine, yours = statistics.median(ours), statistics.median(theirs)
         lines.append(f"- {title}: {name} {mine:.2f} ms (minimum {min(ours):.2f}), "
                      f"{other} {yours:.2f} ms (minimum {min(theirs):.2f}), "
@@ -188,11 +228,15 @@ take turns; {runs} runs of each are counted. Before a workload is measured its t
 with GNU cpp's.
 
 - `cpp`: this program. `cc1`, `clang`: the preprocessors of GCC and Clang without their drivers
-  (`cc1 -E -quiet`, `clang -cc1 -E`). `tcc`: `tcc -E`.
+  (`cc1 -E -quiet`, `clang -cc1 -E`). `tcc`: `tcc -E`, of a small compiler. `ucpp`: a program that
+  is nothing but a preprocessor.
 - `floor`: a static program that reads the input, looks every byte up in a table and writes it out
   (for the empty file: a program that does nothing).
-- MB/s: bytes of all files that belong to the input, each counted once, by the median time.
-- relative time: above 1 is slower than this program.
+- user, system: processor time in the program and in the kernel, means of all runs. The kernel
+  tells them apart by sampling, so they are rough where a run is short.
+- instructions: counted by Valgrind's callgrind, without the kernel's; not for the large compilers.
+- MB/s: bytes of all files that belong to the input, each counted once, by the minimum.
+- relative time: by the minimum; above 1 is slower than this program.
 
 ## Machine
 """
@@ -206,13 +250,17 @@ def main():
     parser.add_argument("--runs", type=int)
     parser.add_argument("--quick", action="store_true", help="few runs, nothing written to docs")
     parser.add_argument("--claims", action="store_true")
+    parser.add_argument("--train", action="store_true")
     options = parser.parse_args()
     load = os.getloadavg()[0]
     program = os.path.abspath(options.program)
     runs = options.runs or (QUICK_RUNS if options.quick else RUNS)
+    corpus.fetch(PACKAGES)
+    if options.train:
+        train(program)
+        return
     _install_missing()
     _build_tools()
-    corpus.fetch(PACKAGES)
     if options.claims:
         print("\n".join(claims(program, runs)))
         return
@@ -224,8 +272,11 @@ def main():
         for scale in sizes:
             workload = workloads.make(name, scale, SCRATCH, PACKAGES)
             check_tokens(workload, program)
-            results = measure(commands(workload, program), runs)
-            costs[name, scale] = (min(results[OURS][0]), workload.bytes / 1e6)
+            table = commands(workload, program)
+            results = measure(table, runs)
+            for counted in COUNTED:
+                results[counted].instructions = instructions(table[counted])
+            costs[name, scale] = (min(results[OURS].wall), workload.bytes / 1e6)
             for line in table_of(workload, results):
                 print(line, flush=True)
                 lines.append(line)

@@ -170,6 +170,9 @@ def includes(rng, scale, directory):
 
 _LIBRARY = ("stdio stdlib string ctype errno assert stddef stdarg limits math setjmp signal locale "
             "time utime unistd fcntl dlfcn sys/types sys/stat sys/times").split()
+# Two headers of zlib define it for their own sources. Here they meet in one text, where a definition
+# that differs is an error to some preprocessors.
+_OF_A_SOURCE = {"GZIP"}
 _GUARD = re.compile(r"^[ \t]*#[ \t]*ifndef[ \t]+(\w+)\s*\n(?:[^#\n]*\n)*[ \t]*#[ \t]*define[ \t]+\1\b", re.M)
 _INCLUDED = re.compile(r'^[ \t]*#[ \t]*include[ \t]*"([\w.]+)"', re.M)
 _DEFINED = re.compile(r"^[ \t]*#[ \t]*define[ \t]+(\w+)", re.M)
@@ -218,9 +221,11 @@ def real(size, directory, packages):
                     text = re.sub(rf"\b{guard[1]}\b", f"{guard[1]}_{copy}", text)
                     own.discard(guard[1])
                 (target / path.name).write_text(text, encoding="latin-1")
+            of_a_source = own & _OF_A_SOURCE
+            own -= of_a_source
             for path in sources:
                 text = path.read_text(encoding="latin-1")
-                mine = set(_DEFINED.findall(text))
+                mine = set(_DEFINED.findall(text)) | of_a_source
                 (target / path.name).write_text(text, encoding="latin-1")
                 main_lines.append(f'#include "{target.name}/{path.name}"\n')
                 main_lines += [f"#undef {name}\n" for name in sorted(mine - own)]
