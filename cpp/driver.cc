@@ -180,7 +180,7 @@ void start(int argc, char** argv) {
     settings.source_name = input.path;
   }
   copy_comments_to(put_char_out);
-  push_file(source_open(input.fd, {"input", input.path}, nullptr, 0), settings.source_name);
+  push_file(source_open(input.fd, {"input", input.path}), settings.source_name);
   if (settings.macro_report) report_table();
   if (text_output()) write_line_marker();
 }

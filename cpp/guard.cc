@@ -8,7 +8,6 @@
 
 #include <array>
 #include <cstddef>
-#include <cstring>
 
 #include "cpp/directives.h"
 #include "cpp/lanes.h"
@@ -26,26 +25,18 @@ bool reads_as_blank(unsigned char c) {
   return is_blank(c) || c == '\v' || c == '\f';
 }
 
-const unsigned char* find_byte(const unsigned char* from, const unsigned char* end, int c) {
-  return static_cast<const unsigned char*>(
-      std::memchr(from, c, static_cast<std::size_t>(end - from)));
-}
-
 // Whether the text is free of what the steps below do not look for: zero bytes, trigraphs, a
 // carriage return without its newline, and lines that would be cut.
 bool is_regular(const unsigned char* text, const unsigned char* end) {
-  if (find_byte(text, end, 0) != nullptr) return false;
-  for (const unsigned char* p = text; (p = find_byte(p, end, '?')) != nullptr; ++p) {
-    if (p[1] == '?') return false;
+  for (const unsigned char* p = text; (p = find_any(p, end, 0, '?', '\r')) != end; ++p) {
+    if (*p == 0 || (*p == '?' && p[1] == '?') || (*p == '\r' && p[1] != '\n')) return false;
   }
-  for (const unsigned char* p = text; (p = find_byte(p, end, '\r')) != nullptr; ++p) {
-    if (p[1] != '\n') return false;
-  }
-  if (end - text < line_capacity) return true;
-  for (const unsigned char* line = text; line < end;) {
-    const unsigned char* newline = find_byte(line, end + 1, '\n');
-    if (newline - line >= line_capacity) return false;
-    line = newline + 1;
+  // The last newline that the line may have is near the limit.
+  for (const unsigned char* line = text; end - line >= line_capacity;) {
+    const unsigned char* p = line + line_capacity;
+    while (p != line && p[-1] != '\n') --p;
+    if (p == line) return false;
+    line = p;
   }
   return true;
 }

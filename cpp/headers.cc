@@ -40,8 +40,9 @@ struct header {
   bool lowered;  // only the lower-case spelling opened
   bool case_differs;  // the stored name has other letters
   source_copy content;
-  bool guard_known;  // `guard` has been looked for
   include_guard guard;
+  const symbol* guard_macro;     // the record of the guard's macro
+  std::uint32_t guard_macro_at;  // names_removed when that was found
 };
 
 namespace {
@@ -118,10 +119,15 @@ bool known_missing(const header& h) {
   return true;
 }
 
-// Looks for the guard in the header's text, which need not be kept for it.
-void note_guard(header& h, const source_copy& text) {
-  h.guard_known = true;
-  h.guard = guard_of(text.bytes, text.size);
+// Lane: whether a header is not read again while its include guard is defined.
+bool guards_count() {
+  return lanes && !settings.cmode_asm && cmode_is(CMODE_TSLINK) == 0;
+}
+
+// Looks for the guard in the header's text. One that has none is likely to be read again.
+void note_text(header& h, const source_copy& text) {
+  if (guards_count()) h.guard = guard_of(text.bytes, text.size);
+  if (h.guard.name == nullptr || db_tracing(db_general)) h.content = source_keep(text);
   if (h.guard.name == nullptr) return;
   void* name = checked_alloc(h.guard.name_len + name_slack);
   h.guard.name = static_cast<unsigned char*>(std::memcpy(name, h.guard.name, h.guard.name_len));
@@ -143,11 +149,11 @@ source_file* open_header(header& h) {
     return nullptr;
   }
   h.case_differs = !(as_written && host::names_are_case_sensitive) && !name_case_matches(path);
-  if (!h.opened) enter_opened(h);
-  source_file* file = source_open(fd, {"include", path}, &h.content, size);
-  if (lanes && !h.guard_known && h.content.bytes == nullptr) {
-    const source_copy text = source_content(file);
-    if (text.bytes != nullptr) note_guard(h, text);
+  source_file* file = source_open(fd, {"include", path});
+  if (!h.opened) {
+    enter_opened(h);
+    const source_copy text = source_whole_text(file, size);
+    if (text.bytes != nullptr) note_text(h, text);
   }
   return file;
 }
@@ -155,20 +161,17 @@ source_file* open_header(header& h) {
 // Lane: whether reading `h` again would do nothing but count newlines, since its include
 // guard is defined.
 bool is_guarded(header& h) {
-  if (!lanes || !in_file_frame() || in_asm || settings.cmode_asm || cmode_is(CMODE_TSLINK) != 0)
-    return false;
-  if (!h.guard_known) {
-    if (h.content.bytes == nullptr) return false;
-    note_guard(h, h.content);
-  }
   const include_guard& guard = h.guard;
-  if (guard.name == nullptr || (guard.outer_comments && settings.keep_comments) ||
-      !groups_fit(guard.depth)) {
+  if (guard.name == nullptr || !in_file_frame() || in_asm ||
+      (guard.outer_comments && settings.keep_comments) || !groups_fit(guard.depth)) {
     return false;
   }
-  const symbol* sym =
-      sym_find(guard.name, std::min<std::size_t>(guard.name_len, settings.ident_max));
-  return sym != nullptr && sym_eligible(sym);
+  if (h.guard_macro_at != names_removed) {
+    h.guard_macro = sym_find(guard.name, std::min<std::size_t>(guard.name_len, settings.ident_max));
+    if (h.guard_macro == nullptr) return false;
+    h.guard_macro_at = names_removed;
+  }
+  return sym_eligible(h.guard_macro);
 }
 
 // Prints the path to standard error the first time it is given (-H).
@@ -196,7 +199,6 @@ std::optional<int> enter_header(header& h) {
   source_file* file = nullptr;  // stays so for a header that is passed over
   if (is_guarded(h)) {
     if (!file_place_left()) return std::nullopt;
-    source_forget(h.content);
   } else {
     file = h.content.bytes != nullptr ? source_open_copy(h.content) : open_header(h);
     if (file == nullptr) return std::nullopt;

@@ -75,21 +75,6 @@ void fill(source_file* f) {
   if (!f->begun) begin_text(f);
 }
 
-// Keeps the content, before anything is changed in the block, if the file fits into it.
-void keep_content(source_file* f, source_copy& keep, std::size_t expected) {
-  read_until(f, static_cast<std::ptrdiff_t>(
-                    expected != 0 && expected < source_block_size ? expected : source_block_size));
-  if (static_cast<std::size_t>(f->limit - f->block) == expected) f->at_end = true;
-  begin_text(f);
-  const auto size = static_cast<std::size_t>(f->limit - f->text);
-  if (!f->at_end || size == 0 || copies_size + size > copies_limit) return;
-  keep.bytes = static_cast<unsigned char*>(checked_alloc_raw(size + search_slack));
-  keep.size = size;
-  std::memcpy(keep.bytes, f->text, size);
-  keep.bytes[size] = '\n';
-  copies_size += size;
-}
-
 source_file* new_source() {
   source_file* f = free_sources;
   if (f != nullptr) {
@@ -108,24 +93,31 @@ source_file* new_source() {
 
 }  // namespace
 
-source_file* source_open(int fd, const source_name& name, source_copy* keep, std::size_t size) {
+source_file* source_open(int fd, const source_name& name) {
   source_file* f = new_source();
   f->fd = fd;
   f->name = name;
-  if (keep != nullptr) keep_content(f, *keep, size);
   return f;
 }
 
-source_copy source_content(source_file* f) {
-  if (!f->at_end || f->next != f->text) return {};
+source_copy source_whole_text(source_file* f, std::size_t size) {
+  const bool fits = size != 0 && size < source_block_size;
+  read_until(f, static_cast<std::ptrdiff_t>(fits ? size : source_block_size));
+  if (static_cast<std::size_t>(f->limit - f->block) == size) f->at_end = true;
+  begin_text(f);
+  if (!f->at_end) return {};
   *f->limit = '\n';
   return {f->text, static_cast<std::size_t>(f->limit - f->text)};
 }
 
-void source_forget(source_copy& copy) {
-  std::free(copy.bytes);
-  copies_size -= copy.size;
-  copy = {};
+source_copy source_keep(const source_copy& text) {
+  if (text.size == 0 || copies_size + text.size > copies_limit) return {};
+  source_copy kept = {static_cast<unsigned char*>(checked_alloc_raw(text.size + search_slack)),
+                      text.size};
+  std::memcpy(kept.bytes, text.bytes, text.size);
+  kept.bytes[text.size] = '\n';
+  copies_size += text.size;
+  return kept;
 }
 
 source_file* source_open_copy(const source_copy& copy) {

@@ -50,19 +50,17 @@ struct source_file {
 };
 
 /// Takes over the open descriptor `fd` and gives a source_file to read it through. A read that
-/// fails, now or later, raises 141 (fatal) with `name`. With `keep` the
-/// content is kept there if it fits into one block and into what the run spends on such copies.
-/// `size` is the file's size where it is known, else 0: a file that ends there need not be asked
-/// again.
-source_file* source_open(int fd, const source_name& name, source_copy* keep, std::size_t size);
+/// fails, then or later, raises 141 (fatal) with `name`.
+source_file* source_open(int fd, const source_name& name);
 
-/// The whole text of a file of which no line has been read yet, as it lies in the file's block;
-/// null where it does not fit in. Valid until a line is asked for.
-source_copy source_content(source_file* file);
+/// The whole text of a file that has just been opened, as it lies in the file's block; null where
+/// it does not fit in. Valid until a line is asked for. `size` is the file's size where it is
+/// known, else 0: a file that ends there need not be asked again.
+source_copy source_whole_text(source_file* file, std::size_t size);
 
-/// Gives back the memory of a copy, which is null from then on. A source_file that reads it must
-/// have been asked for a line: the whole copy lies in its block then.
-void source_forget(source_copy& copy);
+/// A copy of a text that source_whole_text() has given, or null where the run has spent on such
+/// copies what it may.
+source_copy source_keep(const source_copy& text);
 
 /// Gives a source_file that reads a copy kept earlier; it counts as an open file. Null, with errno
 /// set, when too many are open.

@@ -252,6 +252,7 @@ symbol* enter_new(const Unit* name, std::size_t len) {
 
 std::array<std::uint64_t, name_shapes_size / 64> name_shapes;
 std::uint32_t names_entered = 1;
+std::uint32_t names_removed = 1;
 
 // The bytes are taken eight at a time, the last eight overlapping what came before; reading past a
 // short name is what name_slack allows for.
@@ -327,6 +328,7 @@ void sym_remove(symbol* sym) {
   if (observing) observe::macro_removed(sym);
   chain_remove(sym);
   index_remove(sym);
+  ++names_removed;
   sym->removed = true;
   if (sym->frame_refs == 0) free_record(sym);
 }

@@ -68,6 +68,10 @@ symbol* sym_search(const unsigned char* name, std::size_t len);
 /// holds as long as it stays.
 extern std::uint32_t names_entered;
 
+/// Goes up by one with every record taken out, from 1: what was found stays found as long as it
+/// stays.
+extern std::uint32_t names_removed;
+
 /// The shapes of all names entered so far: a name's length, first and last unit, modulo the size of
 /// this set of bits. Nearly all identifiers of a text are no macros, and most of those are told by
 /// their shape alone.
