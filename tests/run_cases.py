@@ -7,21 +7,21 @@ docs/language.md, which are cases in the form of a document.
 A case is a title that says the behaviour, a command, input files and what must come out:
 
     === a comment between two letters reads as one blank
-    $ cpp -DX in.c
-    status: 1
+    $ ! cpp -DX in.c
     a/**/b
-    #info X
+    #error X
     --- text
     a b
 
     --- stderr
-    in.c: 2: ...
+    in.c: ...
 
 Beneath the title stand these lines, each of them optional:
 
-    $ cpp ARGS            the command; words are split as a shell does (default: cpp in.c)
-    status: N             the exit status (default 0)
-    env: NAME=VALUE       an environment variable
+    $ cpp ARGS            the command, with status 0; words are split as a shell does
+                          (default: cpp in.c)
+    $ ! cpp ARGS          a command that fails, with status 1
+    $ NAME=VALUE cpp ARGS a command with an environment variable; there may be more of them
     only: posix|windows   the case is skipped on the other system
     limit: N              no file may become larger than N bytes (posix)
     output to: FILE       standard output is appended to FILE, or "closed": a pipe without reader
@@ -163,6 +163,7 @@ def subject(section):
 
 
 STREAMS = {b"input from: ": "stdin", b"output to: ": "stdout", b"errors to: ": "stderr"}
+COMMAND = re.compile(rb"\$ (! )?((?:\w+=(?:'[^']*'|[^' ]*) )*)(cpp(?: .*)?)$")
 NAMED = {"file", "dir", "link", "hardlink", "output", "absent", "zip"}
 KINDS = NAMED | {"stdin", "stdout", "text", "stderr"}
 
@@ -200,12 +201,10 @@ def parse(path):
             case.sections.append((kind, name, section))
         elif section is not None:
             section.append(line)
-        elif line.startswith(b"$ "):
-            case.command = line[2:]
-        elif line.startswith(b"status: "):
-            case.status = int(line[8:])
-        elif line.startswith(b"env: "):
-            case.env.append(line[5:])
+        elif command := COMMAND.match(line):
+            case.status = 1 if command[1] else 0
+            case.env = [word.encode("latin-1") for word in shlex.split(command[2].decode("latin-1"))]
+            case.command = command[3]
         elif line in (b"only: posix", b"only: windows"):
             case.only = line[6:].decode()
         elif line.startswith(b"limit: "):
@@ -448,8 +447,6 @@ class Runner:
             os.fsdecode(word.encode("latin-1"))
             for word in shlex.split(expander.text(case.command).decode("latin-1"))
         ]
-        if not words or words[0] != "cpp":
-            raise BadCase("the command does not begin with cpp")
         command = self.launcher + [str(program)] + words[1:]
         streams = dict(case.streams)
         if self.emulated and streams.get("stdout", "closed") != "closed":
