@@ -81,6 +81,14 @@ class Browser:
         """As script(), for one that calls its last argument with its result."""
         return self._call("POST", "/execute/async", {"script": text, "args": arguments})
 
+    def until(self, text, expected, *arguments):
+        """Waits for what a script returns."""
+        end = time.monotonic() + TIMEOUT
+        while (found := self.script(text, *arguments)) != expected:
+            if time.monotonic() > end:
+                same(text, found, expected)
+            time.sleep(0.02)
+
     def _find(self, selector, value):
         return self._call("POST", "/element", {"using": selector, "value": value})
 

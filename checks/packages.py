@@ -93,6 +93,40 @@ def use(root, program, include):
     shutil.rmtree(work)
 
 
+STAMP = re.search(r"build_stamp = (\d+)", (ROOT / "common/version.h").read_text())[1]
+INSTALLED = ["ARCHITECTURE.md", "LICENSE", "NOTICES.md", "README.md", "bin/cpp",
+             "docs/messages.html", "docs/messages.md", "examples/firmware/Makefile",
+             "examples/udf_styles.css", "share/cmake/CppPreprocess/CppPreprocessConfig.cmake",
+             "share/man/man1/vex-cpp.1", f"vex/dat/{STAMP}_en.msgs"]
+MESSAGE_FILE = "20990101000000_en.msgs"
+
+
+def check_tree(tree, work):
+    """Everything is there, and the program finds its messages, however it is started."""
+    missing = [name for name in INSTALLED if not (tree / name).is_file()]
+    same("missing in the installation", missing, [])
+    same("the programs", set(os.listdir(tree / "bin")) - {"cpp.exe"}, {"cpp"})
+    same("the device family's directory", sorted(os.listdir(tree / "vex")), ["dat", "include"])
+    empty = [text.name for text in tree.rglob("*.md") if text.stat().st_size < 100]
+    same("empty documents", empty, [])
+
+    source = work / "in.c"
+    source.write_text("#info i\n")
+    by_name = dict(os.environ, PATH=f"{tree / 'bin'}:{os.environ['PATH']}")
+
+    def messages():
+        return [run([program, source], cwd, by_name)[2] for program, cwd in (
+            (tree / "bin/cpp", work), ("cpp", work), ("./cpp", tree / "bin"))]
+
+    # Its message file says what is built in, and keeps the program from taking one found elsewhere.
+    (work / MESSAGE_FILE).write_text("1446\tM\tof the working directory: %s\n")
+    same("a message of the installation", messages(), 3 * [f"{source}: 1: #info: i\n"])
+    (tree / "vex/dat" / MESSAGE_FILE).write_text("1446\tM\tof the tree: %s\n")
+    same("a newer one", messages(), 3 * [f"{source}: 1: of the tree: i\n"])
+    for place in (work, tree / "vex/dat"):
+        (place / MESSAGE_FILE).unlink()
+
+
 def check_archive(archive, scratch):
     """An archive holds one directory, works wherever that is, and is gone with it."""
     root = scratch / archive.name
@@ -101,6 +135,7 @@ def check_archive(archive, scratch):
     [tree] = (root / "opt").iterdir()
     same("the directory's name", tree.name, archive.name.removesuffix(".tar.gz").removesuffix(".zip"))
     (tree / "bin/cpp").chmod(0o755)  # Python's unzip drops the permissions
+    check_tree(tree, scratch)
     for place in (tree, root / "moved here"):
         if place != tree:
             tree.rename(place)
@@ -119,6 +154,7 @@ def check_permissions(archive, scratch):
     where.mkdir()
     done(unpack[archive.name.rsplit(".", 1)[1]], where)
     [program] = where.glob("*/bin/cpp")
+    same("the program's permissions", oct(program.stat().st_mode), oct(0o100755))
     same("the program starts", run([program, "--ver"], where)[0], 0)
 
 

@@ -4,7 +4,8 @@ What the page says is compared with what is known otherwise: the headers with th
 the macros with those that -dM dumps, over the sources of Lua, zlib and bzip2; expansions, calls and
 conditions with a small input counted by hand. Then the page is used as a person would: sorted,
 filtered, searched, by keyboard, in both themes, at two widths, with hostile names and with 5,000
-macros. No page may write to the console or ask for anything.
+macros. No page may write to the console or ask for anything. The older macro report (--udf=) is
+looked at, too.
 
     python3 checks/report.py [--build build/release] [--require-browser] [--only-by-hand]
 
@@ -21,6 +22,7 @@ import json
 import os
 import pathlib
 import re
+import shutil
 import sys
 import tempfile
 import time
@@ -321,11 +323,7 @@ class Page:
                    f"#{name.split('/')[0]}")
 
     def until(self, script, expected):
-        end = time.monotonic() + 10
-        while (found := self.browser.script(script)) != expected:
-            if time.monotonic() > end:
-                same(script, found, expected)
-            time.sleep(0.02)
+        self.browser.until(script, expected)
 
     def cells(self, column):
         return self.browser.script(
@@ -343,12 +341,9 @@ class Page:
                             "i.value = arguments[0]; i.dispatchEvent(new Event('input'))", text)
 
     def click(self, selector, text):
-        if not self.browser.script(
-                "const e = [...document.querySelectorAll(arguments[0])]"
-                ".find(e => e.innerText.startsWith(arguments[1]));"
-                "if (e) e.click(); return Boolean(e)",
-                selector, text):
-            raise Failure(f"no {selector} {text!r}")
+        self.browser.until("const e = [...document.querySelectorAll(arguments[0])]"
+                           ".find(e => e.innerText.startsWith(arguments[1]));"
+                           "if (e) e.click(); return Boolean(e)", True, selector, text)
 
     def quiet(self):
         """Nothing was written to the console, and nothing asked for but the page."""
@@ -562,9 +557,113 @@ def check_build_page(browser, work):
     page.quiet()
 
 
+# ---- The macro report of --udf=, in frames. ----
+#
+# The frame page opens a body before its frameset, and the HTML standard has browsers pass over such
+# a frameset. So the report is looked at three ways: the frame page as it is (where no frames come
+# up, the style sheet must say where the report stands), the frame page as older browsers read it,
+# that is without the body tag, and the contents page by itself.
+
+REPORT_COMMAND = ["cpp", "-Iinclude", "-DBOARD_REV=2", "--udf=rep.html", "blink.c", "blink.i"]
+SYMBOL_TABLE = "CPP symbol table"
+COMMAND_LINE = "Command Line Arguments for CPP"
+
+
+def write_framed(program):
+    shutil.copy(ROOT / "examples/blink.c", program.work)
+    shutil.copytree(ROOT / "examples/include", program.work / "include")
+    shutil.copy(ROOT / "examples/udf_styles.css", program.work)
+    same("the run that makes the report",
+         run([program.path] + REPORT_COMMAND[1:], program.work), (0, "", ""))
+
+
+def expect_at_anchor(browser, number, heading):
+    """The content page must be the one shown, scrolled to the heading that the anchor is for."""
+    browser.until("""const headings = [...document.querySelectorAll('h2')];
+                     const h = headings.find(e => e.innerText == arguments[0]);
+                     const top = h ? h.getBoundingClientRect().top : -1000;
+                     return [location.pathname.split('/').pop() + location.hash,
+                             top > -1 && top < 60, document.readyState]""",
+                  [f"main_rep.html#{number}", True, "complete"], heading)
+
+
+def check_frame_page(browser, work):
+    browser.load(work / "rep.html")
+    browser.picture(PICTURES / "frame-page.png")
+    same("the title", browser.script("return document.title"), "CPP information for rep.html")
+    if browser.script("return document.querySelectorAll('frame').length") == 0:
+        note = browser.script("return getComputedStyle(document.body, '::before').content")
+        if "toc_" not in note or "main_" not in note:
+            raise Failure("the page is blank and does not say where the report stands")
+
+
+def check_framed(browser, work):
+    page = (work / "rep.html").read_text()
+    same("body tags of the frame page", page.count("<BODY>\n"), 1)
+    (work / "framed.html").write_text(page.replace("<BODY>\n", ""))
+    browser.load(work / "framed.html")
+    names = browser.script("return [...document.querySelectorAll('frame')].map(f => f.name)")
+    same("frames", names, ["toc", "main"])
+    for number, heading in ((1, SYMBOL_TABLE), (0, COMMAND_LINE)):
+        browser.to_frame("toc")
+        browser.click_link(heading)
+        browser.to_frame("main")
+        expect_at_anchor(browser, number, heading)
+        browser.to_frame(None)
+    browser.picture(PICTURES / "framed.png")
+
+
+def check_contents_page(browser, work):
+    browser.load(work / "toc_rep.html")
+    same("the contents", browser.script("return document.body.innerText").split(),
+         f"Table of Contents {COMMAND_LINE} {SYMBOL_TABLE}".split())
+    browser.click_link(SYMBOL_TABLE)
+    contents = browser.to_other_window()
+    expect_at_anchor(browser, 1, SYMBOL_TABLE)
+    browser.picture(PICTURES / "content-page.png")
+    browser.close_window(contents)
+
+
+def check_rows(browser, work):
+    browser.load(work / "main_rep.html")
+    rows = browser.script("return [...document.querySelectorAll('table tr')]"
+                          ".map(r => [...r.cells].map(c => c.innerText))")
+    same("the titles", rows[0], ["Macro name", "Arguments", "Value"])
+    same("rows that have not three cells", [row for row in rows if len(row) != 3], [])
+    # A macro's rows: its definition, then each expansion.
+    for count, row in (
+            (2, ["__FILE__", "none", "dynamic replacement"]),
+            (2, ["BOARD_REV", "none", "2"]),
+            (1, ["CONFIG_H", "none", ""]),
+            (3, ["F_CPU", "none", "16000000u"]),
+            (3, ["TICKS", "1", "((<0>) * (TICK_HZ / 1000u))"]),
+            (2, ["ASSERT", "1", "((<0>) ? NOTHING : fail(<0>, __FILE__, __LINE__))"]),
+            (2, ["SET", "2", "(CTRL(<0>) |= 1u << <0><\\077436>_<\\077436><1>)"])):
+        same(f"rows {row}", rows.count(row), count)
+    commands = browser.script("return [...document.querySelectorAll('code')]"
+                              ".filter(c => !c.closest('table')).map(c => c.innerText)")
+    same("the command line", commands[1:], REPORT_COMMAND[1:])
+    same("the program's own name", os.path.basename(commands[0]), "cpp")
+
+
+def check_style(browser, work):
+    borders = "return getComputedStyle(document.querySelector('table')).borderCollapse"
+    for style, expected in ((True, "collapse"), (False, "separate")):
+        page = work / "main_rep.html"
+        if not style:
+            (work / "bare").mkdir(exist_ok=True)
+            page = shutil.copy(page, work / "bare")
+        browser.load(pathlib.Path(page))
+        same(f"the table's borders, style sheet {style}", browser.script(borders), expected)
+
+
+REPORT_COMMAND = ["cpp", "-Iinclude", "-DBOARD_REV=2", "--udf=rep.html", "blink.c", "blink.i"]
+
+
 BROWSER_CHECKS = [check_page_numbers, check_sorting_and_filters, check_keyboard,
                   check_themes_and_widths, check_early_page, check_hostile_page, check_many,
-                  check_build_page]
+                  check_build_page, check_frame_page, check_framed, check_contents_page, check_rows,
+                  check_style]
 
 
 # ---- The run. ----
@@ -606,6 +705,7 @@ def main():
         program.report("hand.html", "main.c")
         program.report("many.html", "many.c")
         report_examples(program)
+        write_framed(program)
         check_in_browser(tally, program, options.require_browser)
     return tally.close()
 
