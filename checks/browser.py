@@ -10,7 +10,7 @@ import time
 import urllib.error
 import urllib.request
 
-from tally import ROOT, TIMEOUT, Failure, same
+from tally import TIMEOUT, Failure, need, same
 
 
 class Browser:
@@ -135,10 +135,5 @@ class Browser:
 
 def have_browser():
     """Whether Chromium and its driver are here; installs them where that is possible."""
-    def is_here():
-        return all(shutil.which(name) for name in ("chromium", "chromedriver"))
-    if not is_here():
-        subprocess.run(["sh", "-c", ". tools/setup.sh; need chromium chromium; "
-                        "need chromedriver chromium-driver; install_missing"],
-                       cwd=ROOT, check=False)
-    return is_here()
+    need(("chromium", "chromium"), ("chromedriver", "chromium-driver"))
+    return all(shutil.which(name) for name in ("chromium", "chromedriver"))

@@ -24,8 +24,8 @@ import tempfile
 import time
 
 import tally
+from tally import ROOT
 
-ROOT = pathlib.Path(__file__).resolve().parent.parent
 FIRMWARE = ROOT / "examples" / "firmware"
 TOOLS = (("make", "make"), ("ninja", "ninja-build"), ("cmake", "cmake"), ("awk", "mawk"),
          ("ccache", "ccache"), ("distcc", "distcc"), ("distccd", "distcc"))
@@ -411,11 +411,6 @@ def installed_module(build, top):
 
 # ---- The run.
 
-def install_tools():
-    needs = "; ".join(f"need {command} {package}" for command, package in TOOLS)
-    subprocess.run(["sh", "-c", f". tools/setup.sh; {needs}; install_missing"], cwd=ROOT, check=True)
-
-
 def make_tools(top, program):
     """A directory with vex-cpp, which notes the source of each run that succeeds or fails."""
     tools = top / "tools"
@@ -436,7 +431,7 @@ def main():
     parser = argparse.ArgumentParser(description=__doc__.split("\n", maxsplit=1)[0])
     parser.add_argument("--build", type=pathlib.Path, default=ROOT / "build/release")
     build = parser.parse_args().build.resolve()
-    install_tools()
+    tally.need(*TOOLS)
     steps = tally.Tally()
     with tempfile.TemporaryDirectory(prefix="cpp-builds-", ignore_cleanup_errors=True) as name:
         top = pathlib.Path(name).resolve()

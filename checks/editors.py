@@ -24,8 +24,8 @@ import time
 from typing import NamedTuple
 
 import tally
+from tally import ROOT
 
-ROOT = pathlib.Path(__file__).resolve().parent.parent
 EXTRAS = ROOT / "extras"
 HERE = ROOT / "checks"
 TOOLS = (("vim", "vim"), ("emacs", "emacs-nox"), ("node", "nodejs"), ("zsh", "zsh"), ("fish", "fish"))
@@ -317,16 +317,11 @@ def check_shells(steps, work):
         steps.check(fish_offers, work, typed, completed)
 
 
-def install_tools():
-    needs = "; ".join(f"need {command} {package}" for command, package in TOOLS)
-    subprocess.run(["sh", "-c", f". tools/setup.sh; {needs}; install_missing"], cwd=ROOT, check=True)
-
-
 def main():
     parser = argparse.ArgumentParser(description=__doc__.split("\n", maxsplit=1)[0])
     parser.add_argument("--build", type=pathlib.Path, default=ROOT / "build/release")
     program = parser.parse_args().build.resolve() / "bin" / "cpp"
-    install_tools()
+    tally.need(*TOOLS)
     steps = tally.Tally()
     with tempfile.TemporaryDirectory(prefix="cpp-editors-", ignore_cleanup_errors=True) as name:
         work = pathlib.Path(name).resolve()

@@ -8,14 +8,15 @@ each limit, so the runs stop in the middle of most things that ask for memory.
 """
 
 import argparse
+import os
 import pathlib
 import resource
-import shutil
 import subprocess
 import sys
 import tempfile
 
-ROOT = pathlib.Path(__file__).resolve().parent.parent
+from tally import ROOT, Failure, Tally, same
+
 LIMITS = (8, 64)  # MiB
 TIMEOUT = 60
 MACROS = 200_000
@@ -23,41 +24,32 @@ MACROS = 200_000
 
 def programs():
     """Yields (name, {file: text}, arguments)."""
+    files = ["in.c", "out.i"]
     macros = "".join(f"#define MACRO_NAME_{n} (value_{n} + {n})\n" for n in range(MACROS))
-    yield "macros", {"in.c": macros}, []
-    yield "macros that are dumped", {"in.c": macros}, ["-dM"]
-    yield "macros in a report", {"in.c": macros}, ["--udf=r.html"]
     warned = macros.replace("99)\n", "99)\n#warning w\n")
-    yield "macros between messages", {"in.c": warned}, []
-    yield "arguments", {"in.c": "x\n", "args": "".join(f"-DMACRO_NAME_{n}={n}\n" for n in range(MACROS))
-                        + "in.c out.i\n"}, ["@args"]
-    yield "a trace in a zip", {"in.c": macros}, ["--kvdebug=alerts,zip:p.zip"]
+    named = "".join(f"-DMACRO_NAME_{n}={n}\n" for n in range(MACROS))
+    yield "macros", {"in.c": macros}, files
+    yield "macros that are dumped", {"in.c": macros}, ["-dM", *files]
+    yield "macros in a report", {"in.c": macros}, ["--udf=r.html", *files]
+    yield "macros between messages", {"in.c": warned}, files
+    yield "arguments", {"in.c": "x\n", "args": named + "in.c out.i\n"}, ["@args"]
+    yield "a trace in a zip", {"in.c": macros}, ["--kvdebug=alerts,zip:p.zip", *files]
 
 
-def run(program, arguments, work, kib):
+def check_run(program, arguments, work, kib, statuses):
+    """One run with so much memory; adds its status."""
     def limit():
         resource.setrlimit(resource.RLIMIT_AS, (kib * 1024, kib * 1024))
 
-    command = [program, *arguments] + (["in.c", "out.i"] if not arguments[:1] == ["@args"] else [])
-    temp = work / "tmp"
-    temp.mkdir()
-    done = subprocess.run(command, cwd=work, preexec_fn=limit, capture_output=True, timeout=TIMEOUT,
-                          env={"TEMP": str(temp), "TMP": str(temp)}, stdin=subprocess.DEVNULL,
-                          check=False)
-    left = sorted(path.name for path in temp.iterdir())
-    shutil.rmtree(temp)
-    return done.returncode, done.stderr.decode("latin-1"), left
-
-
-def fault(status, messages, left):
-    """What is wrong with the end of a run; None where nothing is."""
-    if left:
-        return f"left in TEMP: {left}"
-    if status not in (0, 1):
-        return f"status {status}: {messages[-300:]!r}"
-    if status == 1 and messages.count("(296) out of memory") != 1:
-        return f"status 1 without one message 296: {messages[-300:]!r}"
-    return None
+    with tempfile.TemporaryDirectory(dir=work) as temp:
+        done = subprocess.run([program, *arguments], cwd=work, preexec_fn=limit, timeout=TIMEOUT,
+                              capture_output=True, env={"TEMP": temp, "TMP": temp},
+                              stdin=subprocess.DEVNULL, check=False)
+        same(f"left in TEMP after {kib} KiB", os.listdir(temp), [])
+    statuses.append(done.returncode)
+    told = done.stderr.count(b"(296) out of memory")
+    if (done.returncode, told) not in ((0, 0), (1, 1)):
+        raise Failure(f"{kib} KiB: status {done.returncode}: {done.stderr[-300:]}")
 
 
 def main():
@@ -66,28 +58,17 @@ def main():
     parser.add_argument("--step", type=int, default=3072)
     options = parser.parse_args()
     program = pathlib.Path(options.program).resolve()
-    passed = failed = 0
+    steps = Tally()
     for name, files, arguments in programs():
-        short = 0
-        with tempfile.TemporaryDirectory() as scratch:
-            work = pathlib.Path(scratch)
+        statuses = []
+        with tempfile.TemporaryDirectory() as work:
             for file, text in files.items():
-                (work / file).write_text(text)
+                pathlib.Path(work, file).write_text(text)
             for kib in range(LIMITS[0] * 1024, LIMITS[1] * 1024 + 1, options.step):
-                result = run(program, arguments, work, kib)
-                short += result[0] == 1
-                wrong = fault(*result)
-                if wrong:
-                    failed += 1
-                    print(f"{name}, {kib} KiB: {wrong}")
-                else:
-                    passed += 1
-        print(f"{name}: out of memory under {short} limits", flush=True)
-        if short == 0:
-            failed += 1
-            print(f"{name}: was never short of memory, so nothing was tried")
-    print(f"{passed} passed, {failed} failed")
-    return 1 if failed else 0
+                steps.check(check_run, program, arguments, work, kib, statuses)
+        print(f"{name}: out of memory under {statuses.count(1)} limits", flush=True)
+        steps.check(same, f"whether {name} were ever short of memory", 1 in statuses, True)
+    return steps.close()
 
 
 if __name__ == "__main__":

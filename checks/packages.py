@@ -23,9 +23,8 @@ import subprocess
 import sys
 import tempfile
 
-from tally import Failure, Tally, run, same
+from tally import ROOT, Failure, Tally, run, same
 
-ROOT = pathlib.Path(__file__).resolve().parent.parent
 sys.path.insert(0, str(ROOT / "tools"))
 
 import usage_page  # noqa: E402  (found through the line above)

@@ -10,16 +10,15 @@ import pathlib
 import random
 import subprocess
 
+import writer
+
 TIMEOUT = 5
 SANITIZER_STATUS = 99
 MUTATED = 400
 
 _OPTION_SETS = ([], ["-C"], ["-dM"], ["-Lgcc"], ["-Llist"], ["--cmode=tsasm"], ["-N255", "-W-9"],
                 ["-H", "-V"], ["--emax=0"])
-_FRAGMENTS = (b"##", b"#", b"??/\n", b"/*", b"*/", b'"', b"'", b"\\\n", b"\\ \n", b"(", b")", b",",
-              b"\n#define ", b"\n#if ", b"\n#endif\n", b"\n#else\n", b"\n#include ", b"\n#asm\n",
-              b"\n#line 7 \"x\"\n", b"__LINE__", b"defined", b"\r", b"\x0c", b"\x1d", b"\x1f",
-              b"\0", b"\x7f\x1f", b"\xff", b"//", b"\n#pragma ", b"\n#undef ", b"\n#elif ")
+_FRAGMENTS = [oddity.encode("latin-1") for oddity in writer.ODDITIES]
 
 
 def environment():
@@ -32,34 +31,16 @@ def environment():
 
 
 def _mutate(rng, text):
-    text = bytearray(text)
-    for _ in range(rng.randint(1, 6)):
+    """A text some parts of which are cut out, doubled, joined, scrambled or full of one thing, and
+    that is spoiled then."""
+    for _ in range(rng.randint(1, 4)):
         at = rng.randrange(len(text) + 1)
-        kind = rng.randrange(8)
-        if kind == 0:
-            for _ in range(rng.randint(1, 30)):
-                text[rng.randrange(len(text))] ^= 1 << rng.randrange(8)
-        elif kind == 1:
-            lines = bytes(text).split(b"\n")
-            line = rng.randrange(len(lines))
-            lines[line:line] = [lines[line]] * rng.randint(1, 50)
-            text = bytearray(b"\n".join(lines))
-        elif kind == 2:
-            text[at:at] = b"\0" * rng.randint(1, 20)
-        elif kind == 3:
-            text[at:at + 40000] = bytes(text[at:at + 40000]).replace(b"\n", b" ")
-        elif kind == 4:
-            text[at:at] = rng.choice((b"(", b"{", b"\n#if 1\n", b"!", b"-")) * rng.randint(1, 3000)
-        elif kind == 5:
-            del text[at:at + rng.randint(1, 400)]
-        elif kind == 6:
-            text[at:at] = b"".join(rng.choices(_FRAGMENTS, k=rng.randint(1, 8)))
-        else:
-            source = rng.randrange(len(text) + 1)
-            text[at:at] = text[source:source + rng.randint(1, 3000)]
-        if not text:
-            text = bytearray(b"\n")
-    return bytes(text)
+        part = text[at:at + rng.randint(1, 3000)]
+        filling = rng.choice((b"(", b"{", b"!", b"-", b"\n#if 1\n", b"\0"))
+        instead = rng.choice((b"", 2 * part, part.replace(b"\n", b" "), part + filling * len(part),
+                              bytes(rng.sample(part, len(part)))))
+        text = text[:at] + instead + text[at + len(part):]
+    return writer.spoil(rng, text.decode("latin-1"), rng.randint(0, 8)).encode("latin-1")
 
 
 def _extremes(rng):

@@ -28,6 +28,12 @@ def run(command, cwd, env=None, text=None, timeout=TIMEOUT):
     return done.returncode, done.stdout, done.stderr
 
 
+def need(*tools):
+    """Installs what is missing of the tools, each a command and the package that holds it."""
+    needs = "; ".join(f"need {command} {package}" for command, package in tools)
+    subprocess.run(["sh", "-c", f". tools/setup.sh; {needs}; install_missing"], cwd=ROOT, check=False)
+
+
 class Tally:
     """Counts the steps, and says of those that fail why."""
 
