@@ -369,6 +369,8 @@ TEST_F(AlertDeathTest, PromotionAndControlRules) {
       {{"109:off,111:OFFICE, 107,+141:off"}, "SSSMF", 0},
       {{"-5,4294967295:off,99999999999999,,x"}, "WWEMF", 0},
       {{"--Werror", "111"}, "EEEMF", 0},
+      {{"111", "--Werror=111"}, "WEEMF", 0},
+      {{"--Werror=111", "111,1446", "--Wno-error=111", "--Werror"}, "ESESF", 0},
   };
   for (const auto& c : cases) {
     const std::string text = run([&] {
