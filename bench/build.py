@@ -17,7 +17,7 @@ import sys
 import time
 
 ROOT = pathlib.Path(__file__).resolve().parent.parent
-sys.path.insert(0, str(ROOT / "checks"))
+sys.path.insert(0, str(ROOT / "tools"))
 
 import corpus  # noqa: E402  (found through the line above)
 

@@ -24,7 +24,7 @@ import subprocess
 import sys
 
 ROOT = pathlib.Path(__file__).resolve().parent.parent
-sys.path.insert(0, str(ROOT / "checks"))
+sys.path.insert(0, str(ROOT / "tools"))
 
 import corpus  # noqa: E402  (found through the line above)
 import tokens  # noqa: E402

@@ -18,10 +18,10 @@ import subprocess
 import sys
 import time
 
-import corpus
-import units
 from tally import ROOT
 from writer import Writer
+import corpus
+import units
 
 SCRATCH = ROOT / "build" / "lanes"
 TIMEOUT = 10

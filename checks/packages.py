@@ -24,10 +24,7 @@ import sys
 import tempfile
 
 from tally import ROOT, Failure, Tally, run, same
-
-sys.path.insert(0, str(ROOT / "tools"))
-
-import usage_page  # noqa: E402  (found through the line above)
+import usage_page
 
 PLAIN_BUILD = ROOT / "build" / "plain"
 WINDOWS_PROGRAM = ROOT / "build" / "windows" / "bin" / "cpp.exe"

@@ -12,20 +12,19 @@ import argparse
 import collections
 import concurrent.futures
 import os
-import pathlib
 import re
 import shutil
 import subprocess
 import sys
 import time
 
+from tally import ROOT
 import corpus
 import reasons
 import robustness
 import tokens
 import units
 
-ROOT = pathlib.Path(__file__).resolve().parent.parent
 SCRATCH = ROOT / "build" / "real-input"
 REFERENCE = ["cpp", "-P", "-undef", "-nostdinc", "-std=gnu90", "-trigraphs"]
 # Names that GNU cpp has built in whatever it is told, and that no header may see here; and our

@@ -9,7 +9,7 @@ looked at, too.
 
     python3 checks/report.py [--build build/release] [--require-browser] [--only-by-hand]
 
-The sources are fetched once (checks/corpus.py). A missing Chromium is installed where that is
+The sources are fetched once (tools/corpus.py). A missing Chromium is installed where that is
 possible; without one its steps are skipped, unless --require-browser is given or CI=true is set.
 --only-by-hand leaves out the fetched sources and the browser.
 build/report/ keeps the pictures.
@@ -25,12 +25,11 @@ import re
 import shutil
 import sys
 import tempfile
-import time
 
-import corpus
-import units
 from browser import Browser, have_browser
 from tally import ROOT, Failure, Tally, run, same
+import corpus
+import units
 
 PICTURES = ROOT / "build/report"
 PACKAGES = ROOT / "build/real-input/packages"

@@ -6,8 +6,10 @@ where it is so far from it that the step cannot even ask.
 
 import pathlib
 import subprocess
+import sys
 
 ROOT = pathlib.Path(__file__).resolve().parent.parent
+sys.path.insert(0, str(ROOT / "tools"))  # what others use as well
 TIMEOUT = 20
 
 

@@ -184,7 +184,7 @@ class Writer:
 
     def control(self, word, rest):
         rng = self.rng
-        mark = rng.choice(("#",) * 8 + (" #", "# ", "\t#\t", "/* c */#", "#/* c */ "))
+        mark = rng.choice(("#",) * 6 + (" #", "# ", "\t#\t", "/* c */#", "#/* c */", "#/**/ "))
         between = rng.choice((" ",) * 6 + ("\t", "  ", " /* c */ ", "/**/"))
         end = rng.choice(("",) * 10 + (" ", "\t", " /* end */", "/* end */", " // end", "//", " /**/ "))
         return mark + word + between + rest + end

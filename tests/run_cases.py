@@ -305,39 +305,33 @@ class Expander:
             )
         return None
 
-    def text(self, raw):
-        def one(match):
-            value = self.plain(match.group(1))
-            if value is None:
-                raise BadCase(f"unknown placeholder {match.group(0).decode()!r}")
-            return value
+    def known(self, name):
+        value = self.plain(name)
+        if value is None:
+            raise BadCase(f"unknown placeholder {name.decode()!r}")
+        return value
 
-        return PLACEHOLDER.sub(one, raw)
+    def text(self, raw):
+        return PLACEHOLDER.sub(lambda match: self.known(match[1]), raw)
 
     def matches(self, raw, actual):
         """Whether `actual` is what the expected text says."""
-        names = [match.group(1) for match in PLACEHOLDER.finditer(raw)]
-        if any(name in PATTERNS or name.startswith(b"re:") for name in names):
+        if any(is_pattern(name) for name in PLACEHOLDER.findall(raw)):
             return self.pattern(raw).fullmatch(actual) is not None
         return self.text(raw) == actual
 
     def pattern(self, raw):
-        parts, last = [], 0
-        for match in PLACEHOLDER.finditer(raw):
-            parts.append(re.escape(raw[last : match.start()]))
-            last = match.end()
-            name = match.group(1)
-            if name in PATTERNS:
-                parts.append(PATTERNS[name])
-            elif name.startswith(b"re:"):
-                parts.append(b"(?:" + name[3:] + b")")
+        parts = [re.escape(part) for part in PLACEHOLDER.split(raw)]
+        for at, name in enumerate(PLACEHOLDER.findall(raw)):
+            if not is_pattern(name):
+                parts[2 * at + 1] = re.escape(self.known(name))
             else:
-                value = self.plain(name)
-                if value is None:
-                    raise BadCase(f"unknown placeholder {match.group(0).decode()!r}")
-                parts.append(re.escape(value))
-        parts.append(re.escape(raw[last:]))
+                parts[2 * at + 1] = PATTERNS.get(name, b"(?:" + name[3:] + b")")
         return re.compile(b"".join(parts), re.DOTALL)
+
+
+def is_pattern(name):
+    return name in PATTERNS or name.startswith(b"re:")
 
 
 def body_bytes(lines):
@@ -519,11 +513,7 @@ class Runner:
             actual = actual.replace(b"\r\n", b"\n")
         if expander.matches(wanted, actual):
             return
-        readable = PLACEHOLDER.sub(
-            lambda m: expander.plain(m.group(1)) if expander.plain(m.group(1)) is not None
-            else m.group(0),
-            wanted,
-        )
+        readable = PLACEHOLDER.sub(lambda match: expander.plain(match[1]) or match[0], wanted)
 
         def lines(text):
             shown = [repr(line)[2:-1] for line in text.split(b"\n")]
