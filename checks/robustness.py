@@ -45,8 +45,6 @@ def _mutate(rng, text):
 
 def _extremes(rng):
     """Yields (name, bytes): inputs at and beyond every limit that a reader could think of."""
-    yield "empty", b""
-    yield "one byte", b"x"
     yield "only zero bytes", b"\0" * 100000
     yield "every byte", bytes(range(256)) * 50
     yield "random bytes", rng.randbytes(300000)
@@ -88,13 +86,9 @@ def _extremes(rng):
             (b"1", b"0", b"(", b")", b"?", b":", b"-", b"!", b"~", b"<<", b"/", b"%", b"'a'", b"'",
              b"0x80000000", b"-1", b"defined x", b"sizeof(int)", b"sizeof(", b"||", b"&&", b",",
              b"\\", b"."), k=rng.randint(1, 12))) for _ in range(2000))
-    yield "smallest over minus one", (b"#if (-2147483647-1)/-1\n#endif\n"
-                                      b"#if (-2147483647-1)%-1\n#endif\n")
     yield "shifts", b"#if 1<<-1\n#endif\n#if -1>>400\n#endif\n#if 1<<31<<1\n#endif\n"
     yield "line numbers", b"#line 2147483647\nx\n__LINE__\n#line 99999999999999999999\nx __LINE__\n"
     yield "line names", b"#line 1 \"" + b"n" * 9000 + b"\"\n__FILE__\n#error here\n"
-    yield "includes itself", b"#include __FILE__\n"
-    yield "include of a directory", b"#include \".\"\n"
     yield "long include name", b"#include \"" + b"n" * 9000 + b"\"\n"
     yield "unfinished lines", b"\n".join(b"#" + word for word in (
         b"define", b"define f(", b"define f(a", b"define f(a,", b"undef", b"include", b"include <",

@@ -47,6 +47,8 @@ _STYLES = (
      "filling": 1},
     {"text": 36, "definition": 24, "undef": 2, "group": 14, "include": 14, "directive": 12, "comment": 2,
      "blank": 4, "long": 2},
+    {"include": 40, "comment": 16, "text": 16, "definition": 8, "undef": 2, "group": 14, "directive": 4,
+     "blank": 4},
 )
 
 
@@ -66,7 +68,8 @@ class Writer:
         self.rng = rng
         self.style = rng.choice(_STYLES)
         self.spoiled = rng.choice((0, 0, 0.2, 1, 5))  # oddities in ten lines
-        self.headers = [f"h{n}.h" for n in range(rng.randint(0, 3))]
+        self.comments = rng.choice((0, 0, 0.1))  # in the place of blanks
+        self.headers = [f"h{n}.h" for n in range(rng.randint(int("include" in self.style), 3))]
 
     def program(self):
         rng = self.rng
@@ -207,7 +210,8 @@ class Writer:
         rng = self.rng
         parts = []
         for _ in range(count):
-            parts += [self.item(parameters, 2), rng.choice(_BLANKS)]
+            seams = _COMMENTS if rng.random() < self.comments else _BLANKS
+            parts += [self.item(parameters, 2), rng.choice(seams)]
             if parameters and rng.random() < 0.15:
                 parts += [rng.choice(("##", " ## ")), rng.choice(parameters + ("x", "1", "F", "A")), " "]
         return "".join(parts).strip(" ")
