@@ -26,12 +26,13 @@ Beneath the title stand these lines, each of them optional:
     limit: N              no file may become larger than N bytes (posix)
     output to: FILE       standard output is appended to FILE, or "closed": a pipe without reader
     errors to: FILE       the same for standard error
-    input from: FILE      standard input is FILE, a directory, or "terminal": the stdin section is typed
+    input from: FILE      standard input is FILE, a directory, or "terminal": what stdin has is typed
     layout: installed     the program runs from an installation tree: inst/bin, inst/vex/dat, ...
     layout: installed DIR the program runs from inst/DIR, and the case makes the rest of the tree
 
 then the lines of in.c, which is empty where there are none (and has a section of its own where it
-begins with a blank line or with what could be one of these), and then sections, each a header line and the lines up to the next header:
+begins with a blank line or with what could be one of these), and then sections, each a header line
+and the lines up to the next header:
 
     --- file NAME         an input file (directories are made)
     --- dir NAME          an empty directory
@@ -49,9 +50,8 @@ begins with a blank line or with what could be one of these), and then sections,
 A case has a stdout or a text section, or prints nothing. Variants of it may follow, each behind a
 title of its own that begins with '+++': a variant is the case over again, but for the lines and
 sections that stand beneath its own title. One blank line before the next title separates the cases
-and belongs to no section. Lines that begin with '##' before the first title of
-a file are comments. In a section, its name, commands and variables {{...}} stands for what is
-awkward to write:
+and belongs to no section. Lines that begin with '##' before the first title of a file are comments.
+In a section, its name and commands {{...}} stands for what is awkward to write:
 
     {{noeol}}             (at a section's end) no newline after the last line
     {{cr}} {{nul}} {{tab}} {{sp}} {{0x80}}    one byte; {{sp}} also for a blank at a line's end
@@ -66,8 +66,8 @@ and, in expected text only:
 Every case runs in a fresh directory that holds its files alone, with TEMP and TMP set to its
 sub-directory tmp, which must be empty again after the run. On Windows line ends are compared as
 plain newlines, in a section with {{cr}} as they are. The last line is 'N passed, N failed', with
-', N skipped' where it applies. When all files are run, one more test is whether the cases raise every message of
-the catalogue.
+', N skipped' where it applies. When all files are run, one more test is whether the cases raise
+every message of the catalogue.
 
 A PROGRAM that ends in .exe is run by LAUNCHER on another system. Wine's drive Z: is that system's
 root, and it takes TEMP and TMP from WINETEMP and WINETMP, if its registry sets neither.
