@@ -36,18 +36,23 @@ _ENDINGS = ("/* open", "F(", "F(1,", "A\\", "// end\\", '"open', "#if 1", "#defi
             "#include")
 _OUTSIDE = ("",) * 12 + ("\n", "\n\n\n", "/* c */\n", "// c\n", "/* two\nlines */\n", " \t\n", "x\n",
                          "#undef G0\n")
+# Lines that have no say in whether a header is one group, though they may look like it.
+_CALM = ("", "x", "\t", "z // c", "'\"", "don't", '"/* s */"', "a / b", "\f", "x \\n y", "a \\\nb", "\\\\",
+         "# define D 1 \\\n  + 2", "#undef D", "#pragma p", "#error it's", "#include <none.h>",
+         "/* a *//* b */ c", "/* /* */", "/* two\nlines */")
 _DIRECTIVES = ("line 7", 'line 500 "n.c"', "line bare", 'line 1 "open', "pragma", "asm", "endasm",
                "ident", "error", "warning", "info", "advisory", "assert 1", "assert A", "unknown", "", "7",
                '7 "n.c"', "undefine A", "error it's", "include <none.h>")
 
 # How often a line is what, by style.
+_HEADER = {"calm": 60, "group": 20, "include": 8, "definition": 4, "comment": 8}
 _STYLES = (
     {"text": 60, "definition": 12, "undef": 4, "chain": 1},
     {"text": 14, "definition": 30, "undef": 8, "group": 24, "include": 8, "comment": 10, "blank": 4,
      "filling": 1},
     {"text": 36, "definition": 24, "undef": 2, "group": 14, "include": 14, "directive": 12, "comment": 2,
      "blank": 4, "long": 2},
-    {"include": 40, "comment": 16, "text": 16, "definition": 8, "undef": 2, "group": 14, "directive": 4,
+    {"include": 50, "comment": 10, "text": 16, "definition": 8, "undef": 2, "group": 6, "directive": 4,
      "blank": 4},
 )
 
@@ -73,7 +78,10 @@ class Writer:
 
     def program(self):
         rng = self.rng
+        style = self.style
+        self.style = rng.choice((style, _HEADER, _HEADER))
         files = {name: self.header(number) for number, name in enumerate(self.headers)}
+        self.style = style
         begin = [self.definition(0) for _ in range(rng.randint(0, 10))]
         files["main.c"] = begin + self.lines(rng.randint(3, 20), 0)
         return {name: self.finished(lines) for name, lines in files.items()}
@@ -155,6 +163,9 @@ class Writer:
     def directive(self, _):
         word = self.rng.choice(_DIRECTIVES)
         return self.control(word, self.words(self.rng.randint(0, 2), ()))
+
+    def calm(self, _):
+        return self.rng.choice(_CALM)
 
     def comment(self, _):
         rng = self.rng
