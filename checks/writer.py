@@ -10,12 +10,14 @@ anywhere, trigraphs, joined lines, line limits, odd bytes, files that end in the
 import re
 
 _LONG = ("a_name_with_more_than_thirty_one_units_1", "a_name_with_more_than_thirty_one_units_2")
-_OBJECTS = ("A", "B", "C", "D", "EMPTY", "xA", "x1", "again", "$E", "_d", "HAVE_X", *_LONG)
+_OBJECTS = ("A", "B", "C", "D", "EMPTY", "xA", "x1", "again", "$E", "_d", "HAVE_X",
+            "e5", "x10", "l", "lu", *_LONG)
 _ARITY = {"F": 1, "G": 2, "H": 3, "N": 0, "f": 1, "G1": 1, "xF": 1, "self": 1}
 _WORDS = ("x", "y", "x1", "u", "e", "L", "e5", "A1", "$z", "if", "defined", "ifdef", "IFDEF",
           "a_name_of_more_than_eight", "__LINE__", "__FILE__", "__STDC__")
 _NUMBERS = ("0", "1", "42", "42u", "0x1F", "0x1Fu", "0x1e+5", "1e+5", "1.5e-3L", "10ULL", ".5", "1.",
-            "1..2", "1e", "0b101", "09", "0FFh", "1e5+3", "7f", "0x", "1L2u", "1A", "12L", "07L")
+            "1..2", "1e", "0b101", "09", "0FFh", "1e5+3", "7f", "0x", "1L2u", "1A", "12L", "07L",
+            "1e5", "1.e5", "0x10", "1e+l", "0.lu", "1.l")
 _OPERATORS = ("+", "-", "*", "/", "%", "&", "|", "^", "<", ">", "=", "!", "~", "?", ":", ";", "[", "]",
               "{", "}", ".", "...", "->", "&&", "||", "<<", "==", "++", "@", "`", "\x80")
 _LITERALS = ('"s A"', '"a\\"b"', "'c'", "'\\''", '"//"', '"/*"', '"A F(1)"', '""', "''", '"s // \\" t"')

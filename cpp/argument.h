@@ -71,7 +71,7 @@ struct argument {
         return last_token::word;
       case lane::digit:
         end = lane::end_of_digits(p);
-        if (*end != 0 || lane::takes_sign(end)) break;
+        if (*end != 0 || lane::takes_sign(p, end)) break;
         return lane::has_suffix(end) ? last_token::suffixed_number : last_token::number;
       case lane::operand:
         end = p + 1;

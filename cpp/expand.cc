@@ -210,9 +210,15 @@ bool may_be_macro(const unit* name, std::size_t len) {
   return len > settings.ident_max || sym_find(name, len) != nullptr;
 }
 
+// Whether letters behind `c` can belong to a number.
+bool goes_on_in_number(int c) {
+  return number::is_digit(c) || c == '.' || c == '+' || c == '-';
+}
+
 // Whether an argument that comes to itself is no more than a part of one, and the same tokens, when
 // it is collected again. A literal that was open at its line's end may now be another, and what it
-// held count. Digits are tokens by themselves there, so that letters behind them may be a name.
+// held count. The units of a number are tokens by themselves there, so that its letters may be a
+// name.
 bool is_one(const argument& arg) {
   const unit* const end = arg.text + arg.len;
   int depth = 0;
@@ -225,8 +231,9 @@ bool is_one(const argument& arg) {
         if (lane::kind_at(p) == lane::letter) {
           const unit* const word = p;
           p = lane::end_of_run(p + 1);
-          const bool in_number = word != arg.text && lane::kind_at(word - 1) == lane::digit;
-          if (in_number && may_be_macro(word, static_cast<std::size_t>(p - word))) return false;
+          if (word != arg.text && goes_on_in_number(word[-1]) &&
+              may_be_macro(word, static_cast<std::size_t>(p - word)))
+            return false;
           continue;
         }
         break;

@@ -124,10 +124,9 @@ bool guards_count() {
   return lanes && !settings.cmode_asm && cmode_is(CMODE_TSLINK) == 0;
 }
 
-// Looks for the guard in the header's text. One that has none is likely to be read again.
-void note_text(header& h, const source_copy& text) {
+// Looks for the guard in the header's text.
+void note_guard(header& h, const source_copy& text) {
   if (guards_count()) h.guard = guard_of(text.bytes, text.size);
-  if (h.guard.name == nullptr || db_tracing(db_general)) h.content = source_keep(text);
   if (h.guard.name == nullptr) return;
   void* name = checked_alloc(h.guard.name_len + name_slack);
   h.guard.name = static_cast<unsigned char*>(std::memcpy(name, h.guard.name, h.guard.name_len));
@@ -149,12 +148,15 @@ source_file* open_header(header& h) {
     return nullptr;
   }
   h.case_differs = !(as_written && host::names_are_case_sensitive) && !name_case_matches(path);
+  const bool first_time = !h.opened;
+  if (first_time) enter_opened(h);
   source_file* file = source_open(fd, {"include", path});
-  if (!h.opened) {
-    enter_opened(h);
-    const source_copy text = source_whole_text(file, size);
-    if (text.bytes != nullptr) note_text(h, text);
-  }
+  const source_copy text = source_whole_text(file, size);
+  if (text.bytes == nullptr) return file;
+  if (first_time) note_guard(h, text);
+  // One with a guard is not expected to be read again, but a pipe gives its text only once.
+  const bool spared = first_time && h.guard.name != nullptr && size != 0;
+  if (!spared || db_tracing(db_general)) h.content = source_keep(text);
   return file;
 }
 

@@ -66,12 +66,12 @@ token_end token_end_at(const input_frame* f, const unit* end, Ends ends) {
 
 /// The same for a number of a text, which goes on behind the end of an expansion unless it has a
 /// suffix.
-inline token_end number_end_at(const input_frame* f, const unit* end) {
+inline token_end number_end_at(const input_frame* f, const unit* at, const unit* end) {
   if (*end != 0) return {lane::is_calm(end), false};
   const bool suffix = lane::has_suffix(end);
   if (f->macro != nullptr && suffix) return {true, false};
   const auto ends = [](const auto* next) { return lane::ends_number(next); };
-  return {!lane::takes_sign(end) && holds_below(f, ends, suffix), true};
+  return {!lane::takes_sign(at, end) && holds_below(f, ends, suffix), true};
 }
 
 template <class Sink>
@@ -271,7 +271,7 @@ class text_taker {
       case lane::point:
         if (Sink::scans_numbers) {
           end = lane::end_of_digits(at);
-          where = number_end_at(f, end);
+          where = number_end_at(f, at, end);
         } else if (kind == lane::digit) {
           while (lane::kind_at(end) == lane::digit) ++end;
           where = token_end_at(f, end, calm);

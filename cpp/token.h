@@ -231,9 +231,12 @@ template <class Unit>
 inline bool ends_number(const Unit* next) {
   return ends_word(next) && *next != '.';
 }
-/// Whether a sign behind the number that ends at `end` can belong to it.
-inline bool takes_sign(const unit* end) {
-  return number::is_letter(end[-1], 'e');
+/// Whether a sign behind the number [at, end) can belong to it: it can stand behind an exponent's
+/// letter and behind the digits that follow that.
+inline bool takes_sign(const unit* at, const unit* end) {
+  if (at[0] == '0' && number::is_letter(at[1], 'x')) return false;
+  while (end != at && (number::is_digit(end[-1]) || end[-1] == '.')) --end;
+  return end != at && number::is_letter(end[-1], 'e');
 }
 
 /// Whether the number that ends at `end` has a suffix.
