@@ -318,11 +318,8 @@ class Page:
 
     def section(self, name):
         self.browser.script("location.hash = arguments[0]", name)
-        self.until("return document.querySelector('nav [aria-current]')?.hash",
+        self.browser.until("return document.querySelector('nav [aria-current]')?.hash",
                    f"#{name.split('/')[0]}")
-
-    def until(self, script, expected):
-        self.browser.until(script, expected)
 
     def cells(self, column):
         return self.browser.script(
@@ -370,7 +367,7 @@ def check_page_numbers(browser, work):
     page.click("details.call > summary", "g(2)")
     page.click("details.call > summary", "g(2)")
     page.click("details.call > summary", "SET_BIT(PORTA, 3)")
-    page.until("return document.querySelectorAll('details[open] .steps li').length", 4)
+    browser.until("return document.querySelectorAll('details[open] .steps li').length", 4)
     same("the result",
          browser.script("return document.querySelector('.steps .result code').innerText"),
          SET_BIT_RESULT)
@@ -381,7 +378,7 @@ def check_page_numbers(browser, work):
     same("the message", page.cells(1), ["(111)"])
     page.quiet()
     page.click("td a", "(111)")
-    page.until("return document.querySelector('h3:target')?.innerText", "111 (warning, level 1)")
+    browser.until("return document.querySelector('h3:target')?.innerText", "111 (warning, level 1)")
 
 
 def check_sorting_and_filters(browser, work):
@@ -415,16 +412,16 @@ def check_sorting_and_filters(browser, work):
 def check_keyboard(browser, work):
     page = Page(browser, work / "hand.html")
     browser.press("3")
-    page.until("return document.querySelector('nav [aria-current]').hash", "#macros")
+    browser.until("return document.querySelector('nav [aria-current]').hash", "#macros")
     browser.press("/")
-    page.until("return document.activeElement.type", "search")
+    browser.until("return document.activeElement.type", "search")
     browser.press(*"port")
     same("typed", page.names(), ["PORTA"])
     browser.script("document.querySelector('tr.row').focus()")
     browser.press(ENTER)
-    page.until("return document.querySelectorAll('tr.detail').length", 1)
+    browser.until("return document.querySelectorAll('tr.detail').length", 1)
     browser.press(DOWN, ENTER)
-    page.until("return document.querySelectorAll('tr.detail').length", 0)
+    browser.until("return document.querySelectorAll('tr.detail').length", 0)
     unreachable = browser.script(
         "return [...document.querySelectorAll('a, button, input, summary, tr.row')]"
         ".filter(e => !e.hidden && e.tabIndex < 0).length")
@@ -525,7 +522,7 @@ def check_many(browser, work):
             slowest = max(slowest, min(browser.async_script(KEYSTROKE, text[:n]) for _ in range(3)))
         same(f"rows found in {section}", len(page.cells(0)), found)
         page.search("")
-        page.until("return document.querySelector('thead th').getBoundingClientRect().top > 0",
+        browser.until("return document.querySelector('thead th').getBoundingClientRect().top > 0",
                    True)
     page.section("includes")
     for shown in (200, 300):
@@ -534,7 +531,7 @@ def check_many(browser, work):
              shown)
     page.section("macros")
     browser.script("scrollTo(0, 1800)")
-    page.until("return scrollY > 1000 && document.querySelectorAll('tr.row').length > 50", True)
+    browser.until("return scrollY > 1000 && document.querySelectorAll('tr.row').length > 50", True)
     head = browser.script("return document.querySelector('thead th').getBoundingClientRect().top")
     if not 0 <= head < 100:
         raise Failure(f"the table's head is at {head} after scrolling")

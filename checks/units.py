@@ -40,49 +40,40 @@ class Unit:
         return [f"-I{d}/" for d in self.dirs] + [f"-D{d}" for d in self.defines]
 
 
-def _headers(package, config, root, dirs, defines):
-    for path in sorted(root.rglob("*.h")):
-        name = path.relative_to(root).as_posix()
-        yield Unit(f"{package}/{config}/{name}", package, path, name, tuple(dirs), defines)
-
-
-def _sources(package, config, root, paths, dirs, defines):
+def _units(package, config, root, paths, dirs, defines):
     for path in sorted(paths):
         name = path.relative_to(root).as_posix()
-        yield Unit(f"{package}/{config}/{name}", package, path, "", tuple(dirs), defines)
+        yield Unit(f"{package}/{config}/{name}", package, path, name if path.suffix == ".h" else "",
+                   tuple(dirs), defines)
 
 
 def all_units(packages):
     """Returns every unit that the unpacked packages give, in a fixed order."""
     units = []
     msp430 = packages / "msp430mcu/usr/msp430/include"
-    units += _headers("msp430mcu", "device", msp430, [msp430], ("__MSP430__=1",))
+    units += _units("msp430mcu", "device", msp430, msp430.rglob("*.h"), [msp430], ("__MSP430__=1",))
 
     sdcc = packages / "sdcc-libraries/usr/share/sdcc"
+    include, library = sdcc / "include", sdcc / "lib/src"
     for port, defines in _SDCC_PORTS.items():
-        dirs = [d for d in (sdcc / "include" / port, sdcc / "include") if d.is_dir()]
-        common = [p for p in (sdcc / "include").glob("*.h")]
-        common += list((sdcc / "include/asm" / port).glob("*.h"))
-        common += list((sdcc / "include" / port).glob("*.h"))
-        for path in sorted(common):
-            name = path.relative_to(sdcc / "include").as_posix()
-            units.append(Unit(f"sdcc-libraries/{port}/{name}", "sdcc-libraries", path, name,
-                              tuple(dirs), defines))
-        library = sdcc / "lib/src"
-        paths = list(library.glob("*.c")) + list((library / port).glob("*.c"))
-        units += _sources("sdcc-libraries", port, library, paths, dirs + [library], defines)
+        dirs = [d for d in (include / port, include) if d.is_dir()]
+        headers = [path for place in (include, include / "asm" / port, include / port)
+                   for path in place.glob("*.h")]
+        units += _units("sdcc-libraries", port, include, headers, dirs, defines)
+        sources = [*library.glob("*.c"), *(library / port).glob("*.c")]
+        units += _units("sdcc-libraries", port, library, sources, dirs + [library], defines)
 
     musl = packages / "musl-dev/usr/include/i386-linux-musl"
     for config, defines in _MUSL.items():
-        units += _headers("musl-dev", config, musl, [musl], defines)
+        units += _units("musl-dev", config, musl, musl.rglob("*.h"), [musl], defines)
 
     for package, subdirs in (("zlib", ("", "test", "examples", "contrib/minizip")),
                              ("lua5.1", ("src", "etc")), ("bzip2", ("",))):
         root = next(p for p in sorted((packages / package).iterdir()) if p.is_dir())
         dirs = [root, root / "src", root / "contrib/minizip", musl]
         dirs = [d for d in dirs if d.is_dir()]
-        paths = [p for sub in subdirs for p in (root / sub).glob("*.c")]
-        units += _sources(package, "linux", root, paths, dirs, _MUSL["gnu"])
+        sources = [path for sub in subdirs for path in (root / sub).glob("*.c")]
+        units += _units(package, "linux", root, sources, dirs, _MUSL["gnu"])
     return units
 
 
