@@ -51,8 +51,9 @@ CPP_INLINE void take_number(Input& input, int c, Output out) {
 
   while (number::is_digit(c) || (hex && number::is_hex_letter(c))) accept();
   // Most numbers end here.
-  const bool goes_on = number::is_ascii_letter(c) || c == '.' || c == MARK_EXP_END;
-  for (; goes_on; accept()) {
+  const bool ends = !number::is_ascii_letter(c) && c != '.' && c != MARK_EXP_END;
+  for (;; accept()) {
+    if (ends) break;
     if (number::is_digit(c)) continue;
     if (number::is_ascii_letter(c)) {
       if (!hex && number::is_letter(c, 'e')) {
