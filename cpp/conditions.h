@@ -2,6 +2,7 @@
 // it is the assembler's.
 #pragma once
 
+#include "cpp/scoped_flag.h"
 #include "cpp/settings.h"
 
 namespace kv::cpp {
@@ -13,18 +14,7 @@ extern bool in_asm;
 void set_in_asm(bool on);
 
 /// While one exists, what is read belongs to a control line.
-class control_line_scope {
- public:
-  control_line_scope() { on_ = true; }
-  ~control_line_scope() { on_ = false; }
-  control_line_scope(const control_line_scope&) = delete;
-  control_line_scope& operator=(const control_line_scope&) = delete;
-
-  static bool on() { return on_; }
-
- private:
-  static inline constinit bool on_ = false;
-};
+class control_line_scope : public scoped_flag<control_line_scope> {};
 
 /// Whether a comment that is read now is copied to the output.
 inline bool copies_comments() {

@@ -18,23 +18,13 @@
 #include "cpp/frames.h"
 #include "cpp/lanes.h"
 #include "cpp/lines.h"
+#include "cpp/scoped_flag.h"
 #include "cpp/text16.h"
 
 namespace kv::cpp {
 
-/// While one exists, get() translates nothing but trigraphs. There is never a second one.
-class raw_reading {
- public:
-  raw_reading() { on_ = true; }
-  ~raw_reading() { on_ = false; }
-  raw_reading(const raw_reading&) = delete;
-  raw_reading& operator=(const raw_reading&) = delete;
-
-  static bool on() { return on_; }
-
- private:
-  static inline constinit bool on_ = false;
-};
+/// While one exists, get() translates nothing but trigraphs.
+class raw_reading : public scoped_flag<raw_reading> {};
 
 /// Adds `text`, of whole lines, to what is read before the first line of the primary file.
 void read_first(std::string_view text);
