@@ -31,7 +31,6 @@ struct cond_entry {
 };
 
 // Entries 1 to 31 are the open groups, outermost first; entry 0 is never a group.
-constexpr std::size_t cond_entries = 32;
 std::array<cond_entry, cond_entries> cond_stack;
 cond_entry* cond_top = cond_stack.data();
 

@@ -2,6 +2,8 @@
 // it is the assembler's.
 #pragma once
 
+#include <cstddef>
+
 #include "cpp/scoped_flag.h"
 #include "cpp/settings.h"
 
@@ -20,6 +22,9 @@ class control_line_scope : public scoped_flag<control_line_scope> {};
 inline bool copies_comments() {
   return settings.keep_comments && compiling && !control_line_scope::on();
 }
+
+/// The room for conditional groups inside one another, the text outside of all counted.
+inline constexpr std::size_t cond_entries = 32;
 
 /// Whether `n` more conditional groups can be opened inside one another.
 bool groups_fit(int n);

@@ -9,6 +9,7 @@
 #include <array>
 #include <cstddef>
 
+#include "cpp/conditions.h"
 #include "cpp/directives.h"
 #include "cpp/lanes.h"
 #include "cpp/passing.h"
@@ -63,8 +64,6 @@ class header_scan {
   }
 
  private:
-  static constexpr std::size_t group_limit = 32;
-
   bool pass_comment() {
     comments_ = true;
     const unsigned char* const end = lane::end_of_comment(p_, end_);
@@ -152,7 +151,7 @@ class header_scan {
   }
 
   bool open_group() {
-    if (groups_ == group_limit) return false;
+    if (groups_ == cond_entries) return false;
     else_seen_[groups_++] = false;
     if (groups_ > most_groups_) most_groups_ = groups_;
     return true;
@@ -196,7 +195,7 @@ class header_scan {
   const unsigned char* end_;  // a newline stands there, too
   int newlines_ = 0;
   bool comments_ = false;
-  std::array<bool, group_limit> else_seen_{};
+  std::array<bool, cond_entries> else_seen_{};
   std::size_t groups_ = 0;
   std::size_t most_groups_ = 0;
 };
