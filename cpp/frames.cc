@@ -27,7 +27,7 @@ unsigned frames_pushed = 0;
 
 // A frame without a file, with no text yet, on top of the stack.
 inline input_frame* push_frame() {
-  auto* f = reinterpret_cast<input_frame*>(arena_alloc(sizeof(input_frame)));
+  auto* f = reinterpret_cast<input_frame*>(arena::alloc(sizeof(input_frame)));
   f->rdptr = f->line_end = nullptr;
   f->file = nullptr;
   f->macro = f->arg_of = nullptr;
@@ -49,7 +49,7 @@ inline input_frame* push_frame() {
 void drop_top_frame() {
   input_frame* const f = cur_frame;
   cur_frame = f->parent;
-  if (f != base_frame) arena_release(f);
+  if (f != base_frame) arena::release(f);
   if (cur_frame != nullptr) cur_line = cur_frame->saved_line;
 }
 
@@ -59,7 +59,7 @@ void set_text(input_frame* f, const unit* text) {
 
 template <class T>
 T* alloc_with_frame(std::size_t n) {
-  return reinterpret_cast<T*>(arena_alloc(n * sizeof(T)));
+  return reinterpret_cast<T*>(arena::alloc(n * sizeof(T)));
 }
 
 }  // namespace
@@ -132,8 +132,8 @@ unit* frame_text_room() {
 }
 
 void keep_frame_text(unit* text, std::size_t len) {
-  arena_release(text);
-  arena_alloc((len + 1) * sizeof(unit));
+  arena::release(text);
+  arena::alloc((len + 1) * sizeof(unit));
   set_text(cur_frame, text);
 }
 
@@ -141,7 +141,7 @@ void keep_arguments(const argument* args, int count, const unit* end) {
   const auto n = static_cast<std::size_t>(count);
   const unit* const texts = args[0].text;
   const auto units = static_cast<std::size_t>(end - texts);
-  std::byte* const room = arena_alloc(n * sizeof(argument) + (units + copy_slack) * sizeof(unit));
+  std::byte* const room = arena::alloc(n * sizeof(argument) + (units + copy_slack) * sizeof(unit));
   auto* const kept = reinterpret_cast<argument*>(room);
   auto* const copies = reinterpret_cast<unit*>(kept + n);
   widen(copies, texts, units);
@@ -187,7 +187,7 @@ void remove_file_frame() {
 }
 
 void free_base_frame() {
-  if (base_frame != nullptr) arena_release(base_frame);
+  if (base_frame != nullptr) arena::release(base_frame);
   base_frame = nullptr;
 }
 
