@@ -72,7 +72,7 @@ class calm_line {
 
   int get() {
     before_ = p_;
-    if (plain.in_file[*p_]) return *p_++;
+    if (plain::in_file(*p_)) return *p_++;
     return get_special();
   }
   void unget() { p_ = before_; }
@@ -91,7 +91,7 @@ class calm_line {
     const unsigned char* const start = p_ - 1;
     p_ = const_cast<unsigned char*>(lane::end_of_run(static_cast<const unsigned char*>(p_)));
     const auto len = static_cast<std::size_t>(p_ - start);
-    if (!plain.in_file[*p_]) {  // read ahead: a word can go on behind a unit that is dropped
+    if (!plain::in_file(*p_)) {  // read ahead: a word can go on behind a unit that is dropped
       get();
       unget();
     }
@@ -142,7 +142,7 @@ class calm_line {
       if (raw_ && c == '\\') return *p_++;
       if (c == '/' && (raw_ || (p_[1] != '/' && p_[1] != '*'))) return *p_++;
       if (c == '?' && p_[1] != '?') return *p_++;
-      if (c == '\\' && plain.in_file[p_[1]] && !is_blank(p_[1])) return *p_++;
+      if (c == '\\' && plain::in_file(p_[1]) && !is_blank(p_[1])) return *p_++;
       if (c == '/') {
         skip_comment();
         if (!refused_ && p_ != newline_ && !is_blank(*p_)) return ' ';
@@ -151,7 +151,7 @@ class calm_line {
       } else {
         return refuse();
       }
-      if (plain.in_file[*p_]) return *p_++;
+      if (plain::in_file(*p_)) return *p_++;
     }
   }
 

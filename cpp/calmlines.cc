@@ -149,7 +149,7 @@ outcome take_line(unsigned char* p, unsigned char* newline_at) {
     return take_control_line(p + 1, newline_at);
   }
   // Whether it is a control line shows at sight only where the first unit is plain.
-  if (compiling || !plain.in_file[*p]) return outcome::refused;
+  if (compiling || !plain::in_file(*p)) return outcome::refused;
   return done_if(calm_line(p, newline_at).skip_rest());
 }
 
@@ -157,7 +157,7 @@ outcome take_line(unsigned char* p, unsigned char* newline_at) {
 // what find_skipped_end() finds in it: an empty one, text whose first unit is plain, most
 // directives.
 bool is_idle_line(unsigned char* p) {
-  if (*p != '#') return *p == '\n' || plain.in_file[*p];
+  if (*p != '#') return *p == '\n' || plain::in_file(*p);
   const unsigned char* const word = lane::skip_blanks(p + 1);
   const unsigned char* const end = lane::end_of_run(word);
   const directive* const d = find_directive(word, static_cast<std::size_t>(end - word));

@@ -147,15 +147,35 @@ constexpr bool begins_right_operand(int c) {
   return members.holds(char_class(c));
 }
 
-/// For each byte, whether the reader delivers it unchanged: from a file line, and from a text
-/// frame.
-struct plain_tables {
-  std::array<bool, 256> in_file;
-  std::array<bool, 256> in_text;
+/// The bytes that the reader delivers unchanged.
+class plain {
+ public:
+  /// Whether `c` is one in a line of a file.
+  static bool in_file(unsigned char c) { return tables_.in_file[c]; }
+
+  /// Whether `c` is one in a text frame.
+  static bool in_text(unit c) { return c < 256 && tables_.in_text[c]; }
+
+  /// Makes `c` one, or one that is translated.
+  static void set(unsigned char c, bool on) { tables_.in_file[c] = tables_.in_text[c] = on; }
+
+ private:
+  struct tables {
+    std::array<bool, 256> in_file{};
+    std::array<bool, 256> in_text{};
+
+    constexpr tables() {
+      for (std::size_t c = 0; c < 256; ++c) {
+        in_text[c] = c != 0 && c != '/' && c != '\\' && c != '\v' && c != '\f' && c != '\r';
+        in_file[c] = in_text[c] && c != '\n' && c != '?';
+      }
+    }
+  };
+
+  static tables tables_;
 };
-extern plain_tables plain;
-/// Makes `c` one that is delivered unchanged, or not.
-void set_plain(unsigned char c, bool on);
+
+inline constinit plain::tables plain::tables_;
 
 namespace number {
 

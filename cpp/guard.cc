@@ -107,7 +107,7 @@ class header_scan {
   bool pass_backslashes() {
     const unsigned char* first = p_;
     while (*p_ == '\\') ++p_;
-    if (plain.in_file[*p_] && !reads_as_blank(*p_)) return true;
+    if (plain::in_file(*p_) && !reads_as_blank(*p_)) return true;
     const bool single = p_ - first == 1;
     if (*p_ == '\r') ++p_;
     return single && *p_ == '\n' && ++p_ < end_;

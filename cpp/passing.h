@@ -61,7 +61,7 @@ CPP_INLINE Text* find_skipped_end(Text* p, Text* limit) {
     p = find_any(p, limit, '\n', '/', '\\', '?', 0);
     if (p == limit || *p == '\n') return p;
     if (*p == '/' && p[1] != '*' && p[1] != '/') continue;
-    if (*p == '\\' && plain.in_file[p[1]] && kinds[p[1]] != blank) continue;
+    if (*p == '\\' && plain::in_file(p[1]) && kinds[p[1]] != blank) continue;
     if (*p == '?' && p[1] != '?') continue;
     Text* const end = end_of_literal_around(p, clear, limit);
     if (end == nullptr) return p;

@@ -391,7 +391,7 @@ bool backslash_stands_alone() {
   if (f->rdptr <= f->file->settled_backslashes) return true;
   unsigned char* p = f->rdptr;
   while (p != f->line_end && *p == '\\') ++p;
-  if (p == f->line_end || !plain.in_file[*p] || is_blank(*p)) return false;
+  if (p == f->line_end || !plain::in_file(*p) || is_blank(*p)) return false;
   f->file->settled_backslashes = p;
   return true;
 }
@@ -451,7 +451,7 @@ int take_line_end() {
     count_line();
     return '\n';
   }
-  if (at_line_end(f) && load_line(f) && plain.in_file[*f->rdptr]) return *f->rdptr++;
+  if (at_line_end(f) && load_line(f) && plain::in_file(*f->rdptr)) return *f->rdptr++;
   return read_on;
 }
 }  // namespace
@@ -466,7 +466,7 @@ void copy_comments_to(void (*sink)(int c)) {
 
 void set_semicolon_comments(bool on) {
   semicolon_comments = on;
-  set_plain(';', !on);
+  plain::set(';', !on);
 }
 
 int get_slow() {

@@ -44,8 +44,8 @@ inline int get_unit() {
   input_frame* f = cur_frame;
   if (lanes && f != nullptr) {
     if (f->rdptr != f->line_end) {
-      if (plain.in_file[*f->rdptr]) return *f->rdptr++;
-    } else if (f->file == nullptr && *f->txptr < 256 && plain.in_text[*f->txptr]) {
+      if (plain::in_file(*f->rdptr)) return *f->rdptr++;
+    } else if (f->file == nullptr && plain::in_text(*f->txptr)) {
       return *f->txptr++;
     }
   }
@@ -65,8 +65,8 @@ inline int get() {
 inline int peek_plain() {
   const input_frame* f = cur_frame;
   if (!lanes || f == nullptr) return -1;
-  if (f->rdptr != f->line_end) return plain.in_file[*f->rdptr] ? *f->rdptr : -1;
-  return f->file == nullptr && *f->txptr < 256 && plain.in_text[*f->txptr] ? *f->txptr : -1;
+  if (f->rdptr != f->line_end) return plain::in_file(*f->rdptr) ? *f->rdptr : -1;
+  return f->file == nullptr && plain::in_text(*f->txptr) ? *f->txptr : -1;
 }
 
 /// Takes the unit that peek_plain() has shown.

@@ -112,7 +112,7 @@ bool next_text_line(input_frame* f) {
     line_sync::hold();
   }
   // A line that surely is one of text goes on here, even if its first token has to be left alone.
-  if (*f->rdptr == '#' || !plain.in_file[*f->rdptr]) return false;
+  if (*f->rdptr == '#' || !plain::in_file(*f->rdptr)) return false;
   if (line_sync::lags()) sync_lines();
   return true;
 }
