@@ -1,5 +1,6 @@
 #include "cpp/ifsizeof.h"
 
+#include <array>
 #include <string>
 
 #include "common/alert.h"
@@ -10,7 +11,14 @@
 
 namespace kv::cpp {
 
-constinit std::array<size_row, 8> size_table = {{
+namespace {
+
+struct size_row {
+  std::uint16_t code;          // the bits of the type words, reduced
+  std::uint16_t size;          // bytes
+  std::uint16_t pointer_size;  // bytes of a pointer to the type
+};
+constinit std::array<size_row, size_rows> size_table = {{
     {0x001, 1, 8},
     {0x010, 2, 8},
     {0x002, 4, 8},
@@ -20,8 +28,6 @@ constinit std::array<size_row, 8> size_table = {{
     {0x008, 8, 8},
     {0x200, 0, 8},
 }};
-
-namespace {
 
 constexpr unsigned type_int = 0x002;
 constexpr unsigned type_short = 0x010;
@@ -149,6 +155,13 @@ bool resolve_type(unsigned type, const std::string& last_word, std::uint32_t& si
 }
 
 }  // namespace
+
+void set_type_size(std::size_t row, std::uint16_t bytes) {
+  size_table[row].size = bytes;
+}
+void set_pointer_size(std::size_t row, std::uint16_t bytes) {
+  size_table[row].pointer_size = bytes;
+}
 
 bool eval_sizeof(std::uint32_t& size) {
   const int c = skip_ws();

@@ -217,7 +217,7 @@ void opt_sizes(const option_call& o) {
   std::size_t values = pointers ? 0 : 1;
   for (const char* p = text; *p != 0; ++p) values += *p == ',' ? 1 : 0;
   const bool with_int24 = values > (pointers ? 7U : 6U);
-  const std::size_t rows = pointers ? size_table.size() : size_row_function_pointer;
+  const std::size_t rows = pointers ? size_rows : size_row_function_pointer;
   const auto skip_to_digit = [](const char* p) {
     while (*p != 0 && !is_digit(*p)) ++p;
     return p;
@@ -234,8 +234,8 @@ void opt_sizes(const option_call& o) {
     for (text = digits; is_digit(*text); ++text) {
       value = value * 10 + static_cast<unsigned>(*text - '0');
     }
-    (pointers ? size_table[row].pointer_size : size_table[row].size) =
-        static_cast<std::uint16_t>(value);
+    const auto set_size = pointers ? set_pointer_size : set_type_size;
+    set_size(row, static_cast<std::uint16_t>(value));
   }
   if (*skip_to_digit(text) != 0) alert_msg(167, text);
 }
