@@ -86,7 +86,7 @@ class calm_line {
    private:
     calm_line& in_;
   };
-  static bool letters_in_numbers() { return in_asm; }
+  static bool letters_in_numbers() { return conditions::in_asm(); }
   word scan_word(int /*c*/) {
     const unsigned char* const start = p_ - 1;
     p_ = const_cast<unsigned char*>(lane::end_of_run(static_cast<const unsigned char*>(p_)));

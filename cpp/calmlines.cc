@@ -51,12 +51,12 @@ bool lone_name(calm_line& in, calm_line::word& name) {
 
 bool open_name_group(calm_line& in, bool wants_defined) {
   calm_line::word name;
-  if (!groups_fit(1) || !lone_name(in, name)) return false;
+  if (!conditions::groups_fit(1) || !lone_name(in, name)) return false;
   const symbol* const sym = sym_find(name.start, name.len);
   const bool known = sym != nullptr && sym->disable == 0;
   if (observing) observe::name_tested(name.start, name.len, known);
-  open_group(true);
-  choose_branch(known == wants_defined);
+  conditions::open_group(true);
+  conditions::choose_branch(known == wants_defined);
   return true;
 }
 
@@ -69,27 +69,27 @@ bool undefine(calm_line& in) {
 }
 
 bool turn_to_else(calm_line& in) {
-  if (!else_fits() || !ends_here(in)) return false;
-  enter_else();
+  if (!conditions::else_fits() || !ends_here(in)) return false;
+  conditions::enter_else();
   return true;
 }
 
 bool end_group(calm_line& in) {
-  if (!group_is_open() || !ends_here(in)) return false;
-  close_group();
+  if (!conditions::group_is_open() || !ends_here(in)) return false;
+  conditions::close_group();
   return true;
 }
 
 bool pass_over_elif(calm_line& in) {
   if (!in.skip_rest()) return false;
-  choose_branch(false);
+  conditions::choose_branch(false);
   return true;
 }
 
 bool skip_directive(calm_line& in, role what) {
   const bool opens = opens_group(what);
-  if ((opens && !groups_fit(1)) || !in.skip_rest()) return false;
-  if (opens) open_group(false);
+  if ((opens && !conditions::groups_fit(1)) || !in.skip_rest()) return false;
+  if (opens) conditions::open_group(false);
   return true;
 }
 
@@ -112,8 +112,10 @@ outcome take_control_line(unsigned char* behind_mark, unsigned char* newline_at)
   const calm_line::word word = in.scan_word(c);
   const directive* const d = find_directive(word.start, word.len);
   if (d == nullptr) return outcome::refused;
-  const bool hands_on = compiling ? d->what == role::opens_if || d->what == role::include : false;
-  if (hands_on || (d->what == role::elif && else_fits() && elif_decides())) {
+  const bool hands_on =
+      conditions::compiling() ? d->what == role::opens_if || d->what == role::include : false;
+  if (hands_on ||
+      (d->what == role::elif && conditions::else_fits() && conditions::elif_decides())) {
     return hand_on(*d, in.at(), lane::skip_blanks(behind_mark) == word.start);
   }
   switch (d->what) {
@@ -122,11 +124,11 @@ outcome take_control_line(unsigned char* behind_mark, unsigned char* newline_at)
     case role::closes:
       return done_if(end_group(in));
     case role::elif:
-      return done_if(else_fits() && pass_over_elif(in));
+      return done_if(conditions::else_fits() && pass_over_elif(in));
     default:
       break;
   }
-  if (!compiling) return done_if(skip_directive(in, d->what));
+  if (!conditions::compiling()) return done_if(skip_directive(in, d->what));
   switch (d->what) {
     case role::define:
       return done_if(define_calmly(in));
@@ -149,7 +151,7 @@ outcome take_line(unsigned char* p, unsigned char* newline_at) {
     return take_control_line(p + 1, newline_at);
   }
   // Whether it is a control line shows at sight only where the first unit is plain.
-  if (compiling || !plain::in_file(*p)) return outcome::refused;
+  if (conditions::compiling() || !plain::in_file(*p)) return outcome::refused;
   return done_if(calm_line(p, newline_at).skip_rest());
 }
 
@@ -189,15 +191,15 @@ void skip_lines_ahead(input_frame* f) {
 }  // namespace
 
 void take_calm_lines() {
-  if (!lanes || in_asm || settings.cmode_asm) return;
+  if (!lanes || conditions::in_asm() || settings.cmode_asm) return;
   for (;;) {
     input_frame* f = cur_frame;
     if (f == nullptr) return;
-    if (!compiling && at_line_end(f)) skip_lines_ahead(f);
+    if (!conditions::compiling() && at_line_end(f)) skip_lines_ahead(f);
     if (f->rdptr == f->line_end && !(at_line_end(f) ? load_line(f) : load_first_line())) return;
     unsigned char* const newline_at = f->line_end - 1;
     f->rdptr = lane::skip_blanks(f->rdptr);
-    if (*f->rdptr == '/' && !copies_comments()) {
+    if (*f->rdptr == '/' && !conditions::copies_comments()) {
       unsigned char* behind = lane::end_of_comment(f->rdptr, newline_at);
       if (behind == nullptr) return;
       lane::leave_comment_space(behind);

@@ -64,7 +64,7 @@ void missing_argument() {
   skip_rest_of_line();
 }
 
-// The condition of #if and #elif. Without one, `compiling` stays as it is.
+// The condition of #if and #elif. Without one, compiling() stays as it is.
 void read_condition() {
   if (observing) observe::condition_begins();
   const int c = skip_ws();
@@ -72,7 +72,7 @@ void read_condition() {
   if (ends_line(c)) {
     missing_argument();
   } else {
-    choose_branch(eval_if() != 0);
+    conditions::choose_branch(eval_if() != 0);
   }
 }
 
@@ -81,7 +81,7 @@ void read_name_condition(bool wants_defined) {
   if (char_class(c) == CT_LETTER) {
     const bool known = scan_macro(c) != nullptr;
     if (observing) observe::name_tested(token_text(), token_len, known);
-    choose_branch(known == wants_defined);
+    conditions::choose_branch(known == wants_defined);
     return;
   }
   if (ends_line(c)) unget();
@@ -90,11 +90,11 @@ void read_name_condition(bool wants_defined) {
 
 // Whether #else or #elif has no place here; the message has then been raised.
 bool misplaced_else() {
-  if (!group_is_open()) {
+  if (!conditions::group_is_open()) {
     alert_msg(102, word());
     return true;
   }
-  if (!else_fits()) {
+  if (!conditions::else_fits()) {
     alert_msg(101, word());
     return true;
   }
@@ -104,19 +104,19 @@ bool misplaced_else() {
 // ---- The directives. Each reads its line to the end and holds the newline back.
 
 void do_if() {
-  open_group(true);
+  conditions::open_group(true);
   read_condition();
   expect_line_end();
 }
 
 void do_elif() {
   if (misplaced_else()) return drop_line();
-  if (!elif_decides()) {
-    choose_branch(false);
+  if (!conditions::elif_decides()) {
+    conditions::choose_branch(false);
     drop_line();
     return;
   }
-  move_group();
+  conditions::move_group();
   read_condition();
   expect_line_end();
 }
@@ -126,30 +126,30 @@ void do_include_line() {
 }
 
 void do_ifdef() {
-  open_group(true);
+  conditions::open_group(true);
   read_name_condition(true);
   expect_line_end();
 }
 
 void do_ifndef() {
-  open_group(true);
+  conditions::open_group(true);
   read_name_condition(false);
   expect_line_end();
 }
 
 void do_else() {
   if (misplaced_else()) return drop_line();
-  enter_else();
+  conditions::enter_else();
   expect_line_end();
 }
 
 void do_endif() {
-  if (!group_is_open()) {
+  if (!conditions::group_is_open()) {
     alert_msg(102, word());
     drop_line();
     return;
   }
-  close_group();
+  conditions::close_group();
   expect_line_end();
 }
 
@@ -223,16 +223,16 @@ void do_pragma() {
 }
 
 void do_asm() {
-  if (in_asm) alert_msg(106);
+  if (conditions::in_asm()) alert_msg(106);
   if (text_output()) write_line_marker();
   skip_line();
   if (text_output()) out_text("#asm\n");
-  set_in_asm(true);
+  conditions::set_in_asm(true);
 }
 
 void do_endasm() {
-  if (!in_asm) alert_msg(105);
-  set_in_asm(false);
+  if (!conditions::in_asm()) alert_msg(105);
+  conditions::set_in_asm(false);
   if (text_output()) {
     out_text("#endasm ");
     sync_lines();
@@ -332,7 +332,7 @@ void read_word(int c) {
 void skipped_directive(const directive* d) {
   if (d == nullptr) return expect_line_end();
   if (opens_group(d->what)) {
-    open_group(false);
+    conditions::open_group(false);
   } else if (!is_idle_when_skipped(d->what)) {
     return d->carry_out();
   }
@@ -368,7 +368,7 @@ void control_line() {
   read_word(c);
   const directive* d = find_directive(token_buf, token_len);
   if (in_text_frame()) alert_msg(161, word());
-  if (!compiling) return skipped_directive(d);
+  if (!conditions::compiling()) return skipped_directive(d);
   if (d == nullptr) {
     alert_msg(107, word());
     expect_line_end();

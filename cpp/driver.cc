@@ -199,14 +199,14 @@ line_start find_text_line() {
     take_calm_lines();
     line.c = get();
     if (is_blank(line.c)) {
-      if (in_asm) ++line.indent;
+      if (conditions::in_asm()) ++line.indent;
     } else if (line.c == '\n') {
       line_sync::hold();
     } else if (line.c == '#') {
       control_line();
     } else if (line.c == MARK_EXP_END) {
       continue;  // a directive's macro has been read to its end
-    } else if (line.c == 0 || compiling) {
+    } else if (line.c == 0 || conditions::compiling()) {
       return line;
     } else {
       skip_line(line.c);
@@ -276,7 +276,7 @@ void write_text_line(const line_start& line) {
 
 void report_open_group() {
   int line;
-  if (!outermost_open_group(line)) return;
+  if (!conditions::outermost_open_group(line)) return;
   if (cur_frame != nullptr) {
     alert_msg(100, line);
     return;

@@ -164,8 +164,8 @@ source_file* open_header(header& h) {
 // guard is defined.
 bool is_guarded(header& h) {
   const include_guard& guard = h.guard;
-  if (guard.name == nullptr || !in_file_frame() || in_asm ||
-      (guard.outer_comments && settings.keep_comments) || !groups_fit(guard.depth)) {
+  if (guard.name == nullptr || !in_file_frame() || conditions::in_asm() ||
+      (guard.outer_comments && settings.keep_comments) || !conditions::groups_fit(guard.depth)) {
     return false;
   }
   if (h.guard_macro_at != names_removed) {

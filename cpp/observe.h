@@ -111,7 +111,7 @@ void group_opened(bool live);
 void condition_begins();
 /// Whether the text behind #if, #elif, #ifdef or #ifndef is compiled.
 void branch_decided(bool taken);
-/// #else was read; `compiling` says what comes of it.
+/// #else was read; compiling() says what comes of it.
 void else_entered();
 void group_closed();
 /// The evaluator takes an operand, or an operator by its name in messages.

@@ -171,7 +171,7 @@ void put_text16(const unit* text) {
 }
 
 void write_line_marker() {
-  if (in_asm) {
+  if (conditions::in_asm()) {
     start_line();
     out_text("#endasm");
     count_line(-1);
@@ -181,7 +181,7 @@ void write_line_marker() {
   } else {
     write_plain_marker();
   }
-  if (in_asm) {
+  if (conditions::in_asm()) {
     start_line();
     out_text("#asm");
     count_line();

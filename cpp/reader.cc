@@ -290,7 +290,7 @@ int comment(int opener) {
     unget();
     return deliver_read_ahead_of('/', behind);
   }
-  comment_text text{.copied = copies_comments()};
+  comment_text text{.copied = conditions::copies_comments()};
   if (text.copied) {
     comment_sink(opener);
     if (c != 0) comment_sink(c);

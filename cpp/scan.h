@@ -27,7 +27,7 @@ struct read_input {
   struct raw_text : raw_reading {
     explicit raw_text(read_input& /*in*/) {}
   };
-  static bool letters_in_numbers() { return in_asm; }
+  static bool letters_in_numbers() { return conditions::in_asm(); }
 };
 
 /// Reads past white space (MARK_PASTE and MARK_EXP_END included) and returns the first other unit,

@@ -28,7 +28,8 @@ namespace {
 // A comment between tokens, `p` at its `/`. Returns what stands behind it, or null where the plain
 // path must take it.
 unsigned char* skip_comment(unsigned char* p, unsigned char* newline_at) {
-  unsigned char* behind = copies_comments() ? nullptr : lane::end_of_comment(p, newline_at);
+  unsigned char* behind =
+      conditions::copies_comments() ? nullptr : lane::end_of_comment(p, newline_at);
   if (behind != nullptr) lane::leave_comment_space(behind);
   return behind;
 }
@@ -120,7 +121,8 @@ bool next_text_line(input_frame* f) {
 }  // namespace
 
 lane_stop copy_plain_text() {
-  if (!lanes || in_asm || settings.cmode_asm || !text_output()) return lane_stop::in_line;
+  if (!lanes || conditions::in_asm() || settings.cmode_asm || !text_output())
+    return lane_stop::in_line;
   output_sink sink;
   text_taker texts(sink);
   bool replaced = false;

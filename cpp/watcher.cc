@@ -882,7 +882,8 @@ void else_entered() {
   const int group = innermost_group();
   if (group < 0) return;
   const condition_state opener = w().run.conditions[static_cast<std::size_t>(group)].state;
-  condition_state state = compiling ? condition_state::taken : condition_state::not_taken;
+  condition_state state =
+      conditions::compiling() ? condition_state::taken : condition_state::not_taken;
   if (opener == condition_state::not_looked_at) state = opener;
   add_branch(condition_kind::else_, state);
 }
