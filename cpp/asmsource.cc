@@ -19,20 +19,20 @@ unit lower(int c) {
 // Reads a unit and notes it in the work buffer, whose text is what giving back takes.
 int read_noted() {
   const int c = get();
-  work_save(c);
+  work_buf::save(c);
   return c;
 }
 
 void give_back_noted() {
-  push_text(work_end());
+  push_text(work_buf::text());
 }
 
 // With as many units noted as a line must begin with: whether they begin `keyword` and the line
 // goes on with the rest of it. Reads no further than the first difference.
 bool reads_keyword(const char16_t* keyword) {
   for (std::size_t i = 0; keyword[i] != 0; ++i) {
-    if (i == work_len) read_noted();
-    if (lower(work_buf[i]) != keyword[i]) return false;
+    if (i == work_buf::len()) read_noted();
+    if (lower(work_buf::begin()[i]) != keyword[i]) return false;
   }
   return true;
 }
@@ -49,10 +49,10 @@ int read_noted_blanks() {
 
 void asm_ifdef_rewrite() {
   constexpr std::size_t word_least = 3;
-  begin_work();
-  while (work_len < word_least) {
+  work_buf::clear();
+  while (work_buf::len() < word_least) {
     if (continues_id(read_noted())) continue;
-    if (work_len == 1) {
+    if (work_buf::len() == 1) {
       unget();
     } else {
       give_back_noted();
@@ -60,7 +60,7 @@ void asm_ifdef_rewrite() {
     return;
   }
   read_noted();
-  const bool wants_defined = lower(work_buf[2]) != 'n';
+  const bool wants_defined = lower(work_buf::begin()[2]) != 'n';
   if (!reads_keyword(wants_defined ? u"ifdef" : u"ifndef") || !is_blank(read_noted())) {
     give_back_noted();
     return;

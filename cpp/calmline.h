@@ -45,7 +45,7 @@ class plain_line : public read_input {
   /// The word lies in token_buf.
   static word scan_word(int c) {
     scan_id(c);
-    return {token_buf, token_len};
+    return {token_buf::text(), token_buf::len()};
   }
   /// The word lies in the macro area, whose user puts its end back.
   static word keep(const word& w) {

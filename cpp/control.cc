@@ -56,7 +56,7 @@ void drop_line() {
 }
 
 std::string word() {
-  return alert_str(token_buf);
+  return alert_str(token_buf::text());
 }
 
 void missing_argument() {
@@ -80,7 +80,7 @@ void read_name_condition(bool wants_defined) {
   const int c = skip_ws();
   if (char_class(c) == CT_LETTER) {
     const bool known = scan_macro(c) != nullptr;
-    if (observing) observe::name_tested(token_text(), token_len, known);
+    if (observing) observe::name_tested(token_buf::bare_text(), token_buf::len(), known);
     conditions::choose_branch(known == wants_defined);
     return;
   }
@@ -174,7 +174,7 @@ void do_assert() {
 
 // #error and its relatives report the rest of the line as it stands.
 void report_line(unsigned number) {
-  const unit* text = work_rest_of_line(skip_ws());
+  const unit* text = work_buf::rest_of_line(skip_ws());
   alert_msg(number, alert_str(text));
   expect_line_end();
 }
@@ -207,7 +207,7 @@ const unit* line_name_copy(const unit* text) {
 }
 
 void do_line() {
-  const unit* text = work_rest_of_line(skip_ws());
+  const unit* text = work_buf::rest_of_line(skip_ws());
   const int number = str16_atoi(text);
   while (char_class(*text) == CT_DIGIT || is_blank(*text)) ++text;
   number_line(number);
@@ -322,11 +322,11 @@ const directive* find(packed_word word) {
 void read_word(int c) {
   if (char_class(c) == CT_DIGIT) {
     unget();
-    set_token(u"line");
+    token_buf::set(u"line");
   } else {
     scan_id(c);
   }
-  if (cmode_is(CMODE_TSLINK) != 0) lower_token();
+  if (cmode_is(CMODE_TSLINK) != 0) token_buf::lower();
 }
 
 void skipped_directive(const directive* d) {
@@ -366,7 +366,7 @@ void control_line() {
   const int c = skip_ws();
   if (ends_line(c)) return line_sync::hold();
   read_word(c);
-  const directive* d = find_directive(token_buf, token_len);
+  const directive* d = find_directive(token_buf::text(), token_buf::len());
   if (in_text_frame()) alert_msg(161, word());
   if (!conditions::compiling()) return skipped_directive(d);
   if (d == nullptr) {

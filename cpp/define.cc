@@ -91,10 +91,7 @@ bool read_params(Input& in, definition<Input>& def) {
 }
 
 void remove_trailing_white() {
-  while (work_len > 0 &&
-         (is_blank(work_buf[work_len - 1]) || work_buf[work_len - 1] == MARK_DIGITS_END)) {
-    work_drop_last();
-  }
+  while (is_blank(work_buf::last()) || work_buf::last() == MARK_DIGITS_END) work_buf::drop_last();
 }
 
 template <class Input>
@@ -102,11 +99,11 @@ void save_identifier(Input& in, const definition<Input>& def, int c) {
   const auto w = in.scan_word(c);
   const int n = def.param_index(w);
   if (n >= 0) {
-    work_save(MARK_PARAM_BASE + n);
+    work_buf::save(MARK_PARAM_BASE + n);
     return;
   }
-  if (w == def.name) work_save(MARK_NOEXPAND);
-  work_save(w.start, w.len);
+  if (w == def.name) work_buf::save(MARK_NOEXPAND);
+  work_buf::save(w.start, w.len);
 }
 
 // A string or character constant. One that is not closed on its line takes the newline into the
@@ -115,10 +112,10 @@ template <class Input>
 void save_quoted(Input& in, int quote) {
   const int c = take_literal(in, quote, [&in](int u) {
     if (u == '\n') in.line_left();
-    if (u != 0) work_save(u);
+    if (u != 0) work_buf::save(u);
   });
   if (c != quote) in.tell(113);
-  if (c != 0) work_save(c);
+  if (c != 0) work_buf::save(c);
 }
 
 template <class Input>
@@ -126,7 +123,7 @@ void save_unit(Input& in, const definition<Input>& def, int c) {
   switch (char_class(c)) {
     case CT_DIGIT:
     case CT_DOT:
-      take_number(in, c, [](int u) { work_save(u); });
+      take_number(in, c, [](int u) { work_buf::save(u); });
       break;
     case CT_QUOTE:
       save_quoted(in, c);
@@ -135,17 +132,17 @@ void save_unit(Input& in, const definition<Input>& def, int c) {
       save_identifier(in, def, c);
       break;
     case CT_SPACE:
-      if (work_len == 0 || work_buf[work_len - 1] != ' ') work_save(c == '\t' ? ' ' : c);
+      if (work_buf::last() != ' ') work_buf::save(c == '\t' ? ' ' : c);
       break;
     case CT_BACKSLASH:
-      work_save(c);
+      work_buf::save(c);
       c = in.get();
       if (c == 0) break;
       if (c == '\n') in.line_left();
-      work_save(c);
+      work_buf::save(c);
       break;
     default:
-      if (c != MARK_EXP_END) work_save(c);
+      if (c != MARK_EXP_END) work_buf::save(c);
   }
 }
 
@@ -154,8 +151,8 @@ template <class Input>
 int read_paste_operand(Input& in) {
   int c = skip_white(in);
   if (char_class(c) == CT_DIGIT) {
-    for (; char_class(c) == CT_DIGIT; c = in.get()) work_save(c);
-    work_save(MARK_DIGITS_END);
+    for (; char_class(c) == CT_DIGIT; c = in.get()) work_buf::save(c);
+    work_buf::save(MARK_DIGITS_END);
   } else if (is_printable(c) && char_class(c) != CT_LETTER) {
     in.tell(137, static_cast<char>(c));
   } else if (char_class(c) != CT_LETTER) {
@@ -167,25 +164,25 @@ int read_paste_operand(Input& in) {
 // Reads the replacement text from `c`, already read, into the work buffer.
 template <class Input>
 void read_body(Input& in, const definition<Input>& def, int c) {
-  begin_work();
+  work_buf::clear();
   while (!ends_line(c)) {
     if (c == '#') {
       c = in.get();
       if (c == '#') {
         remove_trailing_white();
-        work_save(MARK_PASTE);
+        work_buf::save(MARK_PASTE);
         c = read_paste_operand(in);
         continue;
       }
       if (is_blank(c)) c = skip_white(in);
-      work_save(MARK_STRINGIZE);
+      work_buf::save(MARK_STRINGIZE);
       if (ends_line(c)) break;
     }
     save_unit(in, def, c);
     c = in.get();
   }
   in.unget();
-  if (work_len > 0 && work_buf[work_len - 1] == ' ') work_drop_last();
+  if (work_buf::last() == ' ') work_buf::drop_last();
 }
 
 // Reads what follows the name: the parameter list, if any, and the body. Returns false after a
@@ -218,7 +215,7 @@ symbol* enter_definition(int c, bool& known, unit*& old_body) {
     sym->body = nullptr;
     return sym;
   }
-  sym = sym_enter(token_buf, false);
+  sym = sym_enter(token_buf::text(), false);
   sym->def_line = cur_line;
   if (const input_frame* f = frame_read()) sym->def_file = place_name(f);
   return sym;
@@ -240,7 +237,7 @@ void do_define() {
   definition<plain_line> def;
   def.name = {sym->name, sym->name_len};
   if (read_definition(in, def)) {
-    sym_set_body(sym, work_end(), work_len);
+    sym_set_body(sym, work_buf::text(), work_buf::len());
     sym->nargs = def.nargs;
     if (observing) observe::macro_defined(sym, def.param_names());
     if (settings.macro_report) report_macro(sym);
@@ -253,7 +250,7 @@ void do_define() {
 }
 
 // A unit of the line takes up two of the body at most, an identifier's first one behind a mark.
-static_assert(work_size > 2 * std::size_t{line_capacity});
+static_assert(work_buf::size > 2 * std::size_t{line_capacity});
 
 bool define_calmly(calm_line& in) {
   if (settings.macro_report) return false;
@@ -265,15 +262,15 @@ bool define_calmly(calm_line& in) {
   symbol* sym = sym_find(def.name.start, def.name.len);
   if (sym != nullptr) {
     const bool same = sym->disable == 0 && sym->body != nullptr && sym->nargs == def.nargs &&
-                      sym->body_len == work_len &&
-                      std::equal(sym->body, sym->body + work_len, work_buf.begin());
+                      sym->body_len == work_buf::len() &&
+                      std::equal(sym->body, sym->body + work_buf::len(), work_buf::begin());
     if (same && observing) observe::macro_defined(sym, def.param_names());
     return same;
   }
   sym = sym_enter_new(def.name.start, def.name.len);
   sym->def_line = cur_line;
   sym->def_file = cur_frame->file->path;
-  sym_set_body(sym, work_end(), work_len);
+  sym_set_body(sym, work_buf::text(), work_buf::len());
   sym->nargs = def.nargs;
   if (observing) observe::macro_defined(sym, def.param_names());
   return true;
@@ -283,7 +280,7 @@ void do_undef() {
   const int c = skip_ws();
   if (char_class(c) == CT_LETTER) {
     scan_id(c);
-    sym_enter(token_buf, true);
+    sym_enter(token_buf::text(), true);
     return;
   }
   if (ends_line(c)) unget();

@@ -231,7 +231,7 @@ void write_token(int c) {
       scan_number(c, put_char_out);
       break;
     case CT_LETTER:
-      if (text_output()) put_text16(token_text());
+      if (text_output()) put_text16(token_buf::bare_text());
       break;
     default:
       put_char_out(c);

@@ -160,8 +160,8 @@ void append_string_unit(int c) {
 
 void append_identifier(macro_call& call) {
   append_due_space(call);
-  if (str16_cmp(token_buf, call.macro->name) == 0) macro_area::save(MARK_NOEXPAND);
-  for (std::size_t i = 0; i < token_len; ++i) macro_area::save(token_buf[i]);
+  if (str16_cmp(token_buf::text(), call.macro->name) == 0) macro_area::save(MARK_NOEXPAND);
+  for (std::size_t i = 0; i < token_buf::len(); ++i) macro_area::save(token_buf::text()[i]);
 }
 
 void end_argument(macro_call& call) {
@@ -402,14 +402,14 @@ void push_line_number(const symbol* sym) {
 void push_file_name(const symbol* sym) {
   const input_frame* file = nearest_file_frame();
   if (file == nullptr) return;
-  begin_work();
-  work_save('"');
+  work_buf::clear();
+  work_buf::save('"');
   for (const unit* p = effective_name(*file->file); *p != 0; ++p) {
-    if (*p == '\\') work_save('\\');
-    work_save(*p);
+    if (*p == '\\') work_buf::save('\\');
+    work_buf::save(*p);
   }
-  work_save('"');
-  push_value(sym, work_end());
+  work_buf::save('"');
+  push_value(sym, work_buf::text());
 }
 
 // Too deep: what is left of the expansions in progress is thrown away.
@@ -609,7 +609,7 @@ void complete_call() {
 
 symbol* scan_macro(int c) {
   scan_id(c);
-  symbol* sym = sym_find(token_buf, token_len);
+  symbol* sym = sym_find(token_buf::text(), token_buf::len());
   return sym != nullptr && sym_eligible(sym) ? sym : nullptr;
 }
 
@@ -633,23 +633,25 @@ bool paste_at_marker(int c) {
     unget();
     return false;
   }
-  begin_work();
+  work_buf::clear();
   if (begins_identifier(c)) {
-    for (const unit* left = token_text(); *left != 0; ++left) work_save(*left);
+    for (const unit* left = token_buf::bare_text(); *left != 0; ++left) work_buf::save(*left);
   } else {
-    work_save(c);
+    work_buf::save(c);
   }
   c = get();
   if (begins_right_operand(c)) {
     scan_id(c);
-    const unit* right = token_text();
-    if (work_len + str16_len(right) >= work_size) alert_msg_fatal(155, alert_str(work_end()));
-    for (; *right != 0; ++right) work_save(*right);
+    const unit* right = token_buf::bare_text();
+    if (work_buf::len() + str16_len(right) >= work_buf::size) {
+      alert_msg_fatal(155, alert_str(work_buf::text()));
+    }
+    for (; *right != 0; ++right) work_buf::save(*right);
   } else {
     alert_msg(169, c);
     unget();
   }
-  push_text(work_end());
+  push_text(work_buf::text());
   return true;
 }
 

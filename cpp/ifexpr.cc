@@ -496,7 +496,7 @@ token evaluator::character_constant() {
 }
 
 token evaluator::identifier() {
-  const unit* name = token_text();
+  const unit* name = token_buf::bare_text();
   if (str16_cmp(name, u"defined") == 0) return defined_operand();
   if (str16_cmp(name, u"sizeof") == 0) {
     std::uint32_t size = 0;
@@ -512,7 +512,7 @@ token evaluator::defined_operand() {
   if (parenthesised) c = skip_ws();
   if (char_class(c) != CT_LETTER) return fail_at(c, 127);
   const bool known = scan_macro(c) != nullptr;
-  if (observing) observe::name_tested(token_text(), token_len, known);
+  if (observing) observe::name_tested(token_buf::bare_text(), token_buf::len(), known);
   if (parenthesised && (c = skip_ws()) != ')') return fail_at(c, 127);
   return give(known ? 1 : 0, true);
 }

@@ -76,7 +76,7 @@ bool syntax_error(int c) {
 
 // The type word in token_buf.
 bool add_type_word(unsigned& type, std::string& last_word) {
-  const unit* word = token_text();
+  const unit* word = token_buf::bare_text();
   for (const type_word& t : type_words) {
     if (str16_cmp8(word, t.word) == 0) {
       type |= t.bit;

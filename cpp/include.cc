@@ -118,14 +118,14 @@ bool take_name(unsigned char close) {
 bool read_name(unsigned char close) {
   if (take_name(close)) return true;
   const raw_reading raw;
-  begin_work();
+  work_buf::clear();
   int c;
-  while ((c = get()) != close && !ends_line(c)) work_save(c);
+  while ((c = get()) != close && !ends_line(c)) work_buf::save(c);
   if (c != close) return false;
-  if (work_len >= include_name_limit) alert_msg_fatal(146);
-  std::transform(work_buf.begin(), work_buf.begin() + work_len, include_name.begin(),
+  if (work_buf::len() >= include_name_limit) alert_msg_fatal(146);
+  std::transform(work_buf::begin(), work_buf::begin() + work_buf::len(), include_name.begin(),
                  [](unit u) { return static_cast<char>(u); });
-  include_name[work_len] = 0;
+  include_name[work_buf::len()] = 0;
   return true;
 }
 

@@ -3,6 +3,7 @@
 // the option: --help prints it, and the manual page and the shells' completions are made from that.
 #include "cpp/options.h"
 
+#include <algorithm>
 #include <cctype>
 #include <cerrno>
 #include <charconv>
@@ -488,10 +489,8 @@ int parse_options(int argc, char** argv, const char* cmd_file_arg) {
     }
   }
   if (output_option != nullptr) nfiles = add_output_argument(nfiles, argv);
-  unsigned significant = settings.ident_max;
-  if (significant < ident_max_least) significant = ident_max_least;
-  if (significant > ident_max_most) significant = ident_max_most;
-  set_ident_max(significant);
+  settings.ident_max = std::clamp(settings.ident_max, ident_max_least, ident_max_most);
+  token_buf::make_room();
   if (settings.macro_report) report_command_line(argc, command_line.data());
   if (page_is_open()) {
     observe::begin({command_line.begin(), command_line.end()}, nfiles > 1 ? argv[1] : "-");

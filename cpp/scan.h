@@ -64,10 +64,6 @@ inline int get_nomark() {
   return c;
 }
 
-/// Gathers the identifier that begins with the unit `c` (already read) into token_buf; only the
-/// first ident_max units are kept, MARK_NOEXPAND not counted.
-void scan_id(int c);
-
 /// Passes the number that begins with `c`, a digit or a point already read, to `out`.
 void scan_number(int c, output_routine out);
 
@@ -76,65 +72,89 @@ void scan_number(int c, output_routine out);
 /// back.
 bool scan_string(int q, output_routine out);
 
-/// The identifier last gathered: at most ident_max units, MARK_NOEXPAND not counted, and a
-/// terminating zero.
-extern unit* token_buf;
-/// The number of units in token_buf.
-extern std::size_t token_len;
+/// Gathers the identifier that begins with the unit `c` (already read) into token_buf; only the
+/// first ident_max units are kept, MARK_NOEXPAND not counted.
+void scan_id(int c);
 
-/// Gives token_buf room for identifiers of `significant` units and sets ident_max to it.
-void set_ident_max(unsigned significant);
+/// The identifier last gathered.
+class token_buf {
+ public:
+  /// At most ident_max units, MARK_NOEXPAND not counted, and a terminating zero.
+  static const unit* text() { return units_; }
+  /// The number of units in text().
+  static std::size_t len() { return len_; }
+  /// text() without the MARK_NOEXPAND and MARK_EXP_END units it may begin with.
+  static const unit* bare_text();
 
-/// Makes `text`, of ident_max units at most, the identifier last gathered.
-void set_token(const unit* text);
+  /// Makes room for identifiers of ident_max units, which does not change any more.
+  static void make_room();
 
-/// Makes its letters small ones.
-void lower_token();
+  /// Makes `text`, of ident_max units at most, the identifier last gathered.
+  static void set(const unit* text);
 
-/// token_buf without the MARK_NOEXPAND and MARK_EXP_END units it may begin with.
-const unit* token_text();
+  /// Makes its letters small ones.
+  static void lower();
 
-// The work buffer: one scratch text of fixed size, used by one construct at a time.
+ private:
+  friend void scan_id(int c);
+  static void begin();
+  static void store(int c);
+  static void take_lane();
+  template <class Unit>
+  static void take_run(Unit*& from);
+  static void end();
 
-inline constexpr std::size_t work_size = 32768;
-extern std::array<unit, work_size> work_buf;
-/// The number of units stored; the text is ended by work_end(). Both are written by these functions
-/// alone.
-extern std::size_t work_len;
+  static inline constinit unit* units_ = nullptr;
+  static inline constinit std::size_t len_ = 0;
+  static inline constinit std::size_t significant_len_ = 0;  // without MARK_NOEXPAND
+};
 
-/// Empties the work buffer.
-inline void begin_work() {
-  work_len = 0;
-}
+/// The work buffer: one scratch text of fixed size, used by one construct at a time.
+class work_buf {
+ public:
+  static constexpr std::size_t size = 32768;
 
-[[noreturn]] void work_overflow();
+  /// The first unit stored.
+  static const unit* begin() { return units_.data(); }
+  /// The number of units stored.
+  static std::size_t len() { return len_; }
+  /// The unit appended last, or zero.
+  static int last() { return len_ == 0 ? 0 : units_[len_ - 1]; }
 
-/// Appends `c` to the work buffer. Fatal message 156 when it is full.
-inline void work_save(int c) {
-  if (work_len == work_size) work_overflow();
-  work_buf[work_len++] = static_cast<unit>(c);
-}
+  /// Removes all units.
+  static void clear() { len_ = 0; }
 
-/// The same for `n` units at `text`.
-template <class Unit>
-void work_save(const Unit* text, std::size_t n) {
-  if (work_size - work_len < n) {
-    for (std::size_t i = 0; i < n; ++i) work_save(text[i]);  // up to the message
+  /// Appends `c`. Fatal message 156 when it is full.
+  static void save(int c) {
+    if (len_ == size) overflow();
+    units_[len_++] = static_cast<unit>(c);
   }
-  std::copy(text, text + n, work_buf.data() + work_len);
-  work_len += n;
-}
 
-/// Removes the unit appended last.
-inline void work_drop_last() {
-  --work_len;
-}
+  /// The same for `n` units at `text`.
+  template <class Unit>
+  static void save(const Unit* text, std::size_t n) {
+    if (size - len_ < n) {
+      for (std::size_t i = 0; i < n; ++i) save(text[i]);  // up to the message
+    }
+    std::copy(text, text + n, units_.data() + len_);
+    len_ += n;
+  }
 
-/// Ends the work buffer's text with a zero unit and returns it. Fatal message 156 when it is full.
-const unit* work_end();
+  /// Removes the unit appended last.
+  static void drop_last() { --len_; }
 
-/// Reads from `c`, already read, up to a newline or the end of input into the work buffer, gives
-/// the unit that ended it back and returns the text.
-const unit* work_rest_of_line(int c);
+  /// Ends the text with a zero unit and returns it. Fatal message 156 when it is full.
+  static const unit* text();
+
+  /// Reads from `c`, already read, up to a newline or the end of input into the empty buffer, gives
+  /// the unit that ended it back and returns the text.
+  static const unit* rest_of_line(int c);
+
+ private:
+  [[noreturn]] static void overflow();
+
+  static inline std::array<unit, size> units_;
+  static inline constinit std::size_t len_ = 0;
+};
 
 }  // namespace kv::cpp
