@@ -219,14 +219,14 @@ void do_line() {
 // The rest of the line is read by the main loop as ordinary text.
 void do_pragma() {
   sync_lines();
-  if (text_output()) out_text("#pragma ");
+  if (text_output()) outbuf::text("#pragma ");
 }
 
 void do_asm() {
   if (conditions::in_asm()) alert_msg(106);
   if (text_output()) write_line_marker();
   skip_line();
-  if (text_output()) out_text("#asm\n");
+  if (text_output()) outbuf::text("#asm\n");
   conditions::set_in_asm(true);
 }
 
@@ -234,7 +234,7 @@ void do_endasm() {
   if (!conditions::in_asm()) alert_msg(105);
   conditions::set_in_asm(false);
   if (text_output()) {
-    out_text("#endasm ");
+    outbuf::text("#endasm ");
     sync_lines();
   }
   int c;
@@ -375,7 +375,7 @@ void control_line() {
     return;
   }
   if ((d->flags & writes_newline) != 0 && text_output() && line_sync::release_one()) {
-    out_byte('\n');
+    outbuf::byte('\n');
   }
   d->carry_out();
 }

@@ -291,9 +291,9 @@ namespace {
 
 void dump_params(int nargs) {
   if (nargs <= 0) return;
-  out_byte('(');
-  for (int n = 0; n < nargs; ++n) out_text(format_string("%sval%d", n == 0 ? "" : ",", n));
-  out_byte(')');
+  outbuf::byte('(');
+  for (int n = 0; n < nargs; ++n) outbuf::text(format_string("%sval%d", n == 0 ? "" : ",", n));
+  outbuf::byte(')');
 }
 
 // How one unit of a body reads in a #define line.
@@ -310,8 +310,8 @@ void dump_body(const unit* body) {
   for (; *body != 0; ++body) {
     const std::string text = dumped_unit(*body);
     if (text.empty()) continue;
-    if (after_paste && text[0] != ' ') out_byte(' ');
-    out_text(text);
+    if (after_paste && text[0] != ' ') outbuf::byte(' ');
+    outbuf::text(text);
     after_paste = text == " ##";
   }
 }
@@ -322,12 +322,12 @@ void dump_defines() {
   for (std::size_t n = 0; n < symtab_chains; ++n) {
     for (const symbol* sym = symtab(n); sym != nullptr; sym = sym->link) {
       if (sym->body == nullptr) continue;
-      out_text("#define ");
+      outbuf::text("#define ");
       put_text16(sym->name);
       dump_params(sym->nargs);
-      out_byte(' ');
+      outbuf::byte(' ');
       dump_body(sym->body);
-      out_byte('\n');
+      outbuf::byte('\n');
     }
   }
 }

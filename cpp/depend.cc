@@ -34,8 +34,8 @@ bool is_left_out(const char* path) {
 
 void put_escaped(std::string_view path) {
   for (const char c : path) {
-    if (c == ' ') out_byte('\\');
-    out_byte(static_cast<unsigned char>(c == '\\' ? '/' : c));
+    if (c == ' ') outbuf::byte('\\');
+    outbuf::byte(static_cast<unsigned char>(c == '\\' ? '/' : c));
   }
 }
 
@@ -69,15 +69,15 @@ bool write_rule_head() {
   const auto point = target.rfind('.');
   if (point == target.npos) return false;
 
-  out_byte(' ');
+  outbuf::byte(' ');
   put_escaped(target);
-  out_text("  ");
+  outbuf::text("  ");
   put_escaped(std::string_view(target).substr(0, point));
-  out_byte('.');
-  out_text(object_extension(input.extension));
-  out_text(":  ");
+  outbuf::byte('.');
+  outbuf::text(object_extension(input.extension));
+  outbuf::text(":  ");
   put_escaped(input.stem);
-  out_text(input.extension);
+  outbuf::text(input.extension);
   return true;
 }
 
@@ -169,9 +169,9 @@ int write_dep(void* /*context*/, std::uintptr_t /*key*/, std::uintptr_t value) {
   const auto* path = reinterpret_cast<const char*>(value);
   if (settings.dep_mode == dep_gcc && !dep_head_done) dep_head_done = write_rule_head();
   if (!is_left_out(path)) {
-    out_byte(' ');
+    outbuf::byte(' ');
     put_escaped(path);
-    if (settings.dep_mode == dep_list) out_byte('\n');
+    if (settings.dep_mode == dep_list) outbuf::byte('\n');
   }
   return 0;
 }

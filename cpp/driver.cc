@@ -106,7 +106,7 @@ bool is_standard_stream(const char* path) {
 // A command line with an error says too little about what its output is to be.
 void bind_output(const char* path) {
   const bool opened = is_standard_stream(path) ? host::use_standard(standard_output)
-                                               : out_open(path, !alert_has_errors());
+                                               : outbuf::open(path, !alert_has_errors());
   if (!opened) refuse_file("output", path);
   output_end = dumps_macros() ? output_fate::undone : output_fate::left_alone;
 }
@@ -138,7 +138,7 @@ bound_input bind_files(int nfiles, char** argv) {
   dep_open_rule();
   db_claim_zip();
   if (dumps_macros()) {
-    out_discard(true);
+    outbuf::discard(true);
   } else {
     output_end = output_fate::written;
   }
@@ -293,21 +293,21 @@ void report_open_group() {
 }
 
 void write_dump() {
-  out_discard(false);
+  outbuf::discard(false);
   output_end = output_fate::written;
   dump_defines();
 }
 
 void end_output(int status) {
   if (output_end != output_fate::written) {
-    out_leave_alone(output_end == output_fate::undone);
+    outbuf::leave_alone(output_end == output_fate::undone);
     dep_end_rule(false);
     return;
   }
-  out_finish();
+  outbuf::finish();
   dep_end_rule(status == 0 && !writing_failed());
   // What a build would take for the result goes.
-  if (settings.delete_on_error && (status != 0 || writing_failed())) out_remove();
+  if (settings.delete_on_error && (status != 0 || writing_failed())) outbuf::remove();
 }
 
 // Whether all input has been read. A run that ends before still tells what it has done.

@@ -283,7 +283,7 @@ void opt_dump(const option_call&) {
 }
 
 void opt_version(const option_call&) {
-  out_text(version_banner());
+  outbuf::text(version_banner());
   alert_leave(0);
 }
 
@@ -381,7 +381,7 @@ constexpr option options[] = {
 
 void opt_help(const option_call&) {
   std::vector<option_doc> rows(std::begin(options), std::end(options));
-  out_text(usage_page(rows));
+  outbuf::text(usage_page(rows));
   alert_leave(0);
 }
 

@@ -33,7 +33,7 @@ struct {
 void out_number(int n) {
   char digits[16];
   const char* end = std::to_chars(digits, digits + sizeof digits, n).ptr;
-  out_bytes(digits, static_cast<std::size_t>(end - digits));
+  outbuf::bytes(digits, static_cast<std::size_t>(end - digits));
 }
 
 // Writes the name of the file unless the last marker with a name has the same.
@@ -45,24 +45,24 @@ void write_changed_name(const file_input& file) {
   last_marker.text = name;
   last_marker.path = path;
   last_marker.written = true;
-  out_text(" \"");
+  outbuf::text(" \"");
   if (path != nullptr) {
-    out_text(path);
+    outbuf::text(path);
   } else {
     put_text16(file.line_name);
   }
-  out_byte('"');
+  outbuf::byte('"');
 }
 
 // What begins a line of a marker: a newline, which leaves an empty line before a marker of the
 // program's own layout. Other compilers would count that line.
 void start_line() {
-  if (!settings.gcc_markers || !out_at_line_start()) out_byte('\n');
+  if (!settings.gcc_markers || !outbuf::at_line_start()) outbuf::byte('\n');
 }
 
 void write_plain_marker() {
   start_line();
-  out_text("# ");
+  outbuf::text("# ");
   out_number(cur_line);
   if (in_file_frame()) write_changed_name(*frame_read()->file);
 }
@@ -101,13 +101,13 @@ std::string marker_name(const open_file& file) {
 
 void write_gcc_line(const entered_file& file, std::string_view flag) {
   start_line();
-  out_text("# ");
+  outbuf::text("# ");
   out_number(file.line);
-  out_text(" \"");
-  out_text(file.name);
-  out_byte('"');
-  out_text(flag);
-  if (file.system) out_text(flag_system);
+  outbuf::text(" \"");
+  outbuf::text(file.name);
+  outbuf::byte('"');
+  outbuf::text(flag);
+  if (file.system) outbuf::text(flag_system);
 }
 
 void enter_file(const open_file& file, std::string_view flag) {
@@ -161,19 +161,19 @@ void write_gcc_marker() {
 }  // namespace
 
 void put_char_out(int c) {
-  if (text_output() && !is_dropped_marker(c)) out_byte(static_cast<unsigned char>(c));
+  if (text_output() && !is_dropped_marker(c)) outbuf::byte(static_cast<unsigned char>(c));
 }
 
 void put_text16(const unit* text) {
   for (; *text != 0; ++text) {
-    if (!is_dropped_marker(*text)) out_byte(static_cast<unsigned char>(*text));
+    if (!is_dropped_marker(*text)) outbuf::byte(static_cast<unsigned char>(*text));
   }
 }
 
 void write_line_marker() {
   if (conditions::in_asm()) {
     start_line();
-    out_text("#endasm");
+    outbuf::text("#endasm");
     count_line(-1);
   }
   if (settings.gcc_markers) {
@@ -183,10 +183,10 @@ void write_line_marker() {
   }
   if (conditions::in_asm()) {
     start_line();
-    out_text("#asm");
+    outbuf::text("#asm");
     count_line();
   }
-  out_byte('\n');
+  outbuf::byte('\n');
   line_sync::settle();
 }
 
@@ -195,7 +195,7 @@ void sync_lines() {
     if ((line_sync::renumbers() && in_file_frame()) || line_sync::held() >= marker_threshold) {
       write_line_marker();
     } else {
-      while (line_sync::release_one()) out_byte('\n');
+      while (line_sync::release_one()) outbuf::byte('\n');
     }
   }
   line_sync::settle();

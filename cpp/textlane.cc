@@ -60,16 +60,16 @@ line_stop copy_tokens(unsigned char* p, unsigned char* newline_at) {
         token = lane::skip_blanks(behind);
         resume = token != behind ? behind : behind - 1;  // a blank, for the comment
       }
-      out_bytes(run, static_cast<std::size_t>(p - run));
+      outbuf::bytes(run, static_cast<std::size_t>(p - run));
       run = token;
       end = const_cast<unsigned char*>(
           lane::end_of_token(static_cast<const unsigned char*>(token), macro));
       if (end == nullptr) return {*token == '\n' ? token : resume, nullptr};
-      if (token != p) out_byte(' ');
+      if (token != p) outbuf::byte(' ');
     }
     p = end;
     if (macro != nullptr) {
-      out_bytes(run, static_cast<std::size_t>(token - run));
+      outbuf::bytes(run, static_cast<std::size_t>(token - run));
       return {end, macro};
     }
   }
@@ -83,13 +83,13 @@ struct output_sink {
 
   static bool expands(const input_frame* /*f*/) { return true; }
   static const unit* run(const unit* at) { return at; }
-  static void blank() { out_byte(' '); }
-  static bool takes(const argument& arg) { return arg.len + copy_slack <= out_size; }
+  static void blank() { outbuf::byte(' '); }
+  static bool takes(const argument& arg) { return arg.len + copy_slack <= outbuf::size; }
   static expansion expand(symbol* sym) {
     return expand_name(sym) ? expansion::done : expansion::none;
   }
   static void units(const unit* at, const unit* end) {
-    out_units(at, static_cast<std::size_t>(end - at));
+    outbuf::units(at, static_cast<std::size_t>(end - at));
   }
   static void word(const unit* at, const unit* end, bool /*mark*/) { units(at, end); }
   static const unit* singles(const unit* at) {
@@ -99,7 +99,7 @@ struct output_sink {
     return end;
   }
 };
-static_assert(out_size > frame_capacity + copy_slack);
+static_assert(outbuf::size > frame_capacity + copy_slack);
 
 // Moves on to the next line of text, past empty ones, with the newline of this one written. Returns
 // false at the start of a line that may be another.
@@ -139,7 +139,7 @@ lane_stop copy_plain_text() {
     } else if (*f->rdptr != '\n') {
       return lane_stop::in_line;
     } else {
-      out_byte('\n');
+      outbuf::byte('\n');
       if (!next_text_line(f)) return lane_stop::at_line_start;
     }
   }

@@ -145,7 +145,7 @@ void tick() {
 // Counts what has been written since the last time to the file that is being read.
 void count_output() {
   watcher& o = w();
-  const std::uint64_t now = out_count();
+  const std::uint64_t now = outbuf::count();
   if (!o.open.empty()) {
     o.run.files[static_cast<std::size_t>(o.open.back().file)].self_output += now - o.last_output;
   }
@@ -354,8 +354,8 @@ void begin_call() {
   o.top.active = true;
   o.top.at = here();
   // The result is taken from the block in which the output gathers.
-  if (out_room() < 2 * limits::text) out_flush();
-  o.top.written = out_count();
+  if (outbuf::room() < 2 * limits::text) outbuf::flush();
+  o.top.written = outbuf::count();
   if (const observed_condition* c = current_condition()) o.top.evaluated = c->evaluated.size();
 }
 
@@ -369,7 +369,7 @@ void end_call() {
     if (name.value.starts_with(' ')) name.value.erase(0, 1);
   }
   if (o.top.call < 0 || o.outside_calls != run_phase::text || !text_output()) return;
-  const std::string_view result = out_last(out_count() - o.top.written);
+  const std::string_view result = outbuf::last(outbuf::count() - o.top.written);
   if (result.data() == nullptr) return;
   observed_call& call = o.run.calls[static_cast<std::size_t>(o.top.call)];
   call.has_result = true;
@@ -665,7 +665,7 @@ void begin(std::vector<std::string> command, const char* input_name) {
   o.run.input = input_name;
   o.run.started = static_cast<std::int64_t>(std::time(nullptr));
   o.last_ns = host::monotonic_ns();
-  o.last_output = out_count();
+  o.last_output = outbuf::count();
   for (std::size_t n = 0; n < symtab_chains; ++n) {
     for (const symbol* sym = symtab(n); sym != nullptr; sym = sym->link) note_initial_macro(sym);
   }
@@ -682,7 +682,7 @@ const observed_run& end(int status, bool complete) {
   alert_set_listener(nullptr);
   o.run.status = status;
   o.run.complete = complete;
-  o.run.bytes_written = out_count();
+  o.run.bytes_written = outbuf::count();
   find_effects(o.run);
   choose_calls(o.run);
   return o.run;
