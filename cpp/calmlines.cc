@@ -210,7 +210,7 @@ void take_calm_lines() {
     if (result == outcome::refused) return;
     if (result == outcome::read_on) continue;
     f->rdptr = f->line_end;
-    count_line();
+    line_number::count();
     line_sync::hold();
   }
 }

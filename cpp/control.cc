@@ -210,7 +210,7 @@ void do_line() {
   const unit* text = work_buf::rest_of_line(skip_ws());
   const int number = str16_atoi(text);
   while (char_class(*text) == CT_DIGIT || is_blank(*text)) ++text;
-  number_line(number);
+  line_number::set_next(number);
   if (*text != 0) name_file(line_name_copy(text));
   line_sync::renumber();
   expect_line_end();

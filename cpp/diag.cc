@@ -185,8 +185,8 @@ void set_msg_position() {
     portable_position.name = widened(portable_path(f->file->path));
     name = portable_position.name.c_str();
   }
-  alert_set_position(name, reinterpret_cast<const unsigned*>(&cur_line), &msg_line_start,
-                     &msg_cursor);
+  const int& line = cur_line;
+  alert_set_position(name, reinterpret_cast<const unsigned*>(&line), &msg_line_start, &msg_cursor);
 }
 
 void write_notes() {
@@ -212,7 +212,7 @@ void echo_source_line(const unit* line, const unit* file) {
     last_echo_name = file;
   }
   if (tagged) text += 'L';
-  text += format_string(settings.listing_style == 0 ? "%6d:\t" : "%d:", cur_line);
+  text += format_string(settings.listing_style == 0 ? "%6d:\t" : "%d:", int{cur_line});
   append_narrow(text, line);
   write_error_text(text);
 }

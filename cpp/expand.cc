@@ -393,7 +393,7 @@ void check_argument_count(const macro_call& call) {
 
 void push_line_number(const symbol* sym) {
   char digits[16];
-  format_text(digits, sizeof digits, "%d", cur_line);
+  format_text(digits, sizeof digits, "%d", int{cur_line});
   unit text[16];
   str8to16(text, digits);
   push_value(sym, text);

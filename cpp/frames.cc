@@ -16,17 +16,18 @@
 
 namespace kv::cpp {
 
-input_frame* cur_frame = nullptr;
-input_frame* base_frame = nullptr;
-int cur_line = 0;
+struct frame_stack {
+  static input_frame* push();
+  static void drop_top();
+  static void begin_file();
+  static void free_base();
 
-namespace {
-
-// Frames pushed in the run; addresses are used again, these numbers are not.
-unsigned frames_pushed = 0;
+  // Frames pushed in the run; addresses are used again, these numbers are not.
+  static inline constinit unsigned pushed = 0;
+};
 
 // A frame without a file, with no text yet, on top of the stack.
-inline input_frame* push_frame() {
+inline input_frame* frame_stack::push() {
   auto* f = reinterpret_cast<input_frame*>(arena::alloc(sizeof(input_frame)));
   f->rdptr = f->line_end = nullptr;
   f->file = nullptr;
@@ -35,23 +36,36 @@ inline input_frame* push_frame() {
   f->args = nullptr;
   f->arg_count = 0;
   f->depth = 0;
-  f->serial = ++frames_pushed;
+  f->serial = ++pushed;
   f->at_end = f->given_back = false;
   f->parent = cur_frame;
   if (cur_frame != nullptr) {
     cur_frame->saved_line = cur_line;
     f->depth = cur_frame->depth;
   }
-  cur_frame = f;
+  cur_frame.value_ = f;
   return f;
 }
 
-void drop_top_frame() {
+void frame_stack::drop_top() {
   input_frame* const f = cur_frame;
-  cur_frame = f->parent;
+  cur_frame.value_ = f->parent;
   if (f != base_frame) arena::release(f);
-  if (cur_frame != nullptr) cur_line = cur_frame->saved_line;
+  if (cur_frame != nullptr) line_number::set(cur_frame->saved_line);
 }
+
+// Makes the frame on top, which has just become a file's, stand in its first line.
+void frame_stack::begin_file() {
+  if (base_frame == nullptr) base_frame.value_ = cur_frame;
+  line_number::set(1);
+}
+
+void frame_stack::free_base() {
+  if (base_frame != nullptr) arena::release(base_frame);
+  base_frame.value_ = nullptr;
+}
+
+namespace {
 
 void set_text(input_frame* f, const unit* text) {
   f->text = f->txptr = text;
@@ -65,7 +79,7 @@ T* alloc_with_frame(std::size_t n) {
 }  // namespace
 
 void push_file_frame(source_file* source, const char* path) {
-  input_frame* const f = push_frame();
+  input_frame* const f = frame_stack::push();
   const std::size_t len = std::strlen(path);
   unit* const name = alloc_with_frame<unit>(len + 1);
   str8to16(name, path);
@@ -73,14 +87,8 @@ void push_file_frame(source_file* source, const char* path) {
   *f->file = {source, path, name, nullptr, nullptr, nullptr};
   set_text(f, u"");
   f->depth = 0;
-  if (base_frame == nullptr) base_frame = f;
-  cur_line = 1;
+  frame_stack::begin_file();
   if (observing) observe::file_pushed(source, path);
-}
-
-void number_line(int number) {
-  cur_line = number;
-  count_line(-1);
 }
 
 void name_file(const unit* name) {
@@ -94,7 +102,7 @@ void name_file(const unit* name) {
 }
 
 void push_text(const unit* text) {
-  input_frame* const f = push_frame();
+  input_frame* const f = frame_stack::push();
   const auto size = static_cast<std::size_t>(str16_len(text)) + 1;
   unit* const copy = alloc_with_frame<unit>(size);
   std::memcpy(copy, text, size * sizeof(unit));
@@ -115,7 +123,7 @@ void push_given_back(int c) {
 }
 
 void push_expansion(symbol* macro) {
-  input_frame* const f = push_frame();
+  input_frame* const f = frame_stack::push();
   f->macro = macro;
   ++f->depth;
   ++macro->frame_refs;
@@ -158,7 +166,7 @@ void push_argument(int n) {
   symbol* const macro = expansion->macro;
   if (macro == nullptr || n >= macro->nargs) alert_msg_fatal(152, n);
   if (n >= expansion->arg_count) return;
-  input_frame* const f = push_frame();
+  input_frame* const f = frame_stack::push();
   set_text(f, expansion->args[n].text);
   f->arg_of = macro;
   --macro->disable;
@@ -174,7 +182,7 @@ void remove_text_frame() {
     ++f->arg_of->disable;
   }
   if (observing) observe::text_ends();
-  drop_top_frame();
+  frame_stack::drop_top();
 }
 
 void remove_file_frame() {
@@ -183,12 +191,11 @@ void remove_file_frame() {
   source_close(file.source);
   std::free(const_cast<unit*>(file.line_name));
   file.line_name = nullptr;
-  drop_top_frame();
+  frame_stack::drop_top();
 }
 
 void free_base_frame() {
-  if (base_frame != nullptr) arena::release(base_frame);
-  base_frame = nullptr;
+  frame_stack::free_base();
 }
 
 bool sym_eligible(const symbol* sym) {

@@ -9,6 +9,7 @@
 
 #include <cstddef>
 
+#include "cpp/owned.h"
 #include "cpp/text16.h"
 
 namespace kv::cpp {
@@ -50,18 +51,30 @@ struct input_frame {
 };
 
 /// The top of the frame stack, null once all input is consumed.
-extern input_frame* cur_frame;
+inline constinit owned<input_frame*, struct frame_stack> cur_frame{nullptr};
 /// The primary input's frame.
-extern input_frame* base_frame;
+inline constinit owned<input_frame*, struct frame_stack> base_frame{nullptr};
 /// The line number of the current file position.
-extern int cur_line;
-/// Moves cur_line by one line. #line can set it to any value, so it wraps like unsigned numbers do.
-inline void count_line(int by = 1) {
-  cur_line = static_cast<int>(static_cast<unsigned>(cur_line) + static_cast<unsigned>(by));
-}
+inline constinit owned<int, class line_number> cur_line{0};
 
-/// Makes `number` that of the next line (#line).
-void number_line(int number);
+/// What moves cur_line.
+class line_number {
+ public:
+  /// Moves it by one line. #line can set it to any value, so it wraps like unsigned numbers do.
+  static void count(int by = 1) {
+    set(static_cast<int>(static_cast<unsigned>(cur_line) + static_cast<unsigned>(by)));
+  }
+
+  /// Makes `number` that of the next line (#line).
+  static void set_next(int number) {
+    set(number);
+    count(-1);
+  }
+
+ private:
+  friend struct frame_stack;
+  static void set(int number) { cur_line.value_ = number; }
+};
 
 /// Makes `name`, from str16_dup(), the name of the file that is being read, for markers and
 /// __FILE__; without one, frees it.

@@ -52,7 +52,7 @@ unsigned char* ahead_limit(const input_frame* f) {
 }
 
 void pass_over_lines(input_frame* f, unsigned char* last, unsigned char* end, int count) {
-  count_line(count);
+  line_number::count(count);
   f->file->line_start = last;
   f->rdptr = f->line_end = end;
   f->file->source->next = end;

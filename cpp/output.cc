@@ -174,7 +174,7 @@ void write_line_marker() {
   if (conditions::in_asm()) {
     start_line();
     outbuf::text("#endasm");
-    count_line(-1);
+    line_number::count(-1);
   }
   if (settings.gcc_markers) {
     write_gcc_marker();
@@ -184,7 +184,7 @@ void write_line_marker() {
   if (conditions::in_asm()) {
     start_line();
     outbuf::text("#asm");
-    count_line();
+    line_number::count();
   }
   outbuf::byte('\n');
   line_sync::settle();

@@ -232,7 +232,7 @@ struct comment_text {
     }
     line_sync::renumber();
     f->rdptr = f->line_end;  // the first newline is that of the current line
-    count_line();
+    line_number::count();
     if (lines > 1) pass_over_lines(f, last, line, lines - 1);
     // Without a newline behind it the line does not end here, and may be moved to be completed.
     if (p == line || p == limit || !load_line(f)) return;
@@ -310,7 +310,7 @@ bool ends_with_newline(const input_frame* f) {
 int translate(const input_frame* f, int c) {
   switch (c) {
     case '\n':
-      if (f->file != nullptr) count_line();
+      if (f->file != nullptr) line_number::count();
       return c;
     case ';':
       return semicolon_comments && !raw_reading::on() ? comment(c) : c;
@@ -448,7 +448,7 @@ int take_line_end() {
   if (f->rdptr != f->line_end) {
     if (*f->rdptr != '\n') return read_on;
     ++f->rdptr;
-    count_line();
+    line_number::count();
     return '\n';
   }
   if (at_line_end(f) && load_line(f) && plain::in_file(*f->rdptr)) return *f->rdptr++;
@@ -495,7 +495,7 @@ void step_back() {
     --prelude_pos;
   } else {
     if (f->rdptr == f->file->line_start) alert_msg_fatal(159);
-    if (*--f->rdptr == '\n') count_line(-1);
+    if (*--f->rdptr == '\n') line_number::count(-1);
   }
 }
 

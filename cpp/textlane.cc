@@ -106,7 +106,7 @@ static_assert(outbuf::size > frame_capacity + copy_slack);
 bool next_text_line(input_frame* f) {
   for (;;) {
     ++f->rdptr;
-    count_line();
+    line_number::count();
     if (!load_line(f)) return false;
     f->rdptr = lane::skip_blanks(f->rdptr);
     if (*f->rdptr != '\n') break;
