@@ -27,6 +27,16 @@ struct retired_body {
   unit* text;
 };
 
+struct table_changes {
+  template <class Unit>
+  static void entered(const Unit* name, std::size_t len) {
+    ++names_entered.value_;
+    const std::size_t shape = len == 0 ? 0 : name_shapes::shape_of(name, len);
+    name_shapes::bits_[shape / 64] |= std::uint64_t{1} << (shape % 64);
+  }
+  static void removed() { ++names_removed.value_; }
+};
+
 namespace {
 
 // The index: linear probing over a power of two slots, at most half of them in use, so a search for
@@ -242,17 +252,11 @@ symbol* enter_new(const Unit* name, std::size_t len) {
   sym->key = name_key(name, len);
   chain_insert(sym);
   index_insert(sym);
-  ++names_entered;
-  const std::size_t shape = len == 0 ? 0 : name_shape(name, len);
-  name_shapes[shape / 64] |= std::uint64_t{1} << (shape % 64);
+  table_changes::entered(name, len);
   return sym;
 }
 
 }  // namespace
-
-std::array<std::uint64_t, name_shapes_size / 64> name_shapes;
-std::uint32_t names_entered = 1;
-std::uint32_t names_removed = 1;
 
 // The bytes are taken eight at a time, the last eight overlapping what came before; reading past a
 // short name is what name_slack allows for.
@@ -328,7 +332,7 @@ void sym_remove(symbol* sym) {
   if (observing) observe::macro_removed(sym);
   chain_remove(sym);
   index_remove(sym);
-  ++names_removed;
+  table_changes::removed();
   sym->removed = true;
   if (sym->frame_refs == 0) free_record(sym);
 }

@@ -11,6 +11,7 @@
 #include <cstdint>
 
 #include "cpp/lanes.h"
+#include "cpp/owned.h"
 #include "cpp/text16.h"
 
 namespace kv::cpp {
@@ -66,29 +67,40 @@ symbol* sym_search(const unsigned char* name, std::size_t len);
 
 /// Goes up by one with every name entered, from 1: what is known of a text that names no macro
 /// holds as long as it stays.
-extern std::uint32_t names_entered;
+inline constinit owned<std::uint32_t, struct table_changes> names_entered{1};
 
 /// Goes up by one with every record taken out, from 1: what was found stays found as long as it
 /// stays.
-extern std::uint32_t names_removed;
+inline constinit owned<std::uint32_t, struct table_changes> names_removed{1};
 
 /// The shapes of all names entered so far: a name's length, first and last unit, modulo the size of
 /// this set of bits. Nearly all identifiers of a text are no macros, and most of those are told by
 /// their shape alone.
-inline constexpr std::size_t name_shapes_size = 65536;
-extern std::array<std::uint64_t, name_shapes_size / 64> name_shapes;
+class name_shapes {
+ public:
+  /// Whether the name of `len` units, at least one, has the shape of one entered.
+  template <class Unit>
+  static bool hold(const Unit* name, std::size_t len) {
+    const std::size_t shape = shape_of(name, len);
+    return (bits_[shape / 64] >> (shape % 64) & 1U) != 0;
+  }
 
-template <class Unit>
-std::size_t name_shape(const Unit* name, std::size_t len) {
-  return (name[0] + name[len - 1] * std::size_t{151} + len * 1031) % name_shapes_size;
-}
+ private:
+  friend struct table_changes;
+
+  template <class Unit>
+  static std::size_t shape_of(const Unit* name, std::size_t len) {
+    return (name[0] + name[len - 1] * std::size_t{151} + len * 1031) % size;
+  }
+
+  static constexpr std::size_t size = 65536;
+  static inline constinit std::array<std::uint64_t, size / 64> bits_ = {};
+};
 
 /// The record of the name of `len` units, at least one, or null.
 template <class Unit>
 symbol* sym_find(const Unit* name, std::size_t len) {
-  const std::size_t shape = name_shape(name, len);
-  const bool known_shape = (name_shapes[shape / 64] >> (shape % 64) & 1U) != 0;
-  return known_shape ? sym_search(name, len) : nullptr;
+  return name_shapes::hold(name, len) ? sym_search(name, len) : nullptr;
 }
 
 /// Removes the record of `name` (zero-ended) if there is one. With `remove` set returns a non-null
