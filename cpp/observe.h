@@ -15,6 +15,7 @@
 #include <vector>
 
 #include "cpp/observed.h"
+#include "cpp/owned.h"
 #include "cpp/text16.h"
 
 namespace kv::cpp {
@@ -24,7 +25,7 @@ struct source_file;
 struct symbol;
 
 /// Whether the run is watched. The functions of observe:: are called only while it is.
-extern bool observing;
+inline constinit owned<bool, struct watch_switch> observing{false};
 
 namespace observe {
 

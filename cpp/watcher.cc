@@ -33,7 +33,9 @@
 
 namespace kv::cpp {
 
-bool observing = false;
+struct watch_switch {
+  static void turn(bool on) { observing.value_ = on; }
+};
 
 namespace observe {
 
@@ -670,7 +672,7 @@ void begin(std::vector<std::string> command, const char* input_name) {
     for (const symbol* sym = symtab(n); sym != nullptr; sym = sym->link) note_initial_macro(sym);
   }
   alert_set_listener(note_message);
-  observing = true;
+  watch_switch::turn(true);
 }
 
 const observed_run& end(int status, bool complete) {
@@ -678,7 +680,7 @@ const observed_run& end(int status, bool complete) {
   if (!observing) return o.run;
   while (!o.open.empty()) leave_file();
   tick();
-  observing = false;
+  watch_switch::turn(false);
   alert_set_listener(nullptr);
   o.run.status = status;
   o.run.complete = complete;
