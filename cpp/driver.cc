@@ -176,9 +176,7 @@ void start(int argc, char** argv) {
   if (dep_lists_headers() || db_tracing(db_adt)) {
     list_opened_headers();
   }
-  if (settings.source_name[0] == 0 && !is_standard_stream(input.path)) {
-    settings.source_name = input.path;
-  }
+  if (!is_standard_stream(input.path)) name_source(input.path);
   copy_comments_to(put_char_out);
   push_file(source_open(input.fd, {"input", input.path}), settings.source_name);
   if (settings.macro_report) report_table();

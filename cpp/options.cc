@@ -38,7 +38,14 @@
 
 namespace kv::cpp {
 
+struct settings_writer {
+  static constexpr run_settings& all = chosen_settings.value_;
+};
+
 namespace {
+
+// The settings, to be written.
+constexpr run_settings& chosen = settings_writer::all;
 
 bool is_digit(char c) {
   return c >= '0' && c <= '9';
@@ -116,7 +123,7 @@ void opt_output(const option_call& o) {
 }
 
 void opt_dep(const option_call& o) {
-  take_path_beside(o, settings.dep_file);
+  take_path_beside(o, chosen.dep_file);
 }
 
 void opt_dep_target(const option_call& o) {
@@ -126,11 +133,11 @@ void opt_dep_target(const option_call& o) {
 }
 
 void opt_dep_phony(const option_call&) {
-  settings.dep_phony = true;
+  chosen.dep_phony = true;
 }
 
 void opt_delete_on_error(const option_call&) {
-  settings.delete_on_error = true;
+  chosen.delete_on_error = true;
 }
 
 // Sets `setting` when the option's word is "gcc", the one layout beside the program's own.
@@ -142,17 +149,17 @@ bool choose_gcc_layout(const option_call& o, bool& setting) {
 }
 
 void opt_markers(const option_call& o) {
-  choose_gcc_layout(o, settings.gcc_markers);
+  choose_gcc_layout(o, chosen.gcc_markers);
 }
 
 void opt_messages(const option_call& o) {
-  if (!choose_gcc_layout(o, settings.gcc_messages)) return;
+  if (!choose_gcc_layout(o, chosen.gcc_messages)) return;
   alert_use_gcc_layout();
   alert_set_notes(write_notes);
 }
 
 void opt_comments(const option_call&) {
-  settings.keep_comments = true;
+  chosen.keep_comments = true;
 }
 
 void opt_define(const option_call& o) {
@@ -166,8 +173,8 @@ void opt_define(const option_call& o) {
 void opt_errors(const option_call& o) {
   if (o.rest[0] == 0) return;
   if (is_digit(o.rest[0]) && o.rest[1] == 0) {
-    settings.listing_style = o.rest[0] - '0';
-    settings.gcc_messages = false;
+    chosen.listing_style = o.rest[0] - '0';
+    chosen.gcc_messages = false;
     alert_use_formats(settings.listing_style);
   } else {
     // Where the file cannot be opened, messages go on to standard error.
@@ -177,11 +184,11 @@ void opt_errors(const option_call& o) {
 }
 
 void opt_file_name(const option_call& o) {
-  if (o.rest[0] != 0) settings.source_name = o.rest;
+  if (o.rest[0] != 0) chosen.source_name = o.rest;
 }
 
 void opt_show_includes(const option_call&) {
-  settings.show_includes = true;
+  chosen.show_includes = true;
 }
 
 void opt_include_dir(const option_call& o) {
@@ -194,9 +201,9 @@ void opt_dependencies(const option_call& o) {
   } else if (o.rest[0] == 0) {
     alert_msg_fatal(1448);
   } else if (same_nocase(o.rest, "gcc")) {
-    settings.dep_mode = dep_gcc;
+    chosen.dep_mode = dep_gcc;
   } else if (same_nocase(o.rest, "list")) {
-    settings.dep_mode = dep_list;
+    chosen.dep_mode = dep_list;
   } else {
     alert_msg_fatal(1449, o.rest);
   }
@@ -204,9 +211,9 @@ void opt_dependencies(const option_call& o) {
 
 void opt_names(const option_call& o) {
   if (o.rest[0] == 0) {
-    ++settings.no_predef;
+    ++chosen.no_predef;
   } else {
-    settings.ident_max = static_cast<unsigned>(decimal(o.rest));
+    chosen.ident_max = static_cast<unsigned>(decimal(o.rest));
   }
 }
 
@@ -246,11 +253,11 @@ void opt_undefine(const option_call& o) {
 }
 
 void opt_show_search(const option_call&) {
-  settings.show_search_path = true;
+  chosen.show_search_path = true;
 }
 
 void opt_warnings(const option_call& o) {
-  if (is_digit(o.rest[0]) || o.rest[0] == '-') settings.warn_level = decimal(o.rest);
+  if (is_digit(o.rest[0]) || o.rest[0] == '-') chosen.warn_level = decimal(o.rest);
   if (std::strchr(o.rest, '!') != nullptr) alert_set_warnfail(1);
   alert_set_warnlevel(settings.warn_level);
 }
@@ -260,7 +267,7 @@ void opt_edf(const option_call& o) {
 }
 
 void opt_udf(const option_call& o) {
-  report_open(o.rest);
+  chosen.macro_report = report_open(o.rest);
 }
 
 void opt_report(const option_call& o) {
@@ -274,12 +281,12 @@ void opt_msgdisable(const option_call& o) {
 }
 
 void opt_emax(const option_call& o) {
-  settings.max_errors = decimal(o.rest);
+  chosen.max_errors = decimal(o.rest);
   set_maxerrors(settings.max_errors);
 }
 
 void opt_dump(const option_call&) {
-  settings.dump_macros = true;
+  chosen.dump_macros = true;
 }
 
 void opt_version(const option_call&) {
@@ -294,12 +301,12 @@ void opt_promote(const option_call& o) {
 [[noreturn]] void opt_help(const option_call&);
 
 void opt_cmode(const option_call& o) {
-  settings.cmode_asm = cmode_set(o.rest) == CMODE_TSASM;
+  chosen.cmode_asm = cmode_set(o.rest) == CMODE_TSASM;
   set_semicolon_comments(settings.cmode_asm);
 }
 
 void opt_dep_nosys(const option_call&) {
-  settings.dep_nosys = true;
+  chosen.dep_nosys = true;
 }
 
 void opt_include(const option_call& o) {
@@ -489,7 +496,7 @@ int parse_options(int argc, char** argv, const char* cmd_file_arg) {
     }
   }
   if (output_option != nullptr) nfiles = add_output_argument(nfiles, argv);
-  settings.ident_max = std::clamp(settings.ident_max, ident_max_least, ident_max_most);
+  chosen.ident_max = std::clamp(settings.ident_max, ident_max_least, ident_max_most);
   token_buf::make_room();
   if (settings.macro_report) report_command_line(argc, command_line.data());
   if (page_is_open()) {
@@ -497,6 +504,10 @@ int parse_options(int argc, char** argv, const char* cmd_file_arg) {
   }
   if (nfiles > 3) alert_msg(110);
   return nfiles;
+}
+
+void name_source(const char* path) {
+  if (settings.source_name[0] == 0) chosen.source_name = path;
 }
 
 }  // namespace kv::cpp

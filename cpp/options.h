@@ -14,4 +14,7 @@ void define_startup_macros();
 /// came from one, else null; the trace shows it.
 int parse_options(int argc, char** argv, const char* cmd_file_arg);
 
+/// Names the primary input `path`, unless an option has named it.
+void name_source(const char* path);
+
 }  // namespace kv::cpp

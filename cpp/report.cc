@@ -36,10 +36,10 @@ void body_unit(int c) {
 
 }  // namespace
 
-void report_open(const char* path) {
-  settings.macro_report =
-      html_open(path, "CPP information for ", path, "udf_styles.css") != nullptr;
+bool report_open(const char* path) {
+  const bool open = html_open(path, "CPP information for ", path, "udf_styles.css") != nullptr;
   html_frames(3);
+  return open;
 }
 
 void report_command_line(int argc, char* const* argv) {

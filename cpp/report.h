@@ -5,8 +5,9 @@ namespace kv::cpp {
 
 struct symbol;
 
-/// Opens the report on `path` (--udf=) and sets up its frames. Fatal when `path` cannot be created.
-void report_open(const char* path);
+/// Opens the report on `path` (--udf=) and sets up its frames. Returns whether it is open. Fatal
+/// when `path` cannot be created.
+bool report_open(const char* path);
 
 /// Writes the command line, the section after the options have been read.
 void report_command_line(int argc, char* const* argv);

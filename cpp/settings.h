@@ -1,6 +1,8 @@
 // What the command line has set for the run. Nothing below it knows how an option is spelled.
 #pragma once
 
+#include "cpp/owned.h"
+
 namespace kv::cpp {
 
 // The values of `dep_mode`.
@@ -33,7 +35,8 @@ struct run_settings {
   bool gcc_markers = false;        ///< --markers=gcc: markers that other programs read
   bool gcc_messages = false;       ///< --messages=gcc: messages that other programs read
 };
-extern run_settings settings;
+inline constinit owned<run_settings, struct settings_writer> chosen_settings{run_settings{}};
+inline constexpr const run_settings& settings = chosen_settings;
 
 /// Whether preprocessed text is written: not while dependencies are listed.
 inline bool text_output() {

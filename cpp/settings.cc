@@ -1,7 +1,0 @@
-#include "cpp/settings.h"
-
-namespace kv::cpp {
-
-constinit run_settings settings;
-
-}  // namespace kv::cpp
