@@ -32,10 +32,11 @@ bool no_arg_subst = false;
 
 bool semicolon_comments = false;
 
-// The prelude, and the position in it of the next byte to deliver. Everything before the first line
-// of the outermost frame comes from there.
-std::string prelude;
-std::size_t prelude_pos = 0;
+// Everything before the first line of the outermost frame comes from here.
+struct {
+  std::string text;
+  std::size_t pos = 0;  // of the next byte to deliver
+} prelude;
 
 // Where reading stands: before a unit of the frame on top. No two places of a run are the same.
 struct place {
@@ -62,7 +63,7 @@ place here() {
   const input_frame* f = cur_frame;
   if (f == nullptr) return {};
   if (f->file == nullptr) return {f->serial, 0, f->txptr + (f->at_end ? 1 : 0)};
-  if (f->file->line_start == nullptr) return {f->serial, 0, prelude.data() + prelude_pos};
+  if (f->file->line_start == nullptr) return {f->serial, 0, prelude.text.data() + prelude.pos};
   return {f->serial, lines_loaded(), f->rdptr};
 }
 
@@ -329,8 +330,8 @@ int translate(const input_frame* f, int c) {
 }
 
 int take_from_file(input_frame* f) {
-  if (f->parent == nullptr && prelude_pos < prelude.size()) {
-    return static_cast<unsigned char>(prelude[prelude_pos++]);
+  if (f->parent == nullptr && prelude.pos < prelude.text.size()) {
+    return static_cast<unsigned char>(prelude.text[prelude.pos++]);
   }
   if (f->rdptr == f->line_end && !load_line(f)) {
     remove_file_frame();
@@ -457,7 +458,7 @@ int take_line_end() {
 }  // namespace
 
 void read_first(std::string_view text) {
-  prelude += text;
+  prelude.text += text;
 }
 
 void copy_comments_to(void (*sink)(int c)) {
@@ -491,8 +492,8 @@ void step_back() {
       if (f->txptr == f->text) alert_msg_fatal(159);
       --f->txptr;
     }
-  } else if (f->parent == nullptr && f->file->line_start == nullptr && prelude_pos > 0) {
-    --prelude_pos;
+  } else if (f->parent == nullptr && f->file->line_start == nullptr && prelude.pos > 0) {
+    --prelude.pos;
   } else {
     if (f->rdptr == f->file->line_start) alert_msg_fatal(159);
     if (*--f->rdptr == '\n') line_number::count(-1);
