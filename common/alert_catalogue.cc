@@ -192,18 +192,13 @@ bool parse_number(std::string_view field, std::uint32_t& number) {
 alert_type parse_type(std::string_view field) {
   switch (field.front()) {
     case 'F':
-    case 'f':
-      return ALERT_FATAL;
+    case 'f': return ALERT_FATAL;
     case 'E':
-    case 'e':
-      return ALERT_ERROR;
+    case 'e': return ALERT_ERROR;
     case 'M':
-    case 'm':
-      return ALERT_MESSAGE;
-    case '-':
-      return ALERT_WARNING;
-    default:
-      return field.front() >= '0' && field.front() <= '9' ? ALERT_WARNING : ALERT_NONE;
+    case 'm': return ALERT_MESSAGE;
+    case '-': return ALERT_WARNING;
+    default: return field.front() >= '0' && field.front() <= '9' ? ALERT_WARNING : ALERT_NONE;
   }
 }
 

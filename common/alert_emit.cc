@@ -146,12 +146,9 @@ constinit char text_buf[text_limit + 2] = {};
 branch branch_of(alert_type type) {
   switch (type) {
     case ALERT_FATAL:
-    case ALERT_ERROR:
-      return error_branch;
-    case ALERT_MESSAGE:
-      return message_branch;
-    default:
-      return warning_branch;
+    case ALERT_ERROR: return error_branch;
+    case ALERT_MESSAGE: return message_branch;
+    default: return warning_branch;
   }
 }
 
@@ -169,17 +166,10 @@ typed_kind kind_of(const char* type) {
   typed_kind kind{ALERT_WARNING, default_level};
   if (is_digit(type[0]) || (type[0] == '-' && is_digit(type[1]))) kind.level = parse_level(type);
   switch (type[0] | 0x20) {
-    case 'f':
-      kind.type = ALERT_FATAL;
-      break;
-    case 'e':
-      kind.type = ALERT_ERROR;
-      break;
-    case 'm':
-      kind.type = ALERT_MESSAGE;
-      break;
-    default:
-      break;
+    case 'f': kind.type = ALERT_FATAL; break;
+    case 'e': kind.type = ALERT_ERROR; break;
+    case 'm': kind.type = ALERT_MESSAGE; break;
+    default: break;
   }
   return kind;
 }
@@ -400,14 +390,10 @@ void append_gcc_place() {
 
 const char* gcc_kind(alert_type type) {
   switch (type) {
-    case ALERT_FATAL:
-      return "fatal error";
-    case ALERT_ERROR:
-      return "error";
-    case ALERT_MESSAGE:
-      return "note";
-    default:
-      return "warning";
+    case ALERT_FATAL: return "fatal error";
+    case ALERT_ERROR: return "error";
+    case ALERT_MESSAGE: return "note";
+    default: return "warning";
   }
 }
 

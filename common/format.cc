@@ -113,18 +113,12 @@ class conversion_reader {
 
   bool read_flag(conversion& conv) const {
     switch (peek()) {
-      case '-':
-        return conv.left = true;
-      case '+':
-        return conv.plus = true;
-      case ' ':
-        return conv.space = true;
-      case '0':
-        return conv.zero = true;
-      case '#':
-        return conv.alternate = true;
-      default:
-        return false;
+      case '-': return conv.left = true;
+      case '+': return conv.plus = true;
+      case ' ': return conv.space = true;
+      case '0': return conv.zero = true;
+      case '#': return conv.alternate = true;
+      default: return false;
     }
   }
 
@@ -264,17 +258,12 @@ void put_character(sink& out, const conversion& conv, const format_arg& arg) {
 // The letter that prints the argument in its own natural form.
 char natural_letter(format_arg::kind kind) {
   switch (kind) {
-    case format_arg::kind::character:
-      return 'c';
-    case format_arg::kind::signed_number:
-      return 'd';
-    case format_arg::kind::unsigned_number:
-      return 'u';
-    case format_arg::kind::pointer:
-      return 'p';
+    case format_arg::kind::character: return 'c';
+    case format_arg::kind::signed_number: return 'd';
+    case format_arg::kind::unsigned_number: return 'u';
+    case format_arg::kind::pointer: return 'p';
     case format_arg::kind::text:
-    case format_arg::kind::text16:
-      break;
+    case format_arg::kind::text16: break;
   }
   return 's';
 }
@@ -282,12 +271,9 @@ char natural_letter(format_arg::kind kind) {
 bool fits(char letter, format_arg::kind kind) {
   switch (kind) {
     case format_arg::kind::text:
-    case format_arg::kind::text16:
-      return letter == 's';
-    case format_arg::kind::pointer:
-      return is_one_of(letter, "diouxXp");
-    default:
-      return is_one_of(letter, "diouxXpc");
+    case format_arg::kind::text16: return letter == 's';
+    case format_arg::kind::pointer: return is_one_of(letter, "diouxXp");
+    default: return is_one_of(letter, "diouxXpc");
   }
 }
 

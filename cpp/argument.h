@@ -32,18 +32,12 @@ struct argument {
   /// Whether its last token ends where `next` follows, a unit of a macro's body or its zero.
   bool ends_before(const unit* next) const {
     switch (last) {
-      case last_token::none:
-        return false;
-      case last_token::closed:
-        return true;
-      case last_token::number:
-        return lane::ends_number(next);
-      case last_token::suffixed_number:
-        return *next == 0 || lane::ends_number(next);
-      case last_token::word:
-        return *next == 0 || lane::ends_word(next);
-      case last_token::operand:
-        return *next == 0 || lane::is_calm(next);
+      case last_token::none: return false;
+      case last_token::closed: return true;
+      case last_token::number: return lane::ends_number(next);
+      case last_token::suffixed_number: return *next == 0 || lane::ends_number(next);
+      case last_token::word: return *next == 0 || lane::ends_word(next);
+      case last_token::operand: return *next == 0 || lane::is_calm(next);
     }
     return false;
   }
@@ -77,8 +71,7 @@ struct argument {
         end = p + 1;
         if (*end != 0 || !lane::is_calm(p)) break;
         return last_token::operand;
-      default:
-        return *p == 0 && p != text ? last_token::closed : last_token::none;
+      default: return *p == 0 && p != text ? last_token::closed : last_token::none;
     }
     return last_token::none;
   }

@@ -119,27 +119,18 @@ outcome take_control_line(unsigned char* behind_mark, unsigned char* newline_at)
     return hand_on(*d, in.at(), lane::skip_blanks(behind_mark) == word.start);
   }
   switch (d->what) {
-    case role::else_:
-      return done_if(turn_to_else(in));
-    case role::closes:
-      return done_if(end_group(in));
-    case role::elif:
-      return done_if(conditions::else_fits() && pass_over_elif(in));
-    default:
-      break;
+    case role::else_: return done_if(turn_to_else(in));
+    case role::closes: return done_if(end_group(in));
+    case role::elif: return done_if(conditions::else_fits() && pass_over_elif(in));
+    default: break;
   }
   if (!conditions::compiling()) return done_if(skip_directive(in, d->what));
   switch (d->what) {
-    case role::define:
-      return done_if(define_calmly(in));
-    case role::undef:
-      return done_if(undefine(in));
-    case role::opens_ifdef:
-      return done_if(open_name_group(in, true));
-    case role::opens_ifndef:
-      return done_if(open_name_group(in, false));
-    default:
-      return outcome::refused;
+    case role::define: return done_if(define_calmly(in));
+    case role::undef: return done_if(undefine(in));
+    case role::opens_ifdef: return done_if(open_name_group(in, true));
+    case role::opens_ifndef: return done_if(open_name_group(in, false));
+    default: return outcome::refused;
   }
 }
 

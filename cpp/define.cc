@@ -122,15 +122,9 @@ template <class Input>
 void save_unit(Input& in, const definition<Input>& def, int c) {
   switch (char_class(c)) {
     case CT_DIGIT:
-    case CT_DOT:
-      take_number(in, c, [](int u) { work_buf::save(u); });
-      break;
-    case CT_QUOTE:
-      save_quoted(in, c);
-      break;
-    case CT_LETTER:
-      save_identifier(in, def, c);
-      break;
+    case CT_DOT: take_number(in, c, [](int u) { work_buf::save(u); }); break;
+    case CT_QUOTE: save_quoted(in, c); break;
+    case CT_LETTER: save_identifier(in, def, c); break;
     case CT_SPACE:
       if (work_buf::last() != ' ') work_buf::save(c == '\t' ? ' ' : c);
       break;

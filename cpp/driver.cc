@@ -221,18 +221,13 @@ void put_literal_unit(int c) {
 
 void write_token(int c) {
   switch (char_class(c)) {
-    case CT_QUOTE:
-      scan_string(c, put_literal_unit);
-      break;
+    case CT_QUOTE: scan_string(c, put_literal_unit); break;
     case CT_DIGIT:
-    case CT_DOT:
-      scan_number(c, put_char_out);
-      break;
+    case CT_DOT: scan_number(c, put_char_out); break;
     case CT_LETTER:
       if (text_output()) put_text16(token_buf::bare_text());
       break;
-    default:
-      put_char_out(c);
+    default: put_char_out(c);
   }
 }
 

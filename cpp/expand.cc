@@ -224,9 +224,7 @@ bool is_one(const argument& arg) {
   int depth = 0;
   for (const unit* p = arg.text; p != end;) {
     switch (in_argument_at(p)) {
-      case in_argument::quote:
-        p = lane::end_of_quoted(p);
-        continue;
+      case in_argument::quote: p = lane::end_of_quoted(p); continue;
       case in_argument::text:
         if (lane::kind_at(p) == lane::letter) {
           const unit* const word = p;
@@ -237,17 +235,14 @@ bool is_one(const argument& arg) {
           continue;
         }
         break;
-      case in_argument::open:
-        ++depth;
-        break;
+      case in_argument::open: ++depth; break;
       case in_argument::close:
         if (--depth < 0) return false;
         break;
       case in_argument::comma:
         if (depth == 0) return false;
         break;
-      default:
-        break;
+      default: break;
     }
     ++p;
   }
@@ -334,8 +329,7 @@ struct argument_sink {
           if (!lane::is_calm(p)) break;
           ++p;
           continue;
-        default:
-          break;
+        default: break;
       }
       if (p != at) units(at, p);
       return p;
@@ -469,17 +463,10 @@ expansion expand(symbol* sym) {
     return expansion::none;
   }
   switch (sym->nargs) {
-    case NARGS_LINE:
-      push_line_number(sym);
-      return expansion::done;
-    case NARGS_FILE:
-      push_file_name(sym);
-      return expansion::done;
-    case NARGS_OBJECT:
-      push_replacement(sym, {});
-      return expansion::done;
-    default:
-      break;
+    case NARGS_LINE: push_line_number(sym); return expansion::done;
+    case NARGS_FILE: push_file_name(sym); return expansion::done;
+    case NARGS_OBJECT: push_replacement(sym, {}); return expansion::done;
+    default: break;
   }
   if (sym->nargs < 0) alert_msg_fatal(150, alert_str(sym->name));
   const bool is_call = find_open_paren();
@@ -498,12 +485,9 @@ step consider(int c) {
     unget();
     if (next == MARK_PASTE) return resolved(c);  // the left operand of ## is not expanded
     switch (expand(sym)) {
-      case expansion::none:
-        return resolved(c);
-      case expansion::call_opened:
-        return opened;
-      case expansion::done:
-        break;
+      case expansion::none: return resolved(c);
+      case expansion::call_opened: return opened;
+      case expansion::done: break;
     }
     c = get();
     if (!begins_identifier(c)) return resolved(c);

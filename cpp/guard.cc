@@ -171,13 +171,9 @@ class header_scan {
     if (opens_group(d->what)) return open_group() && pass_skipped_text();
     switch (d->what) {
       case role::elif:
-      case role::else_:
-        return alternate(*d);
-      case role::closes:
-        --groups_;
-        return pass_line_end();
-      default:
-        return pass_skipped_text();
+      case role::else_: return alternate(*d);
+      case role::closes: --groups_; return pass_line_end();
+      default: return pass_skipped_text();
     }
   }
 

@@ -113,76 +113,35 @@ if_operand binary_result(op_code code, const if_operand& a, const if_operand& b)
   const bool both_signed = a.is_signed && b.is_signed;
   std::uint32_t v = 0;
   switch (code) {
-    case IFOP_ADD:
-      v = a.value + b.value;
-      break;
-    case IFOP_SUB:
-      v = a.value - b.value;
-      break;
-    case IFOP_MUL:
-      v = a.value * b.value;
-      break;
-    case IFOP_DIV:
-      v = divide(a, b, both_signed, false);
-      break;
-    case IFOP_MOD:
-      v = divide(a, b, both_signed, true);
-      break;
-    case IFOP_SHL:
-      v = a.value << (b.value & 31);
-      break;
-    case IFOP_SHR:
-      v = shift_right(a, b.value & 31);
-      break;
-    case IFOP_BITAND:
-      v = a.value & b.value;
-      break;
-    case IFOP_BITOR:
-      v = a.value | b.value;
-      break;
-    case IFOP_BITXOR:
-      v = a.value ^ b.value;
-      break;
-    case IFOP_EQ:
-      v = a.value == b.value;
-      break;
-    case IFOP_NE:
-      v = a.value != b.value;
-      break;
-    case IFOP_LT:
-      v = order(a, b, both_signed) < 0;
-      break;
-    case IFOP_LE:
-      v = order(a, b, both_signed) <= 0;
-      break;
-    case IFOP_GE:
-      v = order(a, b, both_signed) >= 0;
-      break;
-    case IFOP_GT:
-      v = order(a, b, both_signed) > 0;
-      break;
-    case IFOP_LOGAND:
-      v = a.value != 0 && b.value != 0;
-      break;
-    case IFOP_LOGOR:
-      v = a.value != 0 || b.value != 0;
-      break;
-    default:
-      break;
+    case IFOP_ADD: v = a.value + b.value; break;
+    case IFOP_SUB: v = a.value - b.value; break;
+    case IFOP_MUL: v = a.value * b.value; break;
+    case IFOP_DIV: v = divide(a, b, both_signed, false); break;
+    case IFOP_MOD: v = divide(a, b, both_signed, true); break;
+    case IFOP_SHL: v = a.value << (b.value & 31); break;
+    case IFOP_SHR: v = shift_right(a, b.value & 31); break;
+    case IFOP_BITAND: v = a.value & b.value; break;
+    case IFOP_BITOR: v = a.value | b.value; break;
+    case IFOP_BITXOR: v = a.value ^ b.value; break;
+    case IFOP_EQ: v = a.value == b.value; break;
+    case IFOP_NE: v = a.value != b.value; break;
+    case IFOP_LT: v = order(a, b, both_signed) < 0; break;
+    case IFOP_LE: v = order(a, b, both_signed) <= 0; break;
+    case IFOP_GE: v = order(a, b, both_signed) >= 0; break;
+    case IFOP_GT: v = order(a, b, both_signed) > 0; break;
+    case IFOP_LOGAND: v = a.value != 0 && b.value != 0; break;
+    case IFOP_LOGOR: v = a.value != 0 || b.value != 0; break;
+    default: break;
   }
   return {v, both_signed};
 }
 
 std::uint32_t unary_result(op_code code, std::uint32_t v) {
   switch (code) {
-    case IFOP_UMINUS:
-      return 0U - v;
-    case IFOP_COMPL:
-      return ~v;
-    case IFOP_NOT:
-      return v == 0;
-    default:
-      return v;
+    case IFOP_UMINUS: return 0U - v;
+    case IFOP_COMPL: return ~v;
+    case IFOP_NOT: return v == 0;
+    default: return v;
   }
 }
 
@@ -312,20 +271,15 @@ token evaluator::next_token() {
       return give_op(IFOP_EOE);
     }
     switch (char_class(c)) {
-      case CT_OTHER:
-        return illegal_unit(c);
-      case CT_QUOTE:
-        return c == '"' ? fail(126) : character_constant();
-      case CT_DIGIT:
-        return number(c);
-      case CT_LETTER:
-        return identifier();
+      case CT_OTHER: return illegal_unit(c);
+      case CT_QUOTE: return c == '"' ? fail(126) : character_constant();
+      case CT_DIGIT: return number(c);
+      case CT_LETTER: return identifier();
       case CT_BACKSLASH: {
         if (get() != '\n') return fail(129);
         continue;  // the expression goes on with the next line
       }
-      default:
-        return operator_token(c);
+      default: return operator_token(c);
     }
   }
 }
@@ -434,30 +388,14 @@ std::uint32_t evaluator::escape_sequence(int& c) {
   int digits = 3;
   std::uint32_t value = 0;
   switch (c) {
-    case 'a':
-      value = 7;
-      break;
-    case 'b':
-      value = 8;
-      break;
-    case 'f':
-      value = 12;
-      break;
-    case 'n':
-      value = 10;
-      break;
-    case 'r':
-      value = 13;
-      break;
-    case 't':
-      value = 9;
-      break;
-    case 'v':
-      value = 11;
-      break;
-    case 'x':
-      radix = 16;
-      break;
+    case 'a': value = 7; break;
+    case 'b': value = 8; break;
+    case 'f': value = 12; break;
+    case 'n': value = 10; break;
+    case 'r': value = 13; break;
+    case 't': value = 9; break;
+    case 'v': value = 11; break;
+    case 'x': radix = 16; break;
     default:
       if (c < '0' || c > '7')
         value = static_cast<std::uint32_t>(c);
@@ -524,14 +462,10 @@ token evaluator::operator_token(int c) {
     case '!':
     case '=':
     case '<':
-    case '>':
-      return two_unit_operator(c);
-    case '+':
-      return give_op(have_operand ? IFOP_ADD : IFOP_UPLUS);
-    case '-':
-      return give_op(have_operand ? IFOP_SUB : IFOP_UMINUS);
-    default:
-      break;
+    case '>': return two_unit_operator(c);
+    case '+': return give_op(have_operand ? IFOP_ADD : IFOP_UPLUS);
+    case '-': return give_op(have_operand ? IFOP_SUB : IFOP_UMINUS);
+    default: break;
   }
   const int cls = char_class(c);
   return cls > IFOP_BOTTOM ? fail(119) : give_op(cls);
@@ -561,17 +495,13 @@ token evaluator::two_unit_operator(int first) {
 std::uint8_t evaluator::skip_flags(op_code incoming) const {
   const std::uint8_t below = top().skip;
   switch (incoming) {
-    case IFOP_LOGAND:
-      return top_value().value == 0 ? skip_right : below;
-    case IFOP_LOGOR:
-      return top_value().value != 0 ? skip_right : below;
+    case IFOP_LOGAND: return top_value().value == 0 ? skip_right : below;
+    case IFOP_LOGOR: return top_value().value != 0 ? skip_right : below;
     case IFOP_QUEST:
       return static_cast<std::uint8_t>((below & skip_right) |
                                        (top_value().value == 0 ? skip_branch : 0));
-    case IFOP_COLON:
-      return static_cast<std::uint8_t>(below ^ skip_branch);
-    default:
-      return below;
+    case IFOP_COLON: return static_cast<std::uint8_t>(below ^ skip_branch);
+    default: return below;
   }
 }
 
@@ -629,19 +559,15 @@ bool evaluator::reduce_for(op_code incoming) {
           result = static_cast<std::int32_t>(top_value().value);
         }
         return false;
-      case IFOP_QUEST:
-        return false;
+      case IFOP_QUEST: return false;
       case IFOP_COLON:
         if (!reduce_conditional()) return false;
         break;
       case IFOP_UPLUS:
       case IFOP_UMINUS:
       case IFOP_COMPL:
-      case IFOP_NOT:
-        reduce_unary();
-        break;
-      default:
-        reduce_binary();
+      case IFOP_NOT: reduce_unary(); break;
+      default: reduce_binary();
     }
   }
   return true;
@@ -675,14 +601,9 @@ std::int32_t evaluator::run() {
   ops[nops++] = {IFOP_BOTTOM, op_table[IFOP_BOTTOM].stacked_rank, 0};
   while (!ended) {
     switch (next_token()) {
-      case token::operand:
-        take_operand();
-        break;
-      case token::op:
-        take_operator();
-        break;
-      case token::stop:
-        break;
+      case token::operand: take_operand(); break;
+      case token::op: take_operator(); break;
+      case token::stop: break;
     }
   }
   return result;

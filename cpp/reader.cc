@@ -82,26 +82,16 @@ int deliver_read_ahead_of(int c, const place& behind) {
 
 int trigraph_for(int third) {
   switch (third) {
-    case '=':
-      return '#';
-    case '(':
-      return '[';
-    case '/':
-      return '\\';
-    case ')':
-      return ']';
-    case '\'':
-      return '^';
-    case '<':
-      return '{';
-    case '!':
-      return '|';
-    case '>':
-      return '}';
-    case '-':
-      return '~';
-    default:
-      return 0;
+    case '=': return '#';
+    case '(': return '[';
+    case '/': return '\\';
+    case ')': return ']';
+    case '\'': return '^';
+    case '<': return '{';
+    case '!': return '|';
+    case '>': return '}';
+    case '-': return '~';
+    default: return 0;
   }
 }
 
@@ -313,19 +303,13 @@ int translate(const input_frame* f, int c) {
     case '\n':
       if (f->file != nullptr) line_number::count();
       return c;
-    case ';':
-      return semicolon_comments && !raw_reading::on() ? comment(c) : c;
-    case '/':
-      return raw_reading::on() ? c : comment(c);
-    case '\\':
-      return raw_reading::on() ? c : joining_backslash;
+    case ';': return semicolon_comments && !raw_reading::on() ? comment(c) : c;
+    case '/': return raw_reading::on() ? c : comment(c);
+    case '\\': return raw_reading::on() ? c : joining_backslash;
     case '\v':
-    case '\f':
-      return raw_reading::on() ? c : ' ';
-    case '\r':
-      return raw_reading::on() && !ends_with_newline(f) ? c : read_on;
-    default:
-      return c;
+    case '\f': return raw_reading::on() ? c : ' ';
+    case '\r': return raw_reading::on() && !ends_with_newline(f) ? c : read_on;
+    default: return c;
   }
 }
 

@@ -201,12 +201,8 @@ class text_taker {
       return true;
     }
     switch (sink.expand(macro)) {
-      case expansion::done:
-        replaced = true;
-        return true;
-      case expansion::call_opened:
-        opened = true;
-        return false;
+      case expansion::done: replaced = true; return true;
+      case expansion::call_opened: opened = true; return false;
       default:
         // What it was read from may be gone.
         sink.word(macro->name, macro->name + macro->name_len, false);
@@ -285,8 +281,7 @@ class text_taker {
         if (!calm(at)) return false;
         where = token_end_at(f, end, calm);
         break;
-      default:
-        return false;
+      default: return false;
     }
     if (!where.at_sight) return false;
     pass(f, end, blanks);

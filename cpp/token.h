@@ -112,19 +112,13 @@ enum kind : std::uint8_t { stop, blank, newline, letter, digit, quote, point, op
 
 constexpr kind kind_of(int c) {
   switch (const int cls = class_table[static_cast<std::size_t>(c)]; cls) {
-    case CT_LETTER:
-      return letter;
-    case CT_DIGIT:
-      return digit;
-    case CT_SPACE:
-      return blank;
-    case CT_QUOTE:
-      return quote;
-    case CT_DOT:
-      return point;
+    case CT_LETTER: return letter;
+    case CT_DIGIT: return digit;
+    case CT_SPACE: return blank;
+    case CT_QUOTE: return quote;
+    case CT_DOT: return point;
     case CT_BACKSLASH:
-    case CT_END:
-      return stop;
+    case CT_END: return stop;
     default:
       if (c == '\n') return newline;
       if (c == '\v' || c == '\f' || c == '\r') return stop;
@@ -173,14 +167,10 @@ inline bool is_calm(const unsigned char* p) {
     return true;
   }
   switch (*p) {
-    case '/':
-      return p[1] != '*' && p[1] != '\n' && calm_units[p[1]];
-    case '?':
-      return p[1] != '?';
-    case '\r':
-      return p[1] == '\n';
-    default:
-      return false;
+    case '/': return p[1] != '*' && p[1] != '\n' && calm_units[p[1]];
+    case '?': return p[1] != '?';
+    case '\r': return p[1] == '\n';
+    default: return false;
   }
 }
 inline bool is_calm(const unit* p) {
@@ -282,19 +272,13 @@ inline const Unit* end_of_quoted(const Unit* p) {
 template <class Unit>
 inline const Unit* end_of_token(const Unit* p, symbol*& macro) {
   switch (kind_at(p)) {
-    case letter:
-      return end_of_word(p, macro);
+    case letter: return end_of_word(p, macro);
     case digit:
-    case point:
-      return end_of_number(p);
-    case quote:
-      return end_of_quoted(p);
-    case operand:
-      return is_calm(p) && is_calm(p + 1) ? p + 1 : nullptr;
-    case single:
-      return is_calm(p) ? p + 1 : nullptr;
-    default:
-      return nullptr;
+    case point: return end_of_number(p);
+    case quote: return end_of_quoted(p);
+    case operand: return is_calm(p) && is_calm(p + 1) ? p + 1 : nullptr;
+    case single: return is_calm(p) ? p + 1 : nullptr;
+    default: return nullptr;
   }
 }
 
@@ -331,8 +315,7 @@ inline const Unit* pass_tokens(const Unit* p, symbol*& macro, const Unit*& name_
           break;
         }
         [[fallthrough]];
-      default:
-        end = end_of_token(p, macro);
+      default: end = end_of_token(p, macro);
     }
     if (end == nullptr) return p;
     p = end;

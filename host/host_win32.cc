@@ -127,22 +127,13 @@ bool succeeded(BOOL result) {
   if (result != 0) return true;
   switch (::GetLastError()) {
     case ERROR_FILE_NOT_FOUND:
-    case ERROR_PATH_NOT_FOUND:
-      errno = ENOENT;
-      break;
+    case ERROR_PATH_NOT_FOUND: errno = ENOENT; break;
     case ERROR_ALREADY_EXISTS:
-    case ERROR_FILE_EXISTS:
-      errno = EEXIST;
-      break;
-    case ERROR_DIR_NOT_EMPTY:
-      errno = ENOTEMPTY;
-      break;
+    case ERROR_FILE_EXISTS: errno = EEXIST; break;
+    case ERROR_DIR_NOT_EMPTY: errno = ENOTEMPTY; break;
     case ERROR_DISK_FULL:
-    case ERROR_HANDLE_DISK_FULL:
-      errno = ENOSPC;
-      break;
-    default:
-      errno = EACCES;
+    case ERROR_HANDLE_DISK_FULL: errno = ENOSPC; break;
+    default: errno = EACCES;
   }
   return false;
 }
