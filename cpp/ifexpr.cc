@@ -109,31 +109,29 @@ std::uint32_t shift_right(const if_operand& a, std::uint32_t count) {
   return static_cast<std::uint32_t>(static_cast<std::int32_t>(a.value) >> count);
 }
 
-if_operand binary_result(op_code code, const if_operand& a, const if_operand& b) {
-  const bool both_signed = a.is_signed && b.is_signed;
-  std::uint32_t v = 0;
+std::uint32_t binary_result(op_code code, const if_operand& a, const if_operand& b,
+                            bool both_signed) {
   switch (code) {
-    case IFOP_ADD: v = a.value + b.value; break;
-    case IFOP_SUB: v = a.value - b.value; break;
-    case IFOP_MUL: v = a.value * b.value; break;
-    case IFOP_DIV: v = divide(a, b, both_signed, false); break;
-    case IFOP_MOD: v = divide(a, b, both_signed, true); break;
-    case IFOP_SHL: v = a.value << (b.value & 31); break;
-    case IFOP_SHR: v = shift_right(a, b.value & 31); break;
-    case IFOP_BITAND: v = a.value & b.value; break;
-    case IFOP_BITOR: v = a.value | b.value; break;
-    case IFOP_BITXOR: v = a.value ^ b.value; break;
-    case IFOP_EQ: v = a.value == b.value; break;
-    case IFOP_NE: v = a.value != b.value; break;
-    case IFOP_LT: v = order(a, b, both_signed) < 0; break;
-    case IFOP_LE: v = order(a, b, both_signed) <= 0; break;
-    case IFOP_GE: v = order(a, b, both_signed) >= 0; break;
-    case IFOP_GT: v = order(a, b, both_signed) > 0; break;
-    case IFOP_LOGAND: v = a.value != 0 && b.value != 0; break;
-    case IFOP_LOGOR: v = a.value != 0 || b.value != 0; break;
-    default: break;
+    case IFOP_ADD: return a.value + b.value;
+    case IFOP_SUB: return a.value - b.value;
+    case IFOP_MUL: return a.value * b.value;
+    case IFOP_DIV: return divide(a, b, both_signed, false);
+    case IFOP_MOD: return divide(a, b, both_signed, true);
+    case IFOP_SHL: return a.value << (b.value & 31);
+    case IFOP_SHR: return shift_right(a, b.value & 31);
+    case IFOP_BITAND: return a.value & b.value;
+    case IFOP_BITOR: return a.value | b.value;
+    case IFOP_BITXOR: return a.value ^ b.value;
+    case IFOP_EQ: return a.value == b.value;
+    case IFOP_NE: return a.value != b.value;
+    case IFOP_LT: return order(a, b, both_signed) < 0;
+    case IFOP_LE: return order(a, b, both_signed) <= 0;
+    case IFOP_GE: return order(a, b, both_signed) >= 0;
+    case IFOP_GT: return order(a, b, both_signed) > 0;
+    case IFOP_LOGAND: return a.value != 0 && b.value != 0;
+    case IFOP_LOGOR: return a.value != 0 || b.value != 0;
+    default: return 0;
   }
-  return {v, both_signed};
 }
 
 std::uint32_t unary_result(op_code code, std::uint32_t v) {
@@ -382,35 +380,23 @@ token evaluator::illegal_unit(int c) {
 
 // The value of the escape sequence behind a backslash; `c` becomes the unit behind it.
 std::uint32_t evaluator::escape_sequence(int& c) {
+  constexpr std::string_view letters = "abfnrtv";
+  constexpr std::string_view codes = "\a\b\f\n\r\t\v";
   c = get();
   if (ends_line(c)) return 0;
-  int radix = 8;
-  int digits = 3;
+  const bool hex = c == 'x';
+  const int radix = hex ? 16 : 8;
+  if (hex) {
+    c = get();
+  } else if (hex_value(c) >= radix) {
+    const std::size_t n = c < 256 ? letters.find(static_cast<char>(c)) : letters.npos;
+    const int value = n == letters.npos ? c : codes[n];
+    c = get();
+    return static_cast<std::uint32_t>(value);
+  }
   std::uint32_t value = 0;
-  switch (c) {
-    case 'a': value = 7; break;
-    case 'b': value = 8; break;
-    case 'f': value = 12; break;
-    case 'n': value = 10; break;
-    case 'r': value = 13; break;
-    case 't': value = 9; break;
-    case 'v': value = 11; break;
-    case 'x': radix = 16; break;
-    default:
-      if (c < '0' || c > '7')
-        value = static_cast<std::uint32_t>(c);
-      else
-        digits = 4;  // the first of three is the unit read
-  }
-  const bool numeric = radix == 16 || digits == 4;
-  if (!numeric) {
-    c = get();
-    return value;
-  }
-  if (radix == 16) c = get();
-  for (int n = 0; n < 3 && hex_value(c) < radix; ++n) {
+  for (int digits = 0; digits < 3 && hex_value(c) < radix; ++digits, c = get()) {
     value = value * static_cast<std::uint32_t>(radix) + static_cast<std::uint32_t>(hex_value(c));
-    c = get();
   }
   return value;
 }
@@ -536,7 +522,9 @@ void evaluator::reduce_binary() {
     if (op == IFOP_DIV) alert_msg(175);
     if (op == IFOP_MOD) alert_msg(990);
   }
-  top_value() = binary_result(op, top_value(), right);
+  const if_operand left = top_value();
+  const bool both_signed = left.is_signed && right.is_signed;
+  top_value() = {binary_result(op, left, right, both_signed), both_signed};
   --nops;
 }
 
