@@ -1,8 +1,7 @@
-// Both kinds of dependency output list the headers that were opened, in the order of their
-// table. What -L writes
-// has a form of its own, and escapes blanks alone. The rule of --dep= is for make and Ninja, and
-// may be written by any name: what they read as one name, and nothing else, is decided in
-// append_escaped().
+// Both kinds of dependency output list the headers that were opened, in the order of their table.
+// What -L writes has a form of its own, and escapes blanks alone. The rule of --dep= is for make
+// and Ninja, and may be written by any name: what they read as one name, and nothing else, is
+// decided in append_escaped().
 #include "cpp/depend.h"
 
 #include <string>

@@ -73,8 +73,8 @@ void set_up_messages() {
   alert_set_echo(echo_source_line);
 }
 
-// Puts the command file in the place of standard input.
-// Its descriptor stays open, since it may be that of a standard stream the run was started without.
+// Puts the command file in the place of standard input. Its descriptor stays open, since it may be
+// that of a standard stream the run was started without.
 void open_command_file(const char* path) {
   const int fd = host::open_input(path, host::content::text);
   if (fd < 0 || !host::duplicate_onto(fd, standard_input)) refuse_file("command", path);
