@@ -21,6 +21,7 @@
 #include "common/kvdebug.h"
 #include "common/outfile.h"
 #include "common/version.h"
+#include "cpp/charclass.h"
 #include "cpp/depend.h"
 #include "cpp/diag.h"
 #include "cpp/ifsizeof.h"
@@ -44,12 +45,10 @@ struct settings_writer {
 
 namespace {
 
+using number::is_digit;
+
 // The settings, to be written.
 constexpr run_settings& chosen = settings_writer::all;
-
-bool is_digit(char c) {
-  return c >= '0' && c <= '9';
-}
 
 char to_lower(char c) {
   return static_cast<char>(c >= 'A' && c <= 'Z' ? c - 'A' + 'a' : c);
@@ -96,6 +95,11 @@ struct option_call {
 // The output named by -o; the last one counts.
 constinit const char* output_option = nullptr;
 
+template <bool run_settings::*setting>
+void turn_on(const option_call&) {
+  chosen.*setting = true;
+}
+
 void complain_of_no_name(const option_call& o) {
   alert_typed("E", "option \"%s\" names no file", o.arg);
 }
@@ -132,14 +136,6 @@ void opt_dep_target(const option_call& o) {
   if (name != nullptr) dep_add_target(name);
 }
 
-void opt_dep_phony(const option_call&) {
-  chosen.dep_phony = true;
-}
-
-void opt_delete_on_error(const option_call&) {
-  chosen.delete_on_error = true;
-}
-
 // Sets `setting` when the option's word is "gcc", the one layout beside the program's own.
 bool choose_gcc_layout(const option_call& o, bool& setting) {
   const bool is_known = same_nocase(o.rest, "gcc");
@@ -156,10 +152,6 @@ void opt_messages(const option_call& o) {
   if (!choose_gcc_layout(o, chosen.gcc_messages)) return;
   alert_use_gcc_layout();
   alert_set_notes(write_notes);
-}
-
-void opt_comments(const option_call&) {
-  chosen.keep_comments = true;
 }
 
 void opt_define(const option_call& o) {
@@ -185,10 +177,6 @@ void opt_errors(const option_call& o) {
 
 void opt_file_name(const option_call& o) {
   if (o.rest[0] != 0) chosen.source_name = o.rest;
-}
-
-void opt_show_includes(const option_call&) {
-  chosen.show_includes = true;
 }
 
 void opt_include_dir(const option_call& o) {
@@ -252,10 +240,6 @@ void opt_undefine(const option_call& o) {
   if (sym_enter(widened(o.rest).c_str(), true) == nullptr) alert_msg(177, o.rest);
 }
 
-void opt_show_search(const option_call&) {
-  chosen.show_search_path = true;
-}
-
 void opt_warnings(const option_call& o) {
   if (is_digit(o.rest[0]) || o.rest[0] == '-') chosen.warn_level = decimal(o.rest);
   if (std::strchr(o.rest, '!') != nullptr) alert_set_warnfail(1);
@@ -285,10 +269,6 @@ void opt_emax(const option_call& o) {
   set_maxerrors(settings.max_errors);
 }
 
-void opt_dump(const option_call&) {
-  chosen.dump_macros = true;
-}
-
 void opt_version(const option_call&) {
   outbuf::text(version_banner());
   alert_leave(0);
@@ -303,10 +283,6 @@ void opt_promote(const option_call& o) {
 void opt_cmode(const option_call& o) {
   chosen.cmode_asm = cmode_set(o.rest) == CMODE_TSASM;
   set_semicolon_comments(settings.cmode_asm);
-}
-
-void opt_dep_nosys(const option_call&) {
-  chosen.dep_nosys = true;
 }
 
 void opt_include(const option_call& o) {
@@ -337,10 +313,11 @@ constexpr option options[] = {
     {{in_output, "-o", " FILE", "the output, wherever it stands; also -oFILE"}, opt_output},
     {{in_output, "--output=", "FILE", "the same"}, opt_output},
     {{in_output, "--delete_on_error", "", "leave no output behind when the run fails"},
-     opt_delete_on_error},
+     turn_on<&run_settings::delete_on_error>},
     {{in_output, "--markers=", "gcc", "line markers that other compilers read"}, opt_markers},
-    {{in_output, "-C", "", "keep comments in the output"}, opt_comments},
-    {{in_output, "-dM", "", "write the definitions of all macros instead"}, opt_dump},
+    {{in_output, "-C", "", "keep comments in the output"}, turn_on<&run_settings::keep_comments>},
+    {{in_output, "-dM", "", "write the definitions of all macros instead"},
+     turn_on<&run_settings::dump_macros>},
     {{in_output, "-F", "NAME", "the input's name in markers, __FILE__ and rules"}, opt_file_name},
     {{in_output, "--udf=", "FILE", "write the HTML report of the macros"}, opt_udf},
     {{in_output, "--report=", "FILE", "write a page of what the run did, or its data as FILE.json"},
@@ -355,16 +332,19 @@ constexpr option options[] = {
     {{in_headers, "-I", "DIR", "add a directory to the include search (up to 255)"},
      opt_include_dir},
     {{in_headers, "--include=", "FILE", "include <FILE> before the first line"}, opt_include},
-    {{in_headers, "-H", "", "name each included file on standard error, once"}, opt_show_includes},
-    {{in_headers, "-V", "", "write the search list to standard error"}, opt_show_search},
+    {{in_headers, "-H", "", "name each included file on standard error, once"},
+     turn_on<&run_settings::show_includes>},
+    {{in_headers, "-V", "", "write the search list to standard error"},
+     turn_on<&run_settings::show_search_path>},
 
     {{in_rules, "--dep=", "FILE", "write the rule of the headers beside the text"}, opt_dep},
     {{in_rules, "--dep_target=", "NAME", "a target of it instead of the output; repeatable"},
      opt_dep_target},
     {{in_rules, "--dep_phony", "", "an empty rule for each header, should it be deleted"},
-     opt_dep_phony},
+     turn_on<&run_settings::dep_phony>},
     {{in_rules, "-L", "gcc|list", "list the included files instead of the text"}, opt_dependencies},
-    {{in_rules, "--dep_nosys", "", "leave the installation's own headers out"}, opt_dep_nosys},
+    {{in_rules, "--dep_nosys", "", "leave the installation's own headers out"},
+     turn_on<&run_settings::dep_nosys>},
 
     {{in_messages, "-W", "[LEVEL][!]", "show warnings from LEVEL on; !: they fail the run"},
      opt_warnings},
