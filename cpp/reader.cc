@@ -439,6 +439,7 @@ int take_line_end() {
   if (at_line_end(f) && load_line(f) && plain::in_file(*f->rdptr)) return *f->rdptr++;
   return read_on;
 }
+
 }  // namespace
 
 void read_first(std::string_view text) {
