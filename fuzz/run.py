@@ -40,7 +40,7 @@ def read_cases():
     expander = run_cases.Expander({b"cwd": b"/", b"tmp": b"/tmp", b"bin": b"/inst/bin"})
     for path in sorted((ROOT / "tests/cases").glob("*.case")):
         for case in run_cases.parse(path):
-            if case.only == "windows":
+            if case.settings.get("only") == "windows":
                 continue
             command = expander.text(case.command).decode("latin-1")
             files = {name: expander.text(run_cases.body_bytes(body))

@@ -42,7 +42,6 @@ and the lines up to the next header:
     --- stdout            the standard output, exactly
     --- text              the same, led by the first line marker of in.c (a blank line and # 1 "in.c")
     --- stderr            the standard error, exactly; empty when the section is missing
-    --- stderr windows    the same, where the Windows program differs
     --- output NAME       the content of a file the run must leave behind
     --- absent NAME       a file that must not be there after the run
     --- zip NAME MEMBER   the content of a file in a zip archive that the run must leave behind
@@ -63,8 +62,8 @@ and, in expected text only:
     {{date}} {{time}}     as __DATE__ and __TIME__ give them, with their quotes
     {{re:PATTERN}}        a regular expression
 
-Every case runs in a fresh directory that holds its files alone, with TEMP and TMP set to its
-sub-directory tmp, which must be empty again after the run. On Windows line ends are compared as
+Every case runs in a fresh directory that holds its files alone, with TEMP and TMP set to another
+that must be empty again after the run; a file whose name the case nowhere has must not be left. On Windows line ends are compared as
 plain newlines, in a section with {{cr}} as they are. The last line is 'N passed, N failed', with
 ', N skipped' where it applies. When all files are run, one more test is whether the cases raise
 every message of the catalogue.
@@ -76,7 +75,6 @@ root, and it takes TEMP and TMP from WINETEMP and WINETMP, if its registry sets 
 import argparse
 import concurrent.futures
 import difflib
-import errno
 import os
 import pathlib
 import re
@@ -85,7 +83,6 @@ import shutil
 import subprocess
 import sys
 import tempfile
-import time
 import zipfile
 
 try:
@@ -134,18 +131,14 @@ class Case:
         self.command = b"cpp in.c"
         self.status = 0
         self.env = []
-        self.only = None
-        self.limit = None
-        self.streams = {}
-        self.installed = None
+        self.settings = {}  # the lines that begin with a word of SETTING
         self.sections = []
         self.base = []  # the sections of the case that this is a variant of
 
     def variant(self, path, line, title):
         made = Case(path, line, title)
-        for name in ("command", "status", "only", "limit", "installed"):
-            setattr(made, name, getattr(self, name))
-        made.env, made.streams, made.base = list(self.env), dict(self.streams), self.sections
+        made.command, made.status, made.env = self.command, self.status, self.env
+        made.settings, made.base = dict(self.settings), self.sections
         return made
 
     def inherit(self):
@@ -162,7 +155,9 @@ def subject(section):
     return {"text": "stdout", "absent": "output"}.get(kind, kind), name
 
 
-STREAMS = {b"input from: ": "stdin", b"output to: ": "stdout", b"errors to: ": "stderr"}
+SETTING = re.compile(rb"(limit|input from|output to|errors to): (.+)|(only): (posix|windows)|"
+                     rb"(layout): (installed(?: .+)?)")
+STREAMS = {"input from": "stdin", "output to": "stdout", "errors to": "stderr"}
 COMMAND = re.compile(rb"\$ (! )?((?:\w+=(?:'[^']*'|[^' ]*) )*)(cpp(?: .*)?)$")
 NAMED = {"file", "dir", "link", "hardlink", "output", "absent", "zip"}
 KINDS = NAMED | {"stdin", "stdout", "text", "stderr"}
@@ -195,7 +190,7 @@ def parse(path):
                 raise BadCase(f"{where}: text before the first title")
         elif line.startswith(b"--- "):
             kind, _, name = line[4:].decode().partition(" ")
-            if kind not in KINDS or (kind in NAMED) != bool(name and name != "windows"):
+            if kind not in KINDS or (kind in NAMED) != bool(name):
                 raise BadCase(f"{where}: unknown section {line.decode()!r}")
             section = []
             case.sections.append((kind, name, section))
@@ -205,18 +200,9 @@ def parse(path):
             case.status = 1 if command[1] else 0
             case.env = [word.encode("latin-1") for word in shlex.split(command[2].decode("latin-1"))]
             case.command = command[3]
-        elif line in (b"only: posix", b"only: windows"):
-            case.only = line[6:].decode()
-        elif line.startswith(b"limit: "):
-            case.limit = int(line[7:])
-        elif line.startswith(tuple(STREAMS)):
-            start = next(start for start in STREAMS if line.startswith(start))
-            case.streams[STREAMS[start]] = line[len(start) :].decode()
-        elif line == b"layout: installed":
-            case.installed = "bin"
-            case.sections += [("dir", f"inst/vex/{name}", []) for name in ("dat", "include")]
-        elif line.startswith(b"layout: installed "):
-            case.installed = line[18:].decode()
+        elif setting := SETTING.fullmatch(line):
+            name, value = filter(None, setting.groups())
+            case.settings[name.decode()] = value.decode()
         elif re.match(rb"[a-z ]+:|\$ ", line):
             raise BadCase(f"{where}: unknown line {line.decode()!r}")
         elif line:
@@ -354,27 +340,16 @@ def open_stream(name, target, directory, typed):
     return (writer,)
 
 
-def run_program(command, **settings):
-    while True:
-        try:
-            return subprocess.run(
-                command,
-                **{"stdout": subprocess.PIPE, "stderr": subprocess.PIPE, **settings},
-                timeout=TIMEOUT,
-                check=False,
-            )
-        except OSError as error:
-            # A process that another thread is about to start still holds the copy we have written.
-            if error.errno != errno.ETXTBSY:
-                raise
-            time.sleep(0.01)
-
-
 class Runner:
-    def __init__(self, program, launcher):
+    def __init__(self, program, launcher, top):
+        self.top = top  # where the cases have their directories
         self.program = pathlib.Path(program).resolve()
+        # Installed programs are links: what a process has copied itself, another one that starts
+        # meanwhile keeps open for writing, and it cannot be run.
+        self.copy = shutil.copy2(self.program, top)
         self.launcher = shlex.split(launcher) if launcher else []
         self.windows = self.program.suffix.lower() == ".exe"
+        self.system = "windows" if self.windows else "posix"
         self.emulated = self.windows and os.name != "nt"
         self.messages = []  # what the cases that passed have written to standard error
 
@@ -384,9 +359,9 @@ class Runner:
 
     def run(self, case):
         """None when the case is skipped, else the list of its faults."""
-        if case.only and (case.only == "windows") != self.windows:
+        if case.settings.get("only", self.system) != self.system:
             return None
-        with tempfile.TemporaryDirectory(prefix="cases-") as top:
+        with tempfile.TemporaryDirectory(dir=self.top) as top:
             try:
                 return self.run_in(case, pathlib.Path(os.path.realpath(top)))
             except (BadCase, ValueError) as error:
@@ -397,10 +372,12 @@ class Runner:
         work.mkdir()
         temp.mkdir()
         program = self.program
-        if case.installed:
-            program = work / "inst" / case.installed / self.program.name
+        if layout := case.settings.get("layout"):
+            program = work / "inst" / (layout[len("installed ") :] or "bin") / program.name
             program.parent.mkdir(parents=True)
-            shutil.copy2(self.program, program)
+            os.link(self.copy, program)
+            if layout == "installed":
+                case.sections += [("dir", f"inst/vex/{name}", []) for name in ("dat", "include")]
         expander = Expander(
             {
                 b"cwd": os.fsencode(self.spelled(work)),
@@ -442,25 +419,23 @@ class Runner:
             for word in shlex.split(expander.text(case.command).decode("latin-1"))
         ]
         command = self.launcher + [str(program)] + words[1:]
-        streams = dict(case.streams)
+        streams = {STREAMS[name]: to for name, to in case.settings.items() if name in STREAMS}
         if self.emulated and streams.get("stdout", "closed") != "closed":
             # The system that is emulated does not know a file again that is bound from outside.
             redirected = [self.spelled(program), *words[1:], ">>", streams.pop("stdout")]
             command = self.launcher + ["cmd", "/c", " ".join(redirected)]
-        settings, opened = {}, []
+        settings = {"stdout": subprocess.PIPE, "stderr": subprocess.PIPE}
+        opened = []
         for name, target in streams.items():
             settings[name], *others = open_stream(name, target, work, stdin)
             opened += [settings[name], *others]
-        if case.limit is not None:
-            limits = (case.limit, case.limit)
-            settings["preexec_fn"] = lambda: resource.setrlimit(resource.RLIMIT_FSIZE, limits)
+        if "stdin" not in settings:
+            settings["input"] = stdin
+        if limit := int(case.settings.get("limit", 0)):
+            settings["preexec_fn"] = lambda: resource.setrlimit(resource.RLIMIT_FSIZE, (limit, limit))
         try:
-            done = run_program(
-                command,
-                cwd=work,
-                env=env,
-                **({} if "stdin" in settings else {"input": stdin}),
-                **settings,
+            done = subprocess.run(
+                command, cwd=work, env=env, timeout=TIMEOUT, check=False, **settings
             )
         except subprocess.TimeoutExpired:
             return [f"did not end within {TIMEOUT} s"]
@@ -474,16 +449,14 @@ class Runner:
         if done.returncode != case.status:
             faults.append(f"status {done.returncode}, expected {case.status}")
 
-        wanted = [b"\n# 1 \"in.c\"\n" + body_bytes(body) for _, body in case.find("text")]
-        wanted += [body_bytes(body) for _, body in case.find("stdout")]
-        if len(wanted) > 1:
-            raise BadCase("more than one standard output")
-        self.compare(faults, "stdout", expander, wanted[0] if wanted else b"", done.stdout or b"")
-
-        errors = dict(case.find("stderr"))
-        chosen = errors.get("windows") if self.windows else None
-        chosen = errors.get("", []) if chosen is None else chosen
-        self.compare(faults, "stderr", expander, body_bytes(chosen), done.stderr or b"")
+        texts = [[b"", b'# 1 "in.c"', *body] for _, body in case.find("text")]
+        for what, bodies, actual in (
+            ("stdout", texts + [body for _, body in case.find("stdout")], done.stdout),
+            ("stderr", [body for _, body in case.find("stderr")], done.stderr),
+        ):
+            if len(bodies) > 1:
+                raise BadCase(f"more than one {what}")
+            self.compare(faults, what, expander, body_bytes(*(bodies or [[]])), actual or b"")
 
         for name, body in case.find("output"):
             path = work / name
@@ -501,6 +474,13 @@ class Runner:
         for name, _ in case.find("absent"):
             if (work / name).exists():
                 faults.append(f"{name} is there")
+        sections = {name.partition(" ")[0] for _, name, _ in case.sections} | {"in.c"}
+        words = b" ".join([case.command, *(line for _, _, body in case.sections for line in body)])
+        for path in sorted(work.rglob("*")):
+            name = path.relative_to(work).as_posix()
+            is_known = name in sections or os.fsencode(path.name) in words or path.stem == "cpp"
+            if path.is_file() and not is_known:
+                faults.append(f"{name} is left")
         left = sorted(os.listdir(temp))
         if left:
             faults.append("left in TEMP: " + ", ".join(left))
@@ -570,9 +550,10 @@ def main():
     if options.only:
         cases = [case for case in cases if options.only in case.title]
 
-    runner = Runner(options.program, options.launcher)
     passed = failed = skipped = 0
-    with concurrent.futures.ThreadPoolExecutor(os.cpu_count() or 1) as pool:
+    with tempfile.TemporaryDirectory(prefix="cases-") as top, \
+            concurrent.futures.ThreadPoolExecutor(os.cpu_count() or 1) as pool:
+        runner = Runner(options.program, options.launcher, top)
         for case, faults in zip(cases, pool.map(runner.run, cases)):
             if faults is None:
                 skipped += 1
