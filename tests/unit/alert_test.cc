@@ -5,28 +5,24 @@
 #include "common/alert.h"
 
 #include <gtest/gtest.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
-#include <fstream>
-#include <functional>
 #include <new>
 #include <string>
 
 #include "common/alloc.h"
 #include "common/pathcmp.h"
 #include "common/vector.h"
+#include "tests/unit/fixtures.h"
 
 namespace {
 
 using namespace kv;
 
-constexpr int left_with =
-    40;  // exit status of a child that ended through the exit hook, plus its status
 // The position that the cases give to the message system.
 const char16_t* line_start = nullptr;
 const char16_t* cursor = nullptr;
@@ -43,45 +39,7 @@ void say(const std::string& text) {
 
 // Suites of this name run before all others, so the children inherit a message system that no other
 // test has used.
-class AlertDeathTest : public testing::Test {
- protected:
-  void SetUp() override {
-    std::string pattern = testing::TempDir() + "alertXXXXXX";
-    ASSERT_NE(mkdtemp(pattern.data()), nullptr);
-    dir_ = pattern;
-  }
-  void TearDown() override { std::filesystem::remove_all(dir_); }
-
-  void file(const std::string& name, const std::string& text) {
-    std::filesystem::create_directories((dir_ / name).parent_path());
-    std::ofstream(dir_ / name, std::ios::binary) << text;
-  }
-
-  // Runs `body` and returns what it wrote to standard error; its end is in status_: 0 or 1 (failed)
-  // when it returned, left_with + n when it left through the exit hook.
-  std::string run(const std::function<void()>& body) {
-    const std::string log = dir_.string() + ".log";
-    const pid_t child = fork();
-    if (child == 0) {
-      if (chdir(dir_.c_str()) != 0 || !freopen(log.c_str(), "w", stderr)) _exit(99);
-      for (const char* name : {"LVX_ERR_FORMAT", "LVX_WARN_FORMAT", "LVX_MSG_FORMAT"})
-        unsetenv(name);
-      alert_set_exit([](int status) { _exit(left_with + status); });
-      body();
-      _exit(alert_failed() ? 1 : 0);
-    }
-    int state = 0;
-    waitpid(child, &state, 0);
-    status_ = WIFEXITED(state) ? WEXITSTATUS(state) : -WTERMSIG(state);
-    std::ifstream in(log, std::ios::binary);
-    std::string text((std::istreambuf_iterator<char>(in)), {});
-    std::filesystem::remove(log);
-    return text;
-  }
-
-  std::filesystem::path dir_;
-  int status_ = 0;
-};
+using AlertDeathTest = process_test;
 
 TEST_F(AlertDeathTest, FatalMessagesStayFatalWhateverAMessageFileCallsThem) {
   for (const char* type : {"M", "E", "-9", "?"}) {
@@ -96,7 +54,7 @@ TEST_F(AlertDeathTest, FatalMessagesStayFatalWhateverAMessageFileCallsThem) {
         alert_msg(number);
         say("went on");
       });
-      EXPECT_EQ(status_, left_with + 1) << number << ' ' << type;
+      EXPECT_EQ(status, left_with + 1) << number << ' ' << type;
       const std::string line = "(" + std::to_string(number) + ") of the file\n";
       EXPECT_TRUE(said.ends_with(line)) << said;
     }
@@ -112,39 +70,28 @@ TEST_F(AlertDeathTest, ExhaustedMemoryIsReportedOnceHoweverOftenItRunsOut) {
     std::get_new_handler()();  // as a failing `new` does
   };
   EXPECT_EQ(run(fail), said);  // no message file is read for it
-  EXPECT_EQ(status_, left_with + 1);
+  EXPECT_EQ(status, left_with + 1);
 
   EXPECT_EQ(run([&] {
               alert_set_exit([](int) { alloc_failed(); });
               fail();
             }),
             said);
-  EXPECT_EQ(status_, 1);  // the way out needed memory, too
+  EXPECT_EQ(status, 1);  // the way out needed memory, too
 
   EXPECT_EQ(run([&] {
               alert_set_prehook([] { alloc_failed(); });
               fail();
             }),
             "(296) out of memory\n");
-  EXPECT_EQ(status_, 1);
+  EXPECT_EQ(status, 1);
 
   EXPECT_EQ(run([&] {
               alert_lookup(296);
               fail();
             }),
             "a.c: 12: (296) of the file\n");
-  EXPECT_EQ(status_, left_with + 1);
-}
-
-TEST_F(AlertDeathTest, AFileLoadedBeforeAnythingElseDecidesTypes) {
-  file("first.msgs", "109\tM\tof the first\n");
-  file("20990101000000_en.msgs", "109\tE\tof the chosen one\n");
-  EXPECT_EQ(run([] {
-              alert_load_msgs("first.msgs");
-              alert_msg(109);
-            }),
-            "of the chosen one\n");
-  EXPECT_EQ(status_, 0);
+  EXPECT_EQ(status, left_with + 1);
 }
 
 TEST_F(AlertDeathTest, VariantsWithoutLineOrPosition) {
@@ -225,16 +172,16 @@ TEST_F(AlertDeathTest, TypedReportsCountErrorsBeforeTheThreshold) {
               alert_raw(7, "E", "one too many");
             }),
             "dropped\n(7) level twelve (warning)\n");
-  EXPECT_EQ(status_, left_with + 1);
+  EXPECT_EQ(status, left_with + 1);
   EXPECT_EQ(run([] {
               alert_raw(7, "x", "odd");
               alert_raw(7, "m", "plain");
               alert_raw(7, "f", "fatal");
             }),
             "(7) odd (warning)\nplain\n(7) fatal\n");
-  EXPECT_EQ(status_, left_with + 1);
+  EXPECT_EQ(status, left_with + 1);
   run([] { alert_fatal(3); });
-  EXPECT_EQ(status_, left_with + 1);
+  EXPECT_EQ(status, left_with + 1);
 }
 
 TEST_F(AlertDeathTest, DescriptionOfErrnoIsCutWithItsText) {
@@ -251,7 +198,7 @@ TEST_F(AlertDeathTest, DescriptionOfErrnoIsCutWithItsText) {
 TEST_F(AlertDeathTest, UnknownNumberIsAnErrorWithItsOwnText) {
   EXPECT_EQ(run([] { alert_msg(9999, 1); }),
             "(9999) An error, warning or message was generated, but no description is available\n");
-  EXPECT_EQ(status_, 1);
+  EXPECT_EQ(status, 1);
 }
 
 TEST_F(AlertDeathTest, OnceReportsAPlaceOnlyOnce) {
@@ -278,17 +225,10 @@ TEST_F(AlertDeathTest, OnceReportsAPlaceOnlyOnce) {
             "1: (1342) whitespace after \"\\\" (warning)\n");
 }
 
-TEST_F(AlertDeathTest, EqualVersionsAreRankedByPath) {
-  file("20990101000000_a_en.msgs", "109\tE\ta\n");
-  file("20990101000000_b_en.msgs", "109\tE\tb\n");
-  EXPECT_EQ(run([] { alert_msg(109); }), "(109) b\n");
-  EXPECT_EQ(findMsgFiles(nullptr, ALERT_LANGUAGE, nullptr), 0U);
-}
-
 TEST_F(AlertDeathTest, UnreadableChoiceLeavesTheBuiltInMessages) {
   file("20990101000000_en.msgs", "1446\tM\tunread\n");
-  std::filesystem::permissions(dir_ / "20990101000000_en.msgs", std::filesystem::perms::none);
-  std::filesystem::permissions(dir_, std::filesystem::perms::all);
+  std::filesystem::permissions(dir / "20990101000000_en.msgs", std::filesystem::perms::none);
+  std::filesystem::permissions(dir, std::filesystem::perms::all);
   const std::string text = run([] {
     if (geteuid() == 0 && seteuid(65534) != 0) _exit(99);  // the superuser can read it
     alert_msg(1446, "x");
@@ -298,7 +238,7 @@ TEST_F(AlertDeathTest, UnreadableChoiceLeavesTheBuiltInMessages) {
   EXPECT_TRUE(
       text.ends_with("20990101000000_en.msgs, the built-in messages are used\n\n#info: x\n"))
       << text;
-  EXPECT_EQ(status_, 0);
+  EXPECT_EQ(status, 0);
 }
 
 TEST_F(AlertDeathTest, DescriptionFileSuppliesTextsButNoTypes) {
@@ -322,7 +262,7 @@ TEST_F(AlertDeathTest, DescriptionFileSuppliesTextsButNoTypes) {
             "false\nfalse\ntrue\ntrue\n"
             "(111) redefining preprocessor macro \"a\" (b: 1) (warning)\n"
             "false\ntrue\ntrue\ntrue\n(111) newer a (warning)\n");
-  EXPECT_EQ(status_, 0);
+  EXPECT_EQ(status, 0);
 }
 
 TEST_F(AlertDeathTest, PromotionAndControlRules) {
@@ -405,7 +345,7 @@ TEST_F(AlertDeathTest, DemotedErrorIsShownAboveARaisedThreshold) {
               alert_msg(109);
             }),
             "(109) #include syntax error (warning)\n");
-  EXPECT_EQ(status_, 0);
+  EXPECT_EQ(status, 0);
 }
 
 TEST(MessageFiles, VersionIsTheNumberThatTheNameBeginsWith) {
@@ -413,16 +353,6 @@ TEST(MessageFiles, VersionIsTheNumberThatTheNameBeginsWith) {
   EXPECT_GT(getMsgFileVersion("99999999999999999999999999_en.msgs"), 20990101000000U);
   EXPECT_EQ(getMsgFileVersion("en_msgs.txt"), 0U);
   EXPECT_EQ(getMsgFileVersion("7:"), 0U);
-}
-
-TEST(PathBeginsWithDir, ComparesAsManyCharactersAsTheDirectoryHas) {
-  EXPECT_TRUE(path_begins_with_dir("/opt/v1\\dat\\x", "/opt/v1"));
-  EXPECT_TRUE(path_begins_with_dir("\\opt\\v1\\dat", "\\opt\\"));
-  EXPECT_TRUE(path_begins_with_dir("/opt/v10\\dat", "/opt/v1"));
-  EXPECT_FALSE(path_begins_with_dir("/opt/V1\\dat", "/opt/v1"));
-  EXPECT_FALSE(path_begins_with_dir("/opt", "/opt/v1"));
-  EXPECT_FALSE(path_begins_with_dir("/opt", nullptr));
-  EXPECT_FALSE(path_begins_with_dir(nullptr, "/opt"));
 }
 
 }  // namespace

@@ -7,32 +7,19 @@
 
 #include <cerrno>
 #include <cstdlib>
-#include <filesystem>
-#include <fstream>
 #include <string>
 #include <vector>
 
-namespace fs = std::filesystem;
+#include "tests/unit/fixtures.h"
+
 using namespace kv;
 
 namespace {
 
-// Each test has an empty directory of its own.
-class Host : public testing::Test {
+class Host : public directory_test {
  protected:
-  Host() : root(fs::temp_directory_path() / ("kvhost-" + host::fresh_name())) {
-    fs::create_directories(root);
-  }
-  ~Host() override { fs::remove_all(root); }
-
   // The path as the program would build it below the test's directory.
-  std::string at(const std::string& name) const { return root.string() + '\\' + name; }
-
-  // Makes a file behind the host layer's back.
-  void put(const std::string& name, const std::string& text = "") const {
-    fs::create_directories((root / name).parent_path());
-    std::ofstream(root / name, std::ios::binary) << text;
-  }
+  std::string at(const std::string& name) const { return dir.string() + '\\' + name; }
 
   // The outcome of a probe: 0 for a file that opens, else errno.
   int probe(const std::string& name) const {
@@ -41,28 +28,10 @@ class Host : public testing::Test {
     host::close_file(fd);
     return 0;
   }
-
-  fs::path root;
 };
 
-TEST_F(Host, WritesAppendsAndReadsBytesUnchanged) {
-  const std::string path = at("file");
-  const std::string text("a\r\n\x1a\0b\n", 7);
-  for (const auto place : {host::write_place::from_start, host::write_place::at_end}) {
-    const int fd = host::open_write(path.c_str(), place).fd;
-    EXPECT_TRUE(host::write_all(fd, text.data(), text.size()));
-    host::close_file(fd);
-  }
-  std::string got(100, '\0');
-  const int fd = host::open_read(path.c_str());
-  got.resize(static_cast<std::size_t>(host::read_block(fd, got.data(), got.size())));
-  EXPECT_EQ(host::read_block(fd, got.data(), 1), 0);
-  host::close_file(fd);
-  EXPECT_EQ(got, text + text);
-}
-
 TEST_F(Host, ProbeOpensWhatExistsInEverySpellingOfThePath) {
-  put("sub/deep/x.h");
+  file("sub/deep/x.h");
   EXPECT_EQ(probe("absent.h"), ENOENT);  // the listing is read here
   EXPECT_EQ(probe("sub\\deep\\x.h"), 0);
   EXPECT_EQ(probe("sub/deep/../deep\\x.h"), 0);
@@ -72,13 +41,12 @@ TEST_F(Host, ProbeOpensWhatExistsInEverySpellingOfThePath) {
   EXPECT_EQ(probe("nowhere\\x.h"), ENOENT);
 }
 
-#ifndef _WIN32
 TEST_F(Host, LaterMissesAreAnsweredFromMemoryUntilTheProgramCreatesAFile) {
   EXPECT_EQ(probe("late.h"), ENOENT);
   EXPECT_EQ(probe("later\\x.h"), ENOENT);
-  put("late.h");
-  put("later/x.h");
-  put("LATE2.h");
+  file("late.h");
+  file("later/x.h");
+  file("LATE2.h");
   EXPECT_EQ(probe("late.h"), ENOENT);
   EXPECT_EQ(probe("later\\x.h"), ENOENT);
   host::close_file(host::open_write(at("own.h").c_str(), host::write_place::from_start).fd);
@@ -88,9 +56,9 @@ TEST_F(Host, LaterMissesAreAnsweredFromMemoryUntilTheProgramCreatesAFile) {
 }
 
 TEST_F(Host, SpellingIsFoundWhateverTheCase) {
-  put("Inc/Sys/Types.H");
-  put("Inc/both.h");
-  put("Inc/Both.h");
+  file("Inc/Sys/Types.H");
+  file("Inc/both.h");
+  file("Inc/Both.h");
   const struct {
     const char *asked, *stored;
   } cases[] = {
@@ -112,7 +80,6 @@ TEST_F(Host, SpellingIsFoundWhateverTheCase) {
   EXPECT_EQ(actual, "kept");
   EXPECT_EQ(host::spelling_to_open(at("nope").c_str()), at("nope"));
 }
-#endif
 
 TEST_F(Host, FilesBeyondTheLimitAreRefusedAndDuplicatesDoNotCount) {
   host::close_file(host::open_write(at("file").c_str(), host::write_place::from_start).fd);
@@ -130,50 +97,8 @@ TEST_F(Host, FilesBeyondTheLimitAreRefusedAndDuplicatesDoNotCount) {
   for (const int each : open) host::close_file(each);
 }
 
-TEST_F(Host, AFileIsWrittenUnderOneNameOnlyAndNotWhatIsRead) {
-  put("read", "text");
-  put("written", "text");
-  fs::create_hard_link(root / "written", root / "link");
-  const auto open_write = [this](const char* name) {
-    return host::open_write(at(name).c_str(), host::write_place::from_start);
-  };
-  EXPECT_GE(host::open_input(at("read").c_str()), 0);
-  EXPECT_LT(open_write("read").fd, 0);
-  EXPECT_EQ(errno, host::error_in_use);
-
-  const host::written_file file = open_write("written");
-  EXPECT_EQ(file.size, 4U);
-  EXPECT_TRUE(file.regular && !file.created);
-  EXPECT_LT(open_write("link").fd, 0);
-  EXPECT_LT(host::open_input(at("link").c_str()), 0);
-  EXPECT_EQ(probe("link"), host::error_in_use);
-  EXPECT_FALSE(host::use_replaced(at("link").c_str()));
-  EXPECT_EQ(fs::file_size(root / "written"), 4U);
-  host::close_file(file.fd);
-  EXPECT_EQ(probe("link"), 0);
-
-  EXPECT_TRUE(host::use_replaced(at("link").c_str()));
-  EXPECT_EQ(probe("written"), host::error_in_use);
-}
-
-TEST_F(Host, NamelessFileHoldsTextAndLeavesNothing) {
-  const int fd = host::open_nameless(root.string().c_str());
-  ASSERT_GE(fd, 0);
-#ifndef _WIN32
-  EXPECT_TRUE(fs::is_empty(root));
-#endif
-  char text[4] = {};
-  EXPECT_TRUE(host::write_bytes(fd, "text", 4) && host::seek_file(fd, 1));
-  EXPECT_EQ(host::read_block(fd, text, 4), 3);
-  EXPECT_STREQ(text, "ext");
-  host::close_file(fd);
-  EXPECT_TRUE(fs::is_empty(root));
-  EXPECT_LT(host::open_nameless(at("nowhere").c_str()), 0);
-}
-
-#ifndef _WIN32
 TEST_F(Host, ClosedStandardDescriptorsNeverReceiveAFile) {
-  put("file");
+  file("file");
   EXPECT_EXIT(
       {
         host::close_file(0);
@@ -185,6 +110,5 @@ TEST_F(Host, ClosedStandardDescriptorsNeverReceiveAFile) {
       },
       testing::ExitedWithCode(0), "");
 }
-#endif
 
 }  // namespace

@@ -2,12 +2,11 @@
 
 #include <gtest/gtest.h>
 
-#include <filesystem>
-#include <fstream>
 #include <string>
 #include <vector>
 
 #include "host/host.h"
+#include "tests/unit/fixtures.h"
 
 namespace kv {
 namespace {
@@ -91,20 +90,9 @@ TEST(stringcache, tokens_are_separated_by_runs_of_delimiters) {
   EXPECT_EQ(split("whole", nullptr), tokens{"whole"});
 }
 
-// The lines of a file with the given contents.
-std::vector<std::string> lines_of(const std::string& text) {
-  const auto path = std::filesystem::temp_directory_path() / ("lines." + host::fresh_name());
-  std::ofstream(path, std::ios::binary) << text;
-  const int fd = host::open_read(path.string().c_str());
-  line_reader reader(fd);
-  std::vector<std::string> lines;
-  while (const char* line = read_long_line(reader)) lines.emplace_back(line);
-  host::close_file(fd);
-  std::filesystem::remove(path);
-  return lines;
-}
+using read_long_line_test = directory_test;
 
-TEST(read_long_line, lines_of_any_length_come_whole) {
+TEST_F(read_long_line_test, lines_of_any_length_come_whole) {
   const std::string x(1022, 'x');
   const std::string huge(3000000, 'h');
   const struct {
@@ -122,7 +110,15 @@ TEST(read_long_line, lines_of_any_length_come_whole) {
       {std::string("z\0y\n", 4), {"zy\n"}},
       {huge + "\n" + huge, {huge + "\n", huge}},
   };
-  for (const auto& c : cases) EXPECT_EQ(lines_of(c.text), c.lines);
+  for (const auto& c : cases) {
+    file("f", c.text);
+    const int fd = host::open_read((dir / "f").c_str());
+    line_reader reader(fd);
+    std::vector<std::string> lines;
+    while (const char* line = read_long_line(reader)) lines.emplace_back(line);
+    host::close_file(fd);
+    EXPECT_EQ(lines, c.lines);
+  }
 }
 
 }  // namespace
