@@ -21,7 +21,7 @@ _NUMBERS = ("0", "1", "42", "42u", "0x1F", "0x1Fu", "0x1e+5", "1e+5", "1.5e-3L",
 _OPERATORS = ("+", "-", "*", "/", "%", "&", "|", "^", "<", ">", "=", "!", "~", "?", ":", ";", "[", "]",
               "{", "}", ".", "...", "->", "&&", "||", "<<", "==", "++", "@", "`", "\x80")
 _LITERALS = ('"s A"', '"a\\"b"', "'c'", "'\\''", '"//"', '"/*"', '"A F(1)"', '""', "''", '"s // \\" t"')
-_ATOMS = _NUMBERS + _OPERATORS + _LITERALS
+ATOMS = _NUMBERS + _OPERATORS + _LITERALS
 _COMMENTS = ("/**/", "/* c */", "/***/", "// c", "/* // */", "// /* \\x", "/* ' */", "/*/ */",
              "/* /* */", "/* ? */", "/* ??= */", "/* a\n * b / c\n*/", "/*\n\n\n\n\n*/")
 _BLANKS = (" ",) * 8 + ("", "  ", "\t", " \t ", "\x1f")
@@ -248,7 +248,7 @@ class Writer:
             return self.call(parameters, depth)
         if pick < 0.80:
             return rng.choice(list(_ARITY))
-        return rng.choice(_WORDS if pick < 0.88 else _ATOMS)
+        return rng.choice(_WORDS if pick < 0.88 else ATOMS)
 
     def call(self, parameters, depth):
         rng = self.rng

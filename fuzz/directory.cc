@@ -1,14 +1,15 @@
 #include "fuzz/directory.h"
 
-#include <dirent.h>
-#include <fcntl.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
+#include <fstream>
+#include <iterator>
+
+namespace fs = std::filesystem;
 
 namespace kv::fuzz {
 namespace {
@@ -22,14 +23,10 @@ constexpr std::string_view installation_link = "proc";
   std::_Exit(2);
 }
 
-std::string file_text(const std::string& path) {
-  const int fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
-  struct stat status;
-  if (fd < 0 || ::fstat(fd, &status) != 0) give_up(path);
-  std::string text(static_cast<std::size_t>(status.st_size), '\0');
-  if (::read(fd, text.data(), text.size()) != status.st_size) give_up(path);
-  ::close(fd);
-  return text;
+std::string file_text(const fs::path& path) {
+  std::ifstream file(path, std::ios::binary);
+  if (!file) give_up(path);
+  return {std::istreambuf_iterator<char>(file), {}};
 }
 
 bool is_plain(char c) {
@@ -45,12 +42,12 @@ run_directory::run_directory() {
   root_ = std::string(parent) + "/fuzz-XXXXXX";
   if (::mkdtemp(root_.data()) == nullptr) give_up(root_);
   root_ += '/';
-  std::filesystem::create_directories(root_ + "proc/self");
-  std::filesystem::create_symlink("/inst/bin/cpp", root_ + "proc/self/exe");
+  fs::create_directories(root_ + "proc/self");
+  fs::create_symlink("/inst/bin/cpp", root_ + "proc/self/exe");
 }
 
 void run_directory::remove() const {
-  std::filesystem::remove_all(root_);
+  fs::remove_all(root_);
 }
 
 bool run_directory::takes(std::string_view name) {
@@ -62,48 +59,35 @@ bool run_directory::takes(std::string_view name) {
 }
 
 void run_directory::fill(const std::vector<input_file>& files) const {
-  ::mkdir((root_ + std::string(temp)).c_str(), 0777);
-  for (const input_file& file : files) write_file(file);
-}
-
-void run_directory::write_file(const input_file& file) const {
-  for (std::size_t at = file.name.find('/'); at != std::string::npos;
-       at = file.name.find('/', at + 1)) {
-    ::mkdir((root_ + file.name.substr(0, at)).c_str(), 0777);
+  fs::create_directory(root_ + std::string(temp));
+  for (const input_file& file : files) {
+    const fs::path path = root_ + file.name;
+    std::error_code in_the_way;
+    fs::create_directories(path.parent_path(), in_the_way);
+    std::ofstream out(path, std::ios::binary);
+    if (out && !(out << file.text << std::flush)) give_up(path);
   }
-  const std::string path = root_ + file.name;
-  const int fd = ::open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666);
-  if (fd < 0) return;
-  const ssize_t written = ::write(fd, file.text.data(), file.text.size());
-  if (written != static_cast<ssize_t>(file.text.size())) give_up(path);
-  ::close(fd);
 }
 
 std::map<std::string, std::string> run_directory::take() const {
   std::map<std::string, std::string> files;
-  take_from("", files);
+  for (const fs::path& path : fs::directory_iterator(root_)) {
+    if (path.filename() == installation_link) continue;
+    take_from(path, files);
+    fs::remove_all(path);
+  }
   return files;
 }
 
-void run_directory::take_from(const std::string& name,
+void run_directory::take_from(const fs::path& path,
                               std::map<std::string, std::string>& files) const {
-  DIR* const dir = ::opendir((root_ + name).c_str());
-  if (dir == nullptr) give_up(root_ + name);
-  while (const dirent* entry = ::readdir(dir)) {
-    const std::string_view own = entry->d_name;
-    if (own == "." || own == ".." || (name.empty() && own == installation_link)) continue;
-    std::string inner = name + entry->d_name;
-    if (entry->d_type == DT_DIR) {
-      inner += '/';
-      take_from(inner, files);
-      ::rmdir((root_ + inner).c_str());
-      files.try_emplace(inner);
-    } else {
-      files[inner] = file_text(root_ + inner);
-      ::unlink((root_ + inner).c_str());
-    }
+  const std::string name = path.string().substr(root_.size());
+  if (!fs::is_directory(path)) {
+    files[name] = file_text(path);
+    return;
   }
-  ::closedir(dir);
+  files.try_emplace(name + '/');
+  for (const fs::path& inner : fs::directory_iterator(path)) take_from(inner, files);
 }
 
 }  // namespace kv::fuzz

@@ -1,6 +1,7 @@
 // The directory that holds the files of a run, and nothing else.
 #pragma once
 
+#include <filesystem>
 #include <map>
 #include <string>
 #include <string_view>
@@ -41,8 +42,8 @@ class run_directory {
   std::map<std::string, std::string> take() const;
 
  private:
-  void write_file(const input_file& file) const;
-  void take_from(const std::string& name, std::map<std::string, std::string>& files) const;
+  void take_from(const std::filesystem::path& path,
+                 std::map<std::string, std::string>& files) const;
 
   std::string root_;  // ends in a slash
 };

@@ -41,15 +41,18 @@ namespace {
 constexpr std::size_t output_base = std::size_t{16} << 20;
 constexpr std::size_t output_factor = 64;
 
+// The names of what was printed, which no file has.
+constexpr const char* standard_output = "/standard output";
+constexpr const char* standard_error = "/standard error";
+
 struct outcome {
   int wait_status = 0;
-  std::string out;
-  std::string err;
-  std::map<std::string, std::string> files;
+  std::map<std::string, std::string> texts = {{standard_output, ""}, {standard_error, ""}};
 
   bool operator==(const outcome&) const = default;
 };
 
+// The fuzzer's own clock interrupts calls that wait; they are made anew.
 class server {
  public:
   // Starts the server: `body` runs in the new process.
@@ -71,7 +74,7 @@ class server {
   int run() const {
     int status = 0;
     ask(request::run);
-    if (insist([&] { return ::read(socket_, &status, sizeof status); }) != sizeof status) {
+    if (TEMP_FAILURE_RETRY(::read(socket_, &status, sizeof status)) != sizeof status) {
       fail("a server has ended");
     }
     return status;
@@ -87,19 +90,9 @@ class server {
 
  private:
   void ask(request what) const {
-    if (insist([&] { return ::write(socket_, &what, sizeof what); }) != sizeof what) {
+    if (TEMP_FAILURE_RETRY(::write(socket_, &what, sizeof what)) != sizeof what) {
       fail("a server has ended");
     }
-  }
-
-  // The fuzzer's own clock interrupts calls that wait.
-  template <class Call>
-  static ssize_t insist(Call call) {
-    ssize_t done = 0;
-    do {
-      done = call();
-    } while (done < 0 && errno == EINTR);
-    return done;
   }
 
   int socket_ = -1;
@@ -181,33 +174,36 @@ outcome ask(const server& of, const program_run& run) {
   set_memory(stderr_fd, "");
   outcome result;
   result.wait_status = of.run();
-  result.out = memory_text(stdout_fd);
-  result.err = memory_text(stderr_fd);
-  result.files = the_setup->directory.take();
-  for (auto& file : result.files) {
-    blank_addresses(file.second);
-    if (is_report(file.second)) file.second = "a report";
+  result.texts = the_setup->directory.take();
+  for (auto& [name, text] : result.texts) {
+    blank_addresses(text);
+    if (is_report(text)) text = "a report";
   }
+  result.texts[standard_output] = memory_text(stdout_fd);
+  result.texts[standard_error] = memory_text(stderr_fd);
   return result;
 }
 
 // A worker's memory has a limit, and the runs before have left theirs behind.
 bool is_out_of_memory(const outcome& run) {
-  return run.err.find("(296)") != std::string::npos;
+  return run.texts.at(standard_error).find("(296)") != std::string::npos;
 }
 
 // Macros that name each other several times can come to any length, so a run may reach the limit,
 // but not without a word about what it reads.
 bool is_cut_off(const outcome& run, std::size_t limit) {
   constexpr std::string_view write_error = "can't write";
-  return run.out.size() >= limit && !run.err.empty() && !run.err.starts_with(write_error);
+  const std::string& told = run.texts.at(standard_error);
+  return run.texts.at(standard_output).size() >= limit && !told.empty() &&
+         !told.starts_with(write_error);
 }
 
 // What is wrong with a run by itself, or nothing.
 std::string fault_of(const outcome& run, std::size_t limit) {
-  if (run.out.size() >= limit && !is_cut_off(run, limit)) return "printed for ever";
-  for (const auto& [name, text] : run.files) {
-    if (text.size() >= limit) return "wrote for ever: " + name;
+  for (const auto& [name, text] : run.texts) {
+    if (text.size() >= limit && name != standard_error &&
+        (name != standard_output || !is_cut_off(run, limit)))
+      return "wrote for ever: " + name;
     if (name.starts_with(run_directory::temp) && name != run_directory::temp)
       return "left a temporary file: " + name;
   }
@@ -223,14 +219,6 @@ void print_text(const char* title, std::string_view text) {
   std::fprintf(stderr, "--- %s (%zu bytes)\n", title, text.size());
   std::fwrite(text.data(), 1, std::min(text.size(), shown), stderr);
   std::fputs(text.size() > shown ? "...\n" : "\n", stderr);
-}
-
-// The first thing in which two runs differ.
-std::string difference(const outcome& fast, const outcome& plain) {
-  if (fast.wait_status != plain.wait_status) return "have different statuses";
-  if (fast.err != plain.err) return "have different standard errors";
-  if (fast.out != plain.out) return "have different standard outputs";
-  return "left different files";
 }
 
 // What two runs of one input came to.
@@ -251,14 +239,19 @@ comparison compare(const program_run& run, std::size_t limit) {
   if (const std::string fault = fault_of(result.plain, limit); !fault.empty()) {
     result.fault = "the run without fast paths " + fault;
   } else if (result.fast != result.plain && !is_cut_off(result.fast, limit)) {
-    result.fault = "the runs with and without fast paths " + difference(result.fast, result.plain);
+    result.fault = "the runs with and without fast paths differ";
   }
   return result;
 }
 
-void print_outcome(const char* which, const outcome& of) {
-  print_text((std::string("standard output ") + which).c_str(), of.out);
-  print_text((std::string("standard error ") + which).c_str(), of.err);
+// Prints what of one run is not the same in the other.
+void print_own(const outcome& run, const outcome& other, const std::string& which) {
+  std::fprintf(stderr, "--- wait status %s: %d\n", which.c_str(), run.wait_status);
+  for (const auto& [name, text] : run.texts) {
+    const auto found = other.texts.find(name);
+    if (found == other.texts.end() || found->second != text)
+      print_text((name + ' ' + which).c_str(), text);
+  }
 }
 
 [[noreturn]] void complain(const program_run& run, const comparison& runs) {
@@ -267,15 +260,8 @@ void print_outcome(const char* which, const outcome& of) {
   std::fputc('\n', stderr);
   for (const std::string& setting : run.settings) std::fprintf(stderr, "%s\n", setting.c_str());
   for (const input_file& file : run.files) print_text(file.name.c_str(), file.text);
-  print_outcome("with fast paths", runs.fast);
-  print_outcome("without fast paths", runs.plain);
-  for (const auto& [name, text] : runs.fast.files) {
-    const auto other = runs.plain.files.find(name);
-    if (other != runs.plain.files.end() && other->second == text) continue;
-    print_text((name + " with fast paths").c_str(), text);
-    if (other == runs.plain.files.end()) continue;
-    print_text((name + " without fast paths").c_str(), other->second);
-  }
+  print_own(runs.fast, runs.plain, "with fast paths");
+  print_own(runs.plain, runs.fast, "without fast paths");
   the_setup->directory.remove();
   std::abort();
 }

@@ -1,14 +1,14 @@
 """Runs the fuzz targets on inputs that are made from the whole-program cases.
 
-    python3 fuzz/run.py [--seconds 60] [--runs N] [--seed N] [--target NAME]... [--keep-going]
+    python3 fuzz/run.py [--seconds 60] [--runs N] [--seed N] [--target NAME]...
 
-What a target finds is kept in build/fuzz/findings and tried first the next time, until it is
+What a target finds is kept in build/fuzz/findings and tried again the next time, until it is
 mended; then it goes to the target's corpus, which also grows from run to run. An input is text:
 fuzz/harness.h tells its form, and a target with a file as its argument runs that input alone.
 
 With --seed the corpus of earlier runs is left out, so that the same inputs come in the same order;
-without it a seed is chosen and printed. --keep-going goes on behind a finding, for a look
-at how many there are. The last line is 'N passed, N failed', a target counting as one.
+without it a seed is chosen and printed. The last line is 'N passed, N failed', a target counting as
+one.
 """
 
 import argparse
@@ -25,11 +25,16 @@ import tempfile
 
 ROOT = pathlib.Path(__file__).resolve().parent.parent
 BUILD = ROOT / "build/fuzz"
-sys.path.insert(0, str(ROOT / "tests"))
+sys.path[:0] = [str(ROOT / "tests"), str(ROOT / "checks")]
 import run_cases  # noqa: E402
+import writer  # noqa: E402
 
-TARGETS = ("input", "messages", "options", "templates")
+TARGETS = ("input", "messages", "options")
 LONGEST = 16384
+LONGEST_WORD = 20
+# Words of control lines and expressions, conversions of templates, numbers and types of messages.
+WORDS = re.compile(rb"\n[ \t]*#[ \t]*\w+ ?|^IFN?DEF |\b(?:sizeof|defined|__\w+__)\b|"
+                   rb"%[-+ #0]*[\d.*$]*[a-z%]+|^\d+(?=\t)|(?<=\d)\t-?\w\t", re.M)
 # The option sets of the main target, by the letter that chooses each (see input.cc).
 MODES = {"-C": "b", "--cmode=tsasm": "c", "-dM": "d", "-Llist": "e", "--cmode=tslink": "f",
          "-E1": "g", "-Lgcc": "h", "--udf=r.htm": "i"}
@@ -74,10 +79,24 @@ def seeds():
                 yield "messages", files[name]
         texts = [setting.partition(b"=")[2] for setting in environment if b"_FORMAT=" in setting]
         if texts:
-            yield "templates", b"\n".join(texts)
+            yield "messages", with_files(b"", {"templates": b"\n".join(texts)})
     messages = (ROOT / "common/builtin_catalogue.msgs").read_bytes().splitlines(keepends=True)
     for first in range(0, len(messages), 20):
         yield "messages", b"".join(messages[first:first + 20])
+
+
+def write_dictionary(target, path):
+    """Writes what mutation alone would hardly come upon: the words of the cases, and oddities."""
+    words = {oddity.encode("latin-1") for oddity in writer.ODDITIES + writer.ATOMS}
+    for arguments, environment, files in read_cases():
+        for text in (*files.values(), *environment):
+            words.update(WORDS.findall(text))
+        if target == "options":
+            for option in " ".join(arguments).encode("latin-1").split():
+                words |= {option + b"\n", option[:2], option[:option.find(b"=") + 1]}
+    with open(path, "w", encoding="ascii") as dictionary:
+        for word in sorted(word for word in words if 0 < len(word) <= LONGEST_WORD):
+            dictionary.write('"' + "".join(f"\\x{byte:02x}" for byte in word) + '"\n')
 
 
 def write_seeds(top):
@@ -99,20 +118,6 @@ def run(target, arguments, scratch):
                           stdout=subprocess.PIPE, stderr=subprocess.STDOUT, check=False)
 
 
-def try_findings(target, findings, corpus, scratch):
-    """Runs what has been found before; returns whether all of it is mended."""
-    mended = True
-    for path in sorted(findings.iterdir()):
-        done = run(target, [str(path)], scratch)
-        if done.returncode == 0:
-            path.rename(corpus / path.name)
-        else:
-            report(target, done.stdout)
-            print(f"{target}: still wrong: {path.relative_to(ROOT)}")
-            mended = False
-    return mended
-
-
 def report(target, output):
     """Prints what a finding's output says, without the fuzzer's own."""
     start = output.find(b"\nfuzz: ")
@@ -123,35 +128,29 @@ def report(target, output):
 
 def fuzz(target, seeds_dir, options, scratch):
     """Returns whether the target ran without a finding."""
-    corpus, findings = (BUILD / name / target for name in ("corpus", "findings"))
-    for directory in (corpus, findings):
+    kept, findings = (BUILD / name / target for name in ("corpus", "findings"))
+    corpus = kept if options.seed is None else pathlib.Path(scratch) / target
+    for directory in (kept, findings, corpus):
         directory.mkdir(parents=True, exist_ok=True)
-    if not try_findings(target, findings, corpus, scratch) and not options.keep_going:
-        return False
-    if options.seed is not None:
-        corpus = pathlib.Path(scratch) / "corpus" / target
-        corpus.mkdir(parents=True)
+    dictionary = pathlib.Path(scratch) / f"{target}.dict"
+    write_dictionary(target, dictionary)
     seed = random.randrange(1, 1 << 31) if options.seed is None else options.seed
-    arguments = [f"-dict={ROOT / 'fuzz/cpp.dict'}", f"-artifact_prefix={findings}/",
+    arguments = [f"-dict={dictionary}", f"-artifact_prefix={findings}/",
                  "-print_final_stats=1", f"-max_total_time={options.seconds}", f"-seed={seed}"]
     if options.runs:
         arguments.append(f"-runs={options.runs}")
-    if options.keep_going:
-        arguments += ["-fork=1", "-ignore_crashes=1"]
-    done = run(target, [*arguments, str(corpus), str(seeds_dir / target)], scratch)
-    counts = re.findall(rb"^stat::number_of_executed_units: +(\d+)|^#(\d+): cov:", done.stdout,
-                        re.M)
-    runs = int(next(filter(None, counts[-1]))) if counts else 0
+    done = run(target, [*arguments, *map(str, (corpus, findings, seeds_dir / target))], scratch)
+    counted = re.search(rb"^stat::number_of_executed_units: +(\d+)", done.stdout, re.M)
+    runs = int(counted[1]) if counted else 0
+    well = runs > 0 and done.returncode == 0
     found = [path.relative_to(ROOT) for path in sorted(findings.iterdir())]
-    well = runs > 0 and done.returncode == 0 and not found
-    if not well and not options.keep_going:
-        report(target, done.stdout)
-    if found:
-        end = f"kept in {', '.join(map(str, found))}"
-    elif runs == 0:
-        end = "did not start"
+    if well:
+        end = "clean"
+        for path in findings.iterdir():
+            path.rename(kept / path.name)
     else:
-        end = "clean" if well else f"ended with status {done.returncode}"
+        report(target, done.stdout)
+        end = f"kept in {', '.join(map(str, found))}" if found else f"status {done.returncode}"
     print(f"{target}: seed {seed}, {runs} runs, {end}", flush=True)
     return well
 
@@ -162,7 +161,6 @@ def main():
     parser.add_argument("--runs", type=int, help="end a target after so many runs")
     parser.add_argument("--seed", type=int, help="begin with the cases alone, and with this number")
     parser.add_argument("--target", action="append", choices=TARGETS, help="only this one")
-    parser.add_argument("--keep-going", action="store_true")
     options = parser.parse_args()
     write_seeds(BUILD / "seeds")
     passed = failed = 0
