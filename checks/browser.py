@@ -89,30 +89,6 @@ class Browser:
                 same(text, found, expected)
             time.sleep(0.02)
 
-    def _find(self, selector, value):
-        return self._call("POST", "/element", {"using": selector, "value": value})
-
-    def click_link(self, text):
-        element = self._find("link text", text)
-        self._call("POST", f"/element/{next(iter(element.values()))}/click", {})
-
-    def to_frame(self, name):
-        self._call("POST", "/frame", {"id": None})
-        if name:
-            self._call("POST", "/frame", {"id": self._find("css selector", f"[name={name}]")})
-
-    def to_other_window(self):
-        """Turns to the window that was opened last; returns the one that it came from."""
-        here = self._call("GET", "/window")
-        others = [handle for handle in self._call("GET", "/window/handles") if handle != here]
-        same("windows opened", len(others), 1)
-        self._call("POST", "/window", {"handle": others[0]})
-        return here
-
-    def close_window(self, back_to):
-        self._call("DELETE", "/window")
-        self._call("POST", "/window", {"handle": back_to})
-
     def picture(self, path):
         path.parent.mkdir(parents=True, exist_ok=True)
         path.write_bytes(base64.b64decode(self._call("GET", "/screenshot")))

@@ -14,17 +14,15 @@ import concurrent.futures
 import os
 import random
 import shutil
-import subprocess
 import sys
 import time
 
-from tally import ROOT
+from tally import ROOT, TIMEOUT, Tally, outcome
 from writer import Writer
 import corpus
 import units
 
 SCRATCH = ROOT / "build" / "lanes"
-TIMEOUT = 10
 MODES = {
     "plain": ["-W-9", "--emax=1000"],
     "comments": ["-W-9", "--emax=1000", "-C"],
@@ -43,19 +41,10 @@ def write_program(files, directory):
         (directory / name).write_bytes(text.encode("latin-1"))
 
 
-def run(program, arguments, directory):
-    try:
-        done = subprocess.run([program] + arguments, cwd=directory, capture_output=True,
-                              stdin=subprocess.DEVNULL, timeout=TIMEOUT)
-    except subprocess.TimeoutExpired:
-        return None
-    return done.returncode, done.stdout, done.stderr
-
-
 def differ(programs, arguments, directory):
     """What is wrong with the two runs; empty when nothing is. One that does not end is a fault even
     where the other does not end either: nothing that is written here takes long."""
-    results = [run(program, arguments, directory) for program in programs]
+    results = [outcome([program, *arguments], directory) for program in programs]
     if None in results:
         return f"not ended after {TIMEOUT} s"
     return "different" if results[0] != results[1] else ""
@@ -104,7 +93,7 @@ def check_random(seed, number, programs):
             if text:
                 report += f"--- {name}\n{text!r}\n{text}\n"
         for label, program in zip(("with lanes", "without"), programs):
-            report += f"--- {label}: {run(program, arguments, directory)}\n"
+            report += f"--- {label}: {outcome([program, *arguments], directory)}\n"
         return passed, report
     return passed, ""
 
@@ -133,7 +122,7 @@ def main():
             sys.exit(f"{program} is missing")
     SCRATCH.mkdir(parents=True, exist_ok=True)
     started = time.monotonic()
-    passed = failed = 0
+    tally = Tally()
     with concurrent.futures.ProcessPoolExecutor(options.jobs) as pool:
         futures = [pool.submit(check_random, options.seed, number, programs)
                    for number in range(options.count)]
@@ -143,12 +132,12 @@ def main():
             futures += [pool.submit(check_real, unit, programs) for unit in units.all_units(found)]
         for future in futures:
             good, report = future.result()
-            passed, failed = passed + good, failed + bool(report)
-            if report and failed <= 10:
+            tally.passed += good
+            tally.failed += bool(report)
+            if report and tally.failed <= 10:
                 print(report)
     print(f"seed {options.seed}, {time.monotonic() - started:.0f} s")
-    print(f"{passed} passed, {failed} failed")
-    return 1 if failed else 0
+    return tally.close()
 
 
 if __name__ == "__main__":

@@ -7,11 +7,12 @@ them all.
 
     python3 checks/layers.py [--print]
 
-Prints each cycle, and each include from a room into one above it; with --print the layers, too, the
+Prints a cycle, where there are any, and each include from a room into one above it; with --print the layers, too, the
 lowest first. Ends with status 1 when there is something to complain about.
 """
 
 import argparse
+import graphlib
 import pathlib
 import re
 import sys
@@ -43,35 +44,14 @@ def read_graph(root):
 
 
 def layers_of(graph):
-    """The modules in layers, each above those that it includes; and what is left, which lies on
-    cycles or above one."""
-    left, below, layers = dict(graph), set(), []
-    while True:
-        layer = sorted(module for module, included in left.items()
-                       if not (included & graph.keys()) - below)
-        if not layer:
-            return layers, left
-        layers.append(layer)
-        below.update(layer)
-        for module in layer:
-            del left[module]
-
-
-def cycles_of(left):
-    """The sets of modules that include one another."""
-    def reached(module):
-        seen, todo = set(), [module]
-        while todo:
-            for other in left.get(todo.pop(), ()):
-                if other not in seen:
-                    seen.add(other)
-                    todo.append(other)
-        return seen
-
-    reach = {module: reached(module) for module in left}
-    cycles = {frozenset(other for other in reach[module] if module in reach.get(other, ()))
-              for module in left if module in reach[module]}
-    return sorted(sorted(cycle) for cycle in cycles)
+    """The modules in layers, each above those that it includes; raises a CycleError where it
+    finds modules that include one another."""
+    sorter = graphlib.TopologicalSorter(graph)
+    sorter.prepare()
+    while sorter.is_active():
+        layer = sorted(sorter.get_ready())
+        yield layer
+        sorter.done(*layer)
 
 
 def main():
@@ -80,16 +60,16 @@ def main():
     parser.add_argument("--root", type=pathlib.Path, default=ROOT, help=argparse.SUPPRESS)
     options = parser.parse_args()
     graph = read_graph(options.root)
-    layers, left = layers_of(graph)
+    complaints = [f"{module} includes {name}" for module in sorted(graph)
+                  for name in sorted(graph[module]) if height_of(name) > height_of(module)]
+    layers = []
+    try:
+        layers += layers_of(graph)
+    except graphlib.CycleError as error:
+        complaints.append("these include one another: " + " ".join(error.args[1]))
     if options.print:
         for number, layer in enumerate(layers):
             print(f"{number:2}  {' '.join(layer)}")
-    complaints = [f"{module} includes {name}" for module in sorted(graph)
-                  for name in sorted(graph[module]) if height_of(name) > height_of(module)]
-    for cycle in cycles_of(left):
-        complaints.append("these include one another:")
-        complaints += [f"  {module}: {' '.join(sorted(left[module] & set(cycle)))}"
-                       for module in cycle]
     print("\n".join(complaints) if complaints else
           f"{len(graph)} modules in {len(layers)} layers")
     return 1 if complaints or not graph else 0

@@ -18,7 +18,7 @@ import subprocess
 import sys
 import time
 
-from tally import ROOT
+from tally import ROOT, outcome
 import corpus
 import reasons
 import robustness
@@ -33,17 +33,12 @@ REFERENCE += ["-w", "-funsigned-char"] + ["-U" + n for n in (
     "__STDC_HOSTED__", "__COUNTER__", "__INCLUDE_LEVEL__", "__TIMESTAMP__", "__BASE_FILE__",
     "__has_attribute", "__has_cpp_attribute", "__has_include", "__has_include_next",
     "__has_builtin")]
-TIMEOUT = 20
 SHOWN = 20  # damaged inputs that are reported in full
 
 
 def _run(command):
-    try:
-        done = subprocess.run(command, capture_output=True, timeout=TIMEOUT,
-                              stdin=subprocess.DEVNULL)
-    except subprocess.TimeoutExpired:
-        return None, "", ""
-    return done.returncode, done.stdout.decode("latin-1"), done.stderr.decode("latin-1")
+    status, *texts = outcome(command) or (None, b"", b"")
+    return status, *(text.decode("latin-1") for text in texts)
 
 
 def _included_files(report):

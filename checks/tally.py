@@ -30,6 +30,17 @@ def run(command, cwd, env=None, text=None, timeout=TIMEOUT):
     return done.returncode, done.stdout, done.stderr
 
 
+def outcome(command, cwd=None, env=None, timeout=TIMEOUT):
+    """Runs a program that may do anything; returns its status and, as bytes, its standard output
+    and error, or None when it does not end in time."""
+    try:
+        done = subprocess.run(command, cwd=cwd, env=env, stdin=subprocess.DEVNULL,
+                              capture_output=True, timeout=timeout, check=False)
+    except subprocess.TimeoutExpired:
+        return None
+    return done.returncode, done.stdout, done.stderr
+
+
 def need(*tools):
     """Installs what is missing of the tools, each a command and the package that holds it."""
     needs = "; ".join(f"need {command} {package}" for command, package in tools)
