@@ -63,10 +63,10 @@ and, in expected text only:
     {{re:PATTERN}}        a regular expression
 
 Every case runs in a fresh directory that holds its files alone, with TEMP and TMP set to another
-that must be empty again after the run; a file whose name the case nowhere has must not be left. On Windows line ends are compared as
-plain newlines, in a section with {{cr}} as they are. The last line is 'N passed, N failed', with
-', N skipped' where it applies. When all files are run, one more test is whether the cases raise
-every message of the catalogue.
+that must be empty again after the run; a file whose name the case nowhere has must not be left. On
+Windows line ends are compared as plain newlines, in a section with {{cr}} as they are. The last
+line is 'N passed, N failed', with ', N skipped' where it applies. When all files are run, one more
+test is whether the cases raise every message of the catalogue.
 
 A PROGRAM that ends in .exe is run by LAUNCHER on another system. Wine's drive Z: is that system's
 root, and it takes TEMP and TMP from WINETEMP and WINETMP, if its registry sets neither.
