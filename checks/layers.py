@@ -7,8 +7,8 @@ them all.
 
     python3 checks/layers.py [--print]
 
-Prints a cycle, where there are any, and each include from a room into one above it; with --print the layers, too, the
-lowest first. Ends with status 1 when there is something to complain about.
+Prints a cycle, where there are any, and each include from a room into one above it; with --print
+the layers, too, the lowest first. Ends with status 1 when there is something to complain about.
 """
 
 import argparse
