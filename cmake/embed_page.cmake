@@ -1,7 +1,7 @@
 # Puts the parts of the report's page together and writes its bytes as a C++ initialiser: string
 # literals of this length are too long for some compilers.
 #
-#   cmake -DFROM=cpp/page -DTO=report_page_bytes.inc -P cmake/embed_page.cmake
+#   cmake -DFROM=cpp/report/page -DTO=page_bytes.inc -P cmake/embed_page.cmake
 foreach(part page.html style.css script.js)
   file(READ ${FROM}/${part} hex HEX)
   string(HEX "@STYLE@" style_mark)

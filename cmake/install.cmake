@@ -48,7 +48,7 @@ install(FILES common/builtin_catalogue.msgs DESTINATION ${tree}/vex/dat RENAME $
         COMPONENT tree)
 install(DIRECTORY DESTINATION ${tree}/vex/include COMPONENT tree)
 install(PROGRAMS tools/merge_reports.py DESTINATION ${tree}/tools COMPONENT tree)
-install(DIRECTORY cpp/page DESTINATION ${tree}/tools COMPONENT tree)
+install(DIRECTORY cpp/report/page DESTINATION ${tree}/tools COMPONENT tree)
 
 # The documents lie as they do in the sources, so that their links lead to each other here, too.
 install(FILES ARCHITECTURE.md CHANGELOG.md CONTRIBUTING.md LICENSE NOTICES.md README.md

@@ -3,7 +3,7 @@
 #include "common/alert.h"
 #include "cpp/frames.h"
 #include "cpp/linesync.h"
-#include "cpp/observe.h"
+#include "cpp/report/observe.h"
 
 namespace kv::cpp {
 

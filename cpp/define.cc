@@ -17,11 +17,11 @@
 #include "cpp/diag.h"
 #include "cpp/expand.h"
 #include "cpp/macro_area.h"
-#include "cpp/observe.h"
+#include "cpp/macro_report.h"
 #include "cpp/outbuf.h"
 #include "cpp/output.h"
 #include "cpp/reader.h"
-#include "cpp/report.h"
+#include "cpp/report/observe.h"
 #include "cpp/scan.h"
 #include "cpp/settings.h"
 #include "cpp/source.h"
@@ -234,7 +234,7 @@ void do_define() {
     sym_set_body(sym, work_buf::text(), work_buf::len());
     sym->nargs = def.nargs;
     if (observing) observe::macro_defined(sym, def.param_names());
-    if (settings.macro_report) report_macro(sym);
+    if (settings.macro_report) macro_report_row(sym);
     if (known && (old_body == nullptr || str16_cmp(old_body, sym->body) != 0)) {
       alert_msg(111, alert_str(sym->name), shown_path(sym->def_file), sym->def_line);
     }

@@ -26,13 +26,13 @@
 #include "cpp/include.h"
 #include "cpp/lines.h"
 #include "cpp/linesync.h"
-#include "cpp/observe.h"
+#include "cpp/macro_report.h"
 #include "cpp/options.h"
 #include "cpp/outbuf.h"
 #include "cpp/output.h"
 #include "cpp/reader.h"
-#include "cpp/report.h"
-#include "cpp/report_page.h"
+#include "cpp/report/observe.h"
+#include "cpp/report/page.h"
 #include "cpp/scan.h"
 #include "cpp/settings.h"
 #include "cpp/source.h"
@@ -179,7 +179,7 @@ void start(int argc, char** argv) {
   if (!is_standard_stream(input.path)) name_source(input.path);
   copy_comments_to(put_char_out);
   push_file(source_open(input.fd, {"input", input.path}), settings.source_name);
-  if (settings.macro_report) report_table();
+  if (settings.macro_report) macro_report_table();
   if (text_output()) write_line_marker();
 }
 
@@ -317,7 +317,7 @@ void end_page(int status) {
   if (dumps_macros()) write_dump();
   if (alert_failed()) cpp_exit(1);
   free_base_frame();
-  if (settings.macro_report) report_close();
+  if (settings.macro_report) macro_report_close();
   cpp_exit(0);
 }
 
@@ -337,7 +337,7 @@ void run(int argc, char** argv) {
 void cpp_exit(int status) {
   dep_write_list();
   end_output(status);
-  report_end();
+  macro_report_end();
   end_page(status);
   db_close();
   std::exit(writing_failed() ? 1 : status);

@@ -18,9 +18,9 @@
 #include "cpp/lanes.h"
 #include "cpp/linesync.h"
 #include "cpp/macro_area.h"
-#include "cpp/observe.h"
+#include "cpp/macro_report.h"
 #include "cpp/replacement.h"
-#include "cpp/report.h"
+#include "cpp/report/observe.h"
 #include "cpp/settings.h"
 #include "cpp/source.h"
 #include "cpp/symtab.h"
@@ -457,7 +457,7 @@ bool find_open_paren() {
 }
 
 expansion expand(symbol* sym) {
-  if (settings.macro_report) report_macro(sym);
+  if (settings.macro_report) macro_report_row(sym);
   if (expand_depth() + 1 >= expand_depth_limit) {
     give_up_expansion(sym);
     return expansion::none;

@@ -10,7 +10,7 @@
 #include "common/str16.h"
 #include "cpp/arena.h"
 #include "cpp/argument.h"
-#include "cpp/observe.h"
+#include "cpp/report/observe.h"
 #include "cpp/source.h"
 #include "cpp/symtab.h"
 

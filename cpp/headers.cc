@@ -25,7 +25,7 @@
 #include "cpp/guard.h"
 #include "cpp/lanes.h"
 #include "cpp/lines.h"
-#include "cpp/observe.h"
+#include "cpp/report/observe.h"
 #include "cpp/settings.h"
 #include "cpp/source.h"
 #include "cpp/symtab.h"

@@ -19,8 +19,8 @@
 #include "cpp/expand.h"
 #include "cpp/headers.h"
 #include "cpp/lanes.h"
-#include "cpp/observe.h"
 #include "cpp/reader.h"
+#include "cpp/report/observe.h"
 #include "cpp/scan.h"
 #include "host/host.h"
 

@@ -26,11 +26,11 @@
 #include "cpp/diag.h"
 #include "cpp/ifsizeof.h"
 #include "cpp/include.h"
-#include "cpp/observe.h"
+#include "cpp/macro_report.h"
 #include "cpp/outbuf.h"
 #include "cpp/reader.h"
-#include "cpp/report.h"
-#include "cpp/report_page.h"
+#include "cpp/report/observe.h"
+#include "cpp/report/page.h"
 #include "cpp/scan.h"
 #include "cpp/settings.h"
 #include "cpp/symtab.h"
@@ -251,7 +251,7 @@ void opt_edf(const option_call& o) {
 }
 
 void opt_udf(const option_call& o) {
-  chosen.macro_report = report_open(o.rest);
+  chosen.macro_report = macro_report_open(o.rest);
 }
 
 void opt_report(const option_call& o) {
@@ -478,7 +478,7 @@ int parse_options(int argc, char** argv, const char* cmd_file_arg) {
   if (output_option != nullptr) nfiles = add_output_argument(nfiles, argv);
   chosen.ident_max = std::clamp(settings.ident_max, ident_max_least, ident_max_most);
   token_buf::make_room();
-  if (settings.macro_report) report_command_line(argc, command_line.data());
+  if (settings.macro_report) macro_report_command_line(argc, command_line.data());
   if (page_is_open()) {
     observe::begin({command_line.begin(), command_line.end()}, nfiles > 1 ? argv[1] : "-");
   }

@@ -1,7 +1,7 @@
 #include "cpp/outbuf.h"
 
 #include "common/alert.h"
-#include "cpp/observe.h"
+#include "cpp/report/observe.h"
 
 namespace kv::cpp {
 

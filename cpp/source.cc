@@ -11,7 +11,7 @@
 
 #include "common/alert.h"
 #include "common/alloc.h"
-#include "cpp/observe.h"
+#include "cpp/report/observe.h"
 #include "host/host.h"
 
 namespace kv::cpp {

@@ -17,7 +17,7 @@
 #include "common/str16.h"
 #include "common/text_hash.h"
 #include "cpp/lanes.h"
-#include "cpp/observe.h"
+#include "cpp/report/observe.h"
 
 namespace kv::cpp {
 

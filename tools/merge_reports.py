@@ -19,7 +19,7 @@ import pathlib
 import sys
 
 HERE = pathlib.Path(__file__).resolve().parent
-PAGES = (HERE / "page", HERE.parent / "cpp" / "page")  # in an installation, in the sources
+PAGES = (HERE / "page", HERE.parent / "cpp" / "report" / "page")  # in an installation, in the sources
 FORMAT = "cpp report"
 VERSION = 1
 CALLS_SHOWN = 300

@@ -11,7 +11,7 @@
 //
 // Conditions. Groups are opened, decided and closed by few functions, whichever path reads the
 // line; what the line says is taken from where it lies in its block.
-#include "cpp/observe.h"
+#include "cpp/report/observe.h"
 
 #include <algorithm>
 #include <ctime>

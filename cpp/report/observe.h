@@ -14,8 +14,8 @@
 #include <string_view>
 #include <vector>
 
-#include "cpp/observed.h"
 #include "cpp/owned.h"
+#include "cpp/report/observed.h"
 #include "cpp/text16.h"
 
 namespace kv::cpp {

@@ -1,14 +1,14 @@
-// The page is a file of cpp/page, with style and script put into it when the program is built; the
-// data goes where a mark of its own stands. It is escaped so that it can (common/json.h), and the
-// script puts it on the page as text and never as markup.
-#include "cpp/report_page.h"
+// The page is a file of cpp/report/page, with style and script put into it when the program is
+// built; the data goes where a mark of its own stands. It is escaped so that it can
+// (common/json.h), and the script puts it on the page as text and never as markup.
+#include "cpp/report/page.h"
 
 #include <string_view>
 
 #include "common/json.h"
 #include "common/outfile.h"
-#include "cpp/observed.h"
-#include "cpp/report_json.h"
+#include "cpp/report/json.h"
+#include "cpp/report/observed.h"
 
 namespace kv::cpp {
 
@@ -16,7 +16,7 @@ namespace {
 
 // The bytes of the page, zero-ended.
 constexpr unsigned char page_bytes[] = {
-#include "report_page_bytes.inc"
+#include "page_bytes.inc"
     , 0};
 
 constexpr std::string_view data_mark = "@DATA@";

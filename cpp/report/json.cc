@@ -1,4 +1,4 @@
-#include "cpp/report_json.h"
+#include "cpp/report/json.h"
 
 #include <algorithm>
 #include <chrono>
@@ -7,7 +7,7 @@
 #include "common/format.h"
 #include "common/json.h"
 #include "common/version.h"
-#include "cpp/observed.h"
+#include "cpp/report/observed.h"
 #include "cpp/symtab.h"
 #include "cpp/text16.h"
 #include "host/host.h"

@@ -1,5 +1,5 @@
 // What a run was seen to do, as records that refer to one another by number. watcher.cc fills them,
-// report_json.cc writes them; docs/report.md says what each field means to those who read it.
+// json.cc writes them; docs/report.md says what each field means to those who read it.
 //
 // Texts are the bytes of the source, of whatever encoding. Times are nanoseconds of a clock that
 // only runs forward, sizes are bytes. A record number of -1 is none.

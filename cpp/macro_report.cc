@@ -1,4 +1,4 @@
-#include "cpp/report.h"
+#include "cpp/macro_report.h"
 
 #include "common/html.h"
 #include "cpp/settings.h"
@@ -36,18 +36,18 @@ void body_unit(int c) {
 
 }  // namespace
 
-bool report_open(const char* path) {
+bool macro_report_open(const char* path) {
   const bool open = html_open(path, "CPP information for ", path, "udf_styles.css") != nullptr;
   html_frames(3);
   return open;
 }
 
-void report_command_line(int argc, char* const* argv) {
+void macro_report_command_line(int argc, char* const* argv) {
   html_anchor("CPP");
   html_cmdline(argv, argc, "CPP");
 }
 
-void report_table() {
+void macro_report_table() {
   html_anchor("symbol_table");
   html_heading(2, "CPP symbol table");
   html_table_begin(3);
@@ -55,11 +55,11 @@ void report_table() {
   html_cell("<b>Arguments</b>");
   html_cell("<b>Value</b>");
   for (std::size_t n = 0; n < symtab_chains; ++n) {
-    for (const symbol* sym = symtab(n); sym != nullptr; sym = sym->link) report_macro(sym);
+    for (const symbol* sym = symtab(n); sym != nullptr; sym = sym->link) macro_report_row(sym);
   }
 }
 
-void report_macro(const symbol* sym) {
+void macro_report_row(const symbol* sym) {
   html_cell("<code>");
   html_text16(sym->name);
   html_printf("</code>");
@@ -72,12 +72,12 @@ void report_macro(const symbol* sym) {
   for (const unit* p = sym->body; *p != 0; ++p) body_unit(*p);
 }
 
-void report_close() {
+void macro_report_close() {
   html_table_end();
   html_close();
 }
 
-void report_end() {
+void macro_report_end() {
   html_end();
 }
 
