@@ -61,6 +61,7 @@ std::string word() {
 
 void missing_argument() {
   alert_msg(108);
+  if (observing) observe::condition_missing();
   skip_rest_of_line();
 }
 

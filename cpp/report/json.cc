@@ -1,7 +1,8 @@
 #include "cpp/report/json.h"
 
 #include <algorithm>
-#include <chrono>
+#include <array>
+#include <ctime>
 #include <string_view>
 
 #include "common/format.h"
@@ -32,16 +33,10 @@ std::string_view name_of(const std::string_view (&names)[N], Enum e) {
 
 // "2031-03-07T12:34:56Z"
 std::string utc_time(std::int64_t seconds) {
-  using namespace std::chrono;
-  const sys_seconds time{std::chrono::seconds(seconds)};
-  const auto day = floor<days>(time);
-  const year_month_day date(day);
-  const hh_mm_ss clock(time - day);
-  return format_string("%04d-%02u-%02uT%02d:%02d:%02dZ", static_cast<int>(date.year()),
-                       static_cast<unsigned>(date.month()), static_cast<unsigned>(date.day()),
-                       static_cast<int>(clock.hours().count()),
-                       static_cast<int>(clock.minutes().count()),
-                       static_cast<int>(clock.seconds().count()));
+  const auto time = static_cast<std::time_t>(seconds);
+  std::array<char, 32> text{};
+  std::strftime(text.data(), text.size(), "%Y-%m-%dT%H:%M:%SZ", std::gmtime(&time));
+  return text.data();
 }
 
 // The parameter that a reference means, by the name it was given.
@@ -102,9 +97,9 @@ void write_head(json_writer& j, const observed_run& run) {
     j.member(message_kind_names[n], run.messages_by_kind[n]);
   }
   j.end_object().key("left_out").begin_object();
-  j.member("inclusions", run.inclusions_left_out).member("macros", run.macros_left_out);
-  j.member("calls", run.calls_left_out).member("conditions", run.conditions_left_out);
-  j.member("messages", run.messages_left_out).end_object();
+  j.member("inclusions", run.inclusions.left_out).member("macros", run.macros.left_out);
+  j.member("calls", run.calls.left_out).member("conditions", run.conditions.left_out);
+  j.member("messages", run.messages.left_out).end_object();
 }
 
 void write_file(json_writer& j, const observed_file& f, bool is_input) {
@@ -140,11 +135,8 @@ void write_macro(json_writer& j, const observed_macro& m) {
     j.end_array();
   }
   j.key("body");
-  if (m.is_dynamic || m.origin == macro_origin::none) {
-    j.null();
-  } else {
-    j.value(definition_text(m));
-  }
+  const bool has_body = !m.is_dynamic && m.origin != macro_origin::none;
+  has_body ? j.value(definition_text(m)) : j.null();
   j.member("origin", name_of(origin_names, m.origin)).member("defined", m.defined);
   write_place(j, m.at);
   j.member("expanded", m.expanded).member("if", m.tested_if).member("ifdef", m.tested_ifdef);
@@ -162,11 +154,7 @@ void write_call(json_writer& j, const observed_call& c) {
   j.begin_object().member("macro", c.macro);
   write_place(j, c.at);
   j.member("own", c.own).member("count", c.count).member("cut", c.cut).key("result");
-  if (c.has_result) {
-    j.value(c.result);
-  } else {
-    j.null();
-  }
+  c.has_result ? j.value(c.result) : j.null();
   j.key("steps").begin_array();
   for (const call_step& s : c.steps) {
     j.begin_object().member("macro", s.macro).member("depth", s.depth).key("args").begin_array();
@@ -180,10 +168,10 @@ void write_condition(json_writer& j, const observed_condition& c) {
   j.begin_object();
   write_place(j, c.at);
   j.member("group", c.group).member("depth", c.depth);
-  j.member("directive", name_of(condition_names, c.kind));
+  j.member("directive", name_of(condition_names, c.directive));
   j.member("state", name_of(state_names, c.state));
   j.member("text", c.text).member("evaluated", c.evaluated).key("names").begin_array();
-  for (const condition_name& n : c.names) {
+  for (const condition_name& n : c.names.all) {
     j.begin_object().member("text", n.text).member("value", n.value);
     j.member("defined", n.is_defined_test).end_object();
   }
@@ -198,7 +186,7 @@ void write_message(json_writer& j, const observed_message& m) {
 template <class Records, class Write>
 void write_all(json_writer& j, std::string_view name, const Records& records, Write write) {
   j.key(name).begin_array();
-  for (const auto& record : records) write(j, record);
+  for (const auto& record : records.all) write(j, record);
   j.end_array();
 }
 
@@ -208,7 +196,7 @@ void write_report(json_writer& j, const observed_run& run) {
   j.begin_object();
   write_head(j, run);
   write_all(j, "files", run.files, [&](json_writer& to, const observed_file& f) {
-    write_file(to, f, &f == run.files.data());
+    write_file(to, f, &f == run.files.all.data());
   });
   write_all(j, "inclusions", run.inclusions, write_inclusion);
   write_all(j, "macros", run.macros, write_macro);

@@ -110,6 +110,8 @@ void text_ends();
 void group_opened(bool live);
 /// The expression or the name of the directive is read next.
 void condition_begins();
+/// It is not there.
+void condition_missing();
 /// Whether the text behind #if, #elif, #ifdef or #ifndef is compiled.
 void branch_decided(bool taken);
 /// #else was read; compiling() says what comes of it.

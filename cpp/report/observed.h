@@ -1,5 +1,6 @@
-// What a run was seen to do, as records that refer to one another by number. watcher.cc fills them,
-// json.cc writes them; docs/report.md says what each field means to those who read it.
+// What a run was seen to do, as records that refer to one another by number. The modules beside
+// this one fill them, json.cc writes them; docs/report.md says what each field means to those who
+// read it.
 //
 // Texts are the bytes of the source, of whatever encoding. Times are nanoseconds of a clock that
 // only runs forward, sizes are bytes. A record number of -1 is none.
@@ -8,8 +9,12 @@
 #include <array>
 #include <cstddef>
 #include <cstdint>
+#include <limits>
 #include <string>
+#include <utility>
 #include <vector>
+
+#include "cpp/directives.h"
 
 namespace kv::cpp {
 
@@ -17,19 +22,47 @@ namespace kv::cpp {
 enum class run_phase : std::uint8_t { reading, text, directives, expansion, output };
 inline constexpr std::size_t run_phases = 5;
 
-/// The most records of a kind that are kept. What comes on top is counted.
+/// Records of one kind, the first `limit` of them, by their numbers.
+template <class Record, std::size_t limit = std::numeric_limits<int>::max()>
+struct record_list {
+  std::vector<Record> all;
+  std::uint64_t left_out = 0;  ///< those beyond the limit
+
+  /// Returns the number of the new record, or -1 where it is left out.
+  int add(Record record) {
+    if (all.size() == limit) {
+      ++left_out;
+      return -1;
+    }
+    all.push_back(std::move(record));
+    return static_cast<int>(all.size()) - 1;
+  }
+  Record& operator[](int number) { return all[static_cast<std::size_t>(number)]; }
+  const Record& operator[](int number) const { return all[static_cast<std::size_t>(number)]; }
+};
+
+/// The state of a module of the report, made when it is asked for first; it lives until the process
+/// ends.
+template <class State>
+State& the() {
+  static State& state = *new State;
+  return state;
+}
+
+/// What is kept at most, beside the records that observed_run counts.
 struct observed_limits {
-  static constexpr std::size_t inclusions = 20000;
-  static constexpr std::size_t macros = 100000;
-  static constexpr std::size_t changes = 50;         ///< of one macro
-  static constexpr std::size_t places = 1000;        ///< where one header is included
-  static constexpr std::size_t calls_traced = 2000;  ///< different calls
+  static constexpr std::size_t changes = 50;   ///< of one macro
+  static constexpr std::size_t places = 1000;  ///< where one header is included
   static constexpr std::size_t calls_shown = 300;
-  static constexpr std::size_t steps = 60;  ///< of one call
-  static constexpr std::size_t conditions = 20000;
-  static constexpr std::size_t messages = 5000;
+  static constexpr std::size_t steps = 60;   ///< of one call
   static constexpr std::size_t text = 1000;  ///< bytes of a text of calls and conditions
 };
+
+/// `text` as it is kept in calls and conditions.
+inline std::string kept_text(std::string text) {
+  if (text.size() > observed_limits::text) text.replace(observed_limits::text, text.npos, "...");
+  return text;
+}
 
 struct source_place {
   int file = -1;
@@ -118,7 +151,6 @@ struct observed_call {
   std::string result;
 };
 
-enum class condition_kind : std::uint8_t { if_, ifdef, ifndef, elif, else_ };
 enum class condition_state : std::uint8_t { undecided, taken, not_taken, not_looked_at };
 
 /// What a name of a condition came to.
@@ -132,11 +164,11 @@ struct observed_condition {
   source_place at;
   int group = -1;  ///< the number of the condition that opened the group
   int depth = 0;
-  condition_kind kind = condition_kind::if_;
+  role directive = role::opens_if;  ///< one of the first five
   condition_state state = condition_state::undecided;
   std::string text;       ///< as it was written
   std::string evaluated;  ///< as the evaluator saw it
-  std::vector<condition_name> names;
+  record_list<condition_name> names;
 };
 
 enum class message_kind : std::uint8_t { fatal, error, warning, message };
@@ -164,19 +196,12 @@ struct observed_run {
   std::uint64_t expansions = 0;
   std::array<std::uint64_t, message_kinds> messages_by_kind{};
 
-  std::vector<observed_file> files;
-  std::vector<inclusion> inclusions;
-  std::vector<observed_macro> macros;
-  std::vector<observed_call> calls;
-  std::vector<observed_condition> conditions;
-  std::vector<observed_message> messages;
-
-  // What the limits left out.
-  std::uint64_t inclusions_left_out = 0;
-  std::uint64_t macros_left_out = 0;
-  std::uint64_t calls_left_out = 0;  ///< calls, not different ones
-  std::uint64_t conditions_left_out = 0;
-  std::uint64_t messages_left_out = 0;
+  record_list<observed_file> files;
+  record_list<inclusion, 20000> inclusions;
+  record_list<observed_macro, 100000> macros;
+  record_list<observed_call, 2000> calls;  ///< of those left out each time counts
+  record_list<observed_condition, 20000> conditions;
+  record_list<observed_message, 5000> messages;
 };
 
 }  // namespace kv::cpp
