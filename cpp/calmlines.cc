@@ -112,6 +112,7 @@ outcome take_control_line(unsigned char* behind_mark, unsigned char* newline_at)
   const calm_line::word word = in.scan_word(c);
   const directive* const d = find_directive(word.start, word.len);
   if (d == nullptr) return outcome::refused;
+  if (observing) observe::directive_read(d->what, in.at());
   const bool hands_on =
       conditions::compiling() ? d->what == role::opens_if || d->what == role::include : false;
   if (hands_on ||

@@ -368,6 +368,7 @@ void control_line() {
   if (ends_line(c)) return line_sync::hold();
   read_word(c);
   const directive* d = find_directive(token_buf::text(), token_buf::len());
+  if (observing && d != nullptr) observe::directive_read(d->what);
   if (in_text_frame()) alert_msg(161, word());
   if (!conditions::compiling()) return skipped_directive(d);
   if (d == nullptr) {

@@ -1,5 +1,5 @@
-// Groups are opened, decided and closed by few functions, whichever path reads the line; what the
-// line says is taken from where it lies in its block.
+// Groups are opened, decided and closed by few functions, whichever path reads the line. What the
+// line says is taken from where the engine stands behind the directive's word.
 #include "cpp/report/conditions.h"
 
 #include <algorithm>
@@ -8,6 +8,7 @@
 #include "common/format.h"
 #include "cpp/conditions.h"
 #include "cpp/frames.h"
+#include "cpp/passing.h"
 #include "cpp/report/files.h"
 #include "cpp/report/observe.h"
 #include "cpp/source.h"
@@ -20,116 +21,102 @@ constexpr std::size_t text_limit = observed_limits::text;
 
 struct condition_watch {
   decltype(observed_run::conditions) conditions;
-  std::vector<int> groups;   // the conditions that opened those that are open, or -1
-  int current = -1;          // the condition read last
-  bool reads = false;        // an expression, that of `current` where it is kept
-  bool opens_group = false;  // it is that of a group just opened
+  std::vector<int> groups;  // the conditions that opened those that are open, or -1
+  int current = -1;         // the condition read last
+  bool reads = false;       // an expression, that of `current` where it is kept
+  role directive = role::other;
+  const unsigned char* behind_word = nullptr;  // null: where reading stands
 };
 
 constexpr auto& w = the<condition_watch>;
 
 // ---- The text of a directive.
 
-// The bytes from `p` on as one line, up to the newline that no backslash joins.
-std::string joined_line(const unsigned char* p, const unsigned char* end) {
-  std::string line;
-  while (p < end && line.size() <= text_limit) {
-    if (*p == '\\' && p + 1 < end && p[1] == '\n') {
-      p += 2;
-    } else if (*p == '\n') {
-      break;
-    } else {
-      line += static_cast<char>(*p++);
-    }
-  }
-  return line;
-}
-
 constexpr std::string_view blanks = " \t\v\f\r";
 
-void append_blank(std::string& text) {
-  if (!text.ends_with(' ')) text += ' ';
+// The length of what stands at the start of `text`, 0 where there is none: what joins the next
+// line, a comment (to the end where it is not closed) or blanks, a literal.
+
+std::size_t join_length(std::string_view text) {
+  const bool trigraph = text.starts_with("?\?/");
+  if (!trigraph && !text.starts_with('\\')) return 0;
+  const auto newline = text.find_first_not_of(blanks, trigraph ? 3 : 1);
+  return newline != text.npos && text[newline] == '\n' ? newline + 1 : 0;
 }
 
-// With one space for each run of blanks.
-std::string without_comments(const std::string& line) {
+std::size_t space_length(std::string_view text) {
+  if (text.starts_with("/*")) return std::min(text.find("*/", 2), text.size() - 2) + 2;
+  const bool semicolon = text.starts_with(';') && !plain::in_file(';');
+  if (semicolon || text.starts_with("//")) return text.size();
+  return std::min(text.find_first_not_of(blanks), text.size());
+}
+
+std::size_t literal_length(std::string_view text) {
+  if (!text.starts_with('\'') && !text.starts_with('"')) return 0;
+  const auto* const begin = reinterpret_cast<const unsigned char*>(text.data());
+  const unsigned char* const end = lane::skipped_literal_end(begin, begin + text.size() - 1);
+  return end != nullptr ? static_cast<std::size_t>(end - begin) : 0;
+}
+
+// Appends a line, which ends at a newline that joins no other: with one space for each run of
+// blanks and comments.
+void append_line(std::string& to, std::string_view text) {
+  while (!text.empty() && !ends_line(text.front()) && to.size() <= text_limit) {
+    std::size_t length = join_length(text);
+    if (length == 0) {
+      length = space_length(text);
+      if (length == 0) {
+        length = std::max<std::size_t>(literal_length(text), 1);
+        to += text.substr(0, length);
+      } else if (!to.ends_with(' ')) {
+        to += ' ';
+      }
+    }
+    text.remove_prefix(length);
+  }
+}
+
+// What stands behind the word of the directive: in the texts that are being read, and in the file
+// below them.
+std::string directive_text() {
   std::string text;
-  for (std::size_t i = 0; i < line.size();) {
-    if (line.compare(i, 2, "//") == 0) break;
-    if (line.compare(i, 2, "/*") == 0) {
-      const auto close = line.find("*/", i + 2);
-      if (close == line.npos) break;
-      i = close + 2;
-      append_blank(text);
-    } else if (blanks.find(line[i]) != blanks.npos) {
-      append_blank(text);
-      ++i;
-    } else {
-      text += line[i++];
+  const input_frame* f = cur_frame;
+  for (; f != nullptr && f->file == nullptr; f = f->parent) {
+    for (const unit* p = f->txptr; *p != 0 && text.size() <= text_limit; ++p) {
+      if (*p == '\n') return text;
+      if (*p < 256) text += static_cast<char>(*p);
     }
   }
-  return text;
-}
-
-// The control line of the nearest file, with the lines joined to it, comments removed.
-std::string control_line_text() {
-  const input_frame* const f = nearest_file_frame();
-  if (f == nullptr || f->file->line_start == nullptr) return {};
-  const source_file* const source = f->file->source;
-  const bool goes_on = source->next == f->line_end && !source->displaced_set;
-  return without_comments(joined_line(f->file->line_start, goes_on ? source->limit : f->line_end));
-}
-
-// A control line's word and what follows it.
-struct control_words {
-  std::string word;
-  std::string rest;
-};
-
-control_words split_control_line(const std::string& line) {
-  const auto mark = std::min(line.find_first_not_of(blanks), line.size());
-  const bool has_mark = mark < line.size() && line[mark] == '#';
-  const auto word = line.find_first_not_of(blanks, has_mark ? mark + 1 : mark);
-  if (word == line.npos) return {};
-  const auto behind =
-      std::min(line.find_first_not_of("abcdefghijklmnopqrstuvwxyz", word), line.size());
-  const auto rest = line.find_first_not_of(blanks, behind);
-  if (rest == line.npos) return {line.substr(word, behind - word), {}};
-  return {line.substr(word, behind - word),
-          line.substr(rest, line.find_last_not_of(blanks) + 1 - rest)};
-}
-
-role kind_of(const std::string& word) {
-  if (word == "ifdef") return role::opens_ifdef;
-  return word == "ifndef" ? role::opens_ifndef : role::opens_if;
+  if (f != nullptr && f->line_end != nullptr) {
+    const source_file* const source = f->file->source;
+    const bool goes_on = source->next == f->line_end && !source->displaced_set;
+    const unsigned char* const begin = w().behind_word != nullptr ? w().behind_word : f->rdptr;
+    const unsigned char* const end = goes_on ? source->limit : f->line_end;
+    append_line(text,
+                {reinterpret_cast<const char*>(begin), static_cast<std::size_t>(end - begin)});
+  }
+  const auto begin = std::min(text.find_first_not_of(' '), text.size());
+  return kept_text(text.substr(begin, text.find_last_not_of(' ') + 1 - begin));
 }
 
 // ---- Records.
 
 // A condition of the group `group`, the number of a new group where that is -1. Returns its number,
 // or -1 where it is not kept.
-int add_condition(role kind, condition_state state, int group, std::string text) {
+int add_condition(condition_state state, int group) {
   condition_watch& o = w();
   const int depth = static_cast<int>(o.groups.size()) - (group >= 0 ? 1 : 0);
+  std::string text = o.directive != role::else_ ? directive_text() : std::string();
   const int number =
-      o.conditions.add({here(), group, depth, kind, state, kept_text(std::move(text)), {}, {}});
+      o.conditions.add({here(), group, depth, o.directive, state, std::move(text), {}, {}});
   if (number >= 0 && group < 0) o.conditions[number].group = number;
   return number;
 }
 
-int add_group(bool live) {
-  control_words words = split_control_line(control_line_text());
-  const condition_state state = live ? condition_state::undecided : condition_state::not_looked_at;
-  return add_condition(kind_of(words.word), state, -1, std::move(words.rest));
-}
-
 // #elif and #else belong to a group that was kept.
-int add_branch(role kind, condition_state state) {
-  const int group = w().groups.empty() ? -1 : w().groups.back();
-  if (group < 0) return -1;
-  std::string text;
-  if (kind == role::elif) text = split_control_line(control_line_text()).rest;
-  return add_condition(kind, state, group, std::move(text));
+int add_branch(condition_state state) {
+  const bool is_kept = !w().groups.empty() && w().groups.back() >= 0;
+  return is_kept ? add_condition(state, w().groups.back()) : -1;
 }
 
 void append_token(std::string_view token) {
@@ -160,17 +147,21 @@ void add_condition_name(condition_name name) {
   if (observed_condition* const c = current_condition()) c->names.add(std::move(name));
 }
 
+void directive_read(role what, const unsigned char* behind) {
+  w().directive = what;
+  w().behind_word = behind;
+}
+
 void group_opened(bool live) {
   condition_watch& o = w();
-  o.current = file_read() != nullptr && file_read()->own ? add_group(live) : -1;
+  const condition_state state = live ? condition_state::undecided : condition_state::not_looked_at;
+  o.current = file_read() != nullptr && file_read()->own ? add_condition(state, -1) : -1;
   o.groups.push_back(o.current);
-  o.opens_group = live;
 }
 
 void condition_begins() {
   condition_watch& o = w();
-  if (!o.opens_group) o.current = add_branch(role::elif, condition_state::undecided);
-  o.opens_group = false;
+  if (o.directive == role::elif) o.current = add_branch(condition_state::undecided);
   o.reads = true;
 }
 
@@ -180,14 +171,12 @@ void condition_missing() {
 
 void branch_decided(bool taken) {
   condition_watch& o = w();
-  if (!o.opens_group && !o.reads) {
-    add_branch(role::elif, condition_state::not_looked_at);
-    return;
-  }
-  if (o.current >= 0) {
+  if (o.directive == role::elif && !o.reads) {
+    add_branch(condition_state::not_looked_at);
+  } else if (o.current >= 0) {
     o.conditions[o.current].state = taken ? condition_state::taken : condition_state::not_taken;
   }
-  o.opens_group = o.reads = false;
+  o.reads = false;
 }
 
 void else_entered() {
@@ -197,7 +186,7 @@ void else_entered() {
       conditions::compiling() ? condition_state::taken : condition_state::not_taken;
   const condition_state opener = o.conditions[o.groups.back()].state;
   if (opener == condition_state::not_looked_at) state = opener;
-  add_branch(role::else_, state);
+  add_branch(state);
 }
 
 void group_closed() {

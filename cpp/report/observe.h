@@ -106,6 +106,9 @@ void text_ends();
 
 // ---- Conditions.
 
+/// The word of a directive has been read. The rest of its line begins at `behind` in the line of
+/// the file on top, without one where reading stands.
+void directive_read(role what, const unsigned char* behind = nullptr);
 /// A conditional group was opened, in a skipped one if it is not `live`.
 void group_opened(bool live);
 /// The expression or the name of the directive is read next.
