@@ -154,9 +154,9 @@ source_file* open_header(header& h) {
   const source_copy text = source_whole_text(file, size);
   if (text.bytes == nullptr) return file;
   if (first_time) note_guard(h, text);
-  // One with a guard is not expected to be read again, but a pipe gives its text only once.
-  const bool spared = first_time && h.guard.name != nullptr && size != 0;
-  if (!spared || db_tracing(db_general)) h.content = source_keep(text);
+  // Most files are included once, but a pipe gives its text only once.
+  const bool left = first_time && size != 0 && !db_tracing(db_general);
+  if (!left) h.content = source_keep(text);
   return file;
 }
 
