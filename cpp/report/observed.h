@@ -10,6 +10,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <limits>
+#include <new>
 #include <string>
 #include <utility>
 #include <vector>
@@ -42,10 +43,11 @@ struct record_list {
 };
 
 /// The state of a module of the report, made when it is asked for first; it lives until the process
-/// ends.
+/// ends. It needs no heap: a run that is out of memory asks for the state on its way out.
 template <class State>
 State& the() {
-  static State& state = *new State;
+  alignas(State) static constinit std::byte room[sizeof(State)] = {};
+  static State& state = *new (room) State;
   return state;
 }
 
