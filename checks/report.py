@@ -183,6 +183,16 @@ def check_early_end(program):
     same("the page of it", data["complete"], False)
 
 
+def check_long_texts(program):
+    """A condition's text is kept up to 1,000 bytes, with a sign where it goes on."""
+    whole = "1" + "+10" * 333
+    (program.work / "long.c").write_text("".join(
+        f"#if  {text} /* */\n#endif\n" for text in (whole, whole + "0", whole + " +1")))
+    data, _ = program.report("long.json", "long.c")
+    same("the texts", [condition["text"] for condition in data["conditions"]],
+         [whole, whole + "...", whole + "..."])
+
+
 HOSTILE_NAME = "<img src=x onerror=alert(1)>.h"
 HOSTILE_BODY = "</script><!-- \u2028 ]]> <b>&amp;"
 
@@ -637,6 +647,7 @@ def main():
         for function in (check_numbers_by_hand, check_headers_by_hand, check_calls_and_conditions):
             tally.check(function, program, data)
         tally.check(check_early_end, program)
+        tally.check(check_long_texts, program)
         tally.check(check_hostile, program)
         if options.only_by_hand:
             return tally.close()

@@ -58,18 +58,37 @@ std::size_t literal_length(std::string_view text) {
   return end != nullptr ? static_cast<std::size_t>(end - begin) : 0;
 }
 
-// Appends a line, which ends at a newline that joins no other: with one space for each run of
-// blanks and comments.
-void append_line(std::string& to, std::string_view text) {
-  while (!text.empty() && !ends_line(text.front()) && to.size() <= text_limit) {
+// A text as it is gathered, with one space for each run of blanks and comments inside it.
+class spaced_text {
+ public:
+  /// Whether more of it would not be kept.
+  bool is_full() const { return text_.size() > text_limit; }
+
+  void add(std::string_view token) {
+    if (space_ && !text_.empty()) text_ += ' ';
+    space_ = false;
+    text_ += token;
+  }
+  void add_space() { space_ = true; }
+
+  std::string kept() const { return kept_text(text_); }
+
+ private:
+  std::string text_;
+  bool space_ = false;
+};
+
+// Adds a line, which ends at a newline that joins no other.
+void add_line(spaced_text& to, std::string_view text) {
+  while (!text.empty() && !ends_line(text.front()) && !to.is_full()) {
     std::size_t length = join_length(text);
     if (length == 0) {
       length = space_length(text);
       if (length == 0) {
         length = std::max<std::size_t>(literal_length(text), 1);
-        to += text.substr(0, length);
-      } else if (!to.ends_with(' ')) {
-        to += ' ';
+        to.add(text.substr(0, length));
+      } else {
+        to.add_space();
       }
     }
     text.remove_prefix(length);
@@ -79,12 +98,17 @@ void append_line(std::string& to, std::string_view text) {
 // What stands behind the word of the directive: in the texts that are being read, and in the file
 // below them.
 std::string directive_text() {
-  std::string text;
+  spaced_text text;
   const input_frame* f = cur_frame;
   for (; f != nullptr && f->file == nullptr; f = f->parent) {
-    for (const unit* p = f->txptr; *p != 0 && text.size() <= text_limit; ++p) {
-      if (*p == '\n') return text;
-      if (*p < 256) text += static_cast<char>(*p);
+    for (const unit* p = f->txptr; *p != 0 && !text.is_full(); ++p) {
+      if (*p == '\n') return text.kept();
+      if (is_blank(*p)) {
+        text.add_space();
+      } else if (*p < 256) {
+        const char c = static_cast<char>(*p);
+        text.add({&c, 1});
+      }
     }
   }
   if (f != nullptr && f->line_end != nullptr) {
@@ -92,11 +116,9 @@ std::string directive_text() {
     const bool goes_on = source->next == f->line_end && !source->displaced_set;
     const unsigned char* const begin = w().behind_word != nullptr ? w().behind_word : f->rdptr;
     const unsigned char* const end = goes_on ? source->limit : f->line_end;
-    append_line(text,
-                {reinterpret_cast<const char*>(begin), static_cast<std::size_t>(end - begin)});
+    add_line(text, {reinterpret_cast<const char*>(begin), static_cast<std::size_t>(end - begin)});
   }
-  const auto begin = std::min(text.find_first_not_of(' '), text.size());
-  return kept_text(text.substr(begin, text.find_last_not_of(' ') + 1 - begin));
+  return text.kept();
 }
 
 // ---- Records.
