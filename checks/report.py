@@ -184,13 +184,17 @@ def check_early_end(program):
 
 
 def check_long_texts(program):
-    """A condition's text is kept up to 1,000 bytes, with a sign where it goes on."""
+    """A condition's text is kept up to 1,000 bytes, with a sign where it goes on; also where it
+    goes on behind what has been read of the file."""
     whole = "1" + "+10" * 333
     (program.work / "long.c").write_text("".join(
         f"#if  {text} /* */\n#endif\n" for text in (whole, whole + "0", whole + " +1")))
     data, _ = program.report("long.json", "long.c")
     same("the texts", [condition["text"] for condition in data["conditions"]],
          [whole, whole + "...", whole + "..."])
+    (program.work / "block.c").write_text("text\n" * 52427 + "#if 1 \\\n + 2\n#endif\n")
+    data, _ = program.report("block.json", "block.c")
+    same("a text across blocks", [condition["text"] for condition in data["conditions"]], ["1 ..."])
 
 
 HOSTILE_NAME = "<img src=x onerror=alert(1)>.h"

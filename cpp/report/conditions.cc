@@ -47,7 +47,7 @@ std::size_t join_length(std::string_view text) {
 std::size_t space_length(std::string_view text) {
   if (text.starts_with("/*")) return std::min(text.find("*/", 2), text.size() - 2) + 2;
   const bool semicolon = text.starts_with(';') && !plain::in_file(';');
-  if (semicolon || text.starts_with("//")) return text.size();
+  if (semicolon || text.starts_with("//")) return std::min(text.find('\n'), text.size());
   return std::min(text.find_first_not_of(blanks), text.size());
 }
 
@@ -78,8 +78,8 @@ class spaced_text {
   bool space_ = false;
 };
 
-// Adds a line, which ends at a newline that joins no other.
-void add_line(spaced_text& to, std::string_view text) {
+// Adds a line, which ends at a newline that joins no other. Returns false where `text` ends before.
+bool add_line(spaced_text& to, std::string_view text) {
   while (!text.empty() && !ends_line(text.front()) && !to.is_full()) {
     std::size_t length = join_length(text);
     if (length == 0) {
@@ -93,6 +93,7 @@ void add_line(spaced_text& to, std::string_view text) {
     }
     text.remove_prefix(length);
   }
+  return !text.empty();
 }
 
 // What stands behind the word of the directive: in the texts that are being read, and in the file
@@ -116,7 +117,10 @@ std::string directive_text() {
     const bool goes_on = source->next == f->line_end && !source->displaced_set;
     const unsigned char* const begin = w().behind_word != nullptr ? w().behind_word : f->rdptr;
     const unsigned char* const end = goes_on ? source->limit : f->line_end;
-    add_line(text, {reinterpret_cast<const char*>(begin), static_cast<std::size_t>(end - begin)});
+    const bool is_whole = add_line(
+        text, {reinterpret_cast<const char*>(begin), static_cast<std::size_t>(end - begin)});
+    // What is joined can lie in the next block.
+    if (!is_whole && !source->at_end) text.add("...");
   }
   return text.kept();
 }
