@@ -62,8 +62,9 @@ class text_table {
   void* room_for(std::size_t size) {
     size = (size + alignof(entry) - 1) & ~(alignof(entry) - 1);
     if (room_left_ < size) {
-      room_left_ = size > chunk_size ? size : chunk_size;
-      room_ = static_cast<char*>(checked_alloc_raw(room_left_));
+      const std::size_t chunk = size > chunk_size ? size : chunk_size;
+      room_ = static_cast<char*>(checked_alloc_raw(chunk));
+      room_left_ = chunk;
     }
     void* room = room_;
     room_ += size;
