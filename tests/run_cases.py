@@ -431,7 +431,8 @@ class Runner:
             opened += [settings[name], *others]
         if "stdin" not in settings:
             settings["input"] = stdin
-        if limit := int(case.settings.get("limit", 0)):
+        if "limit" in case.settings:
+            limit = int(case.settings["limit"])
             settings["preexec_fn"] = lambda: resource.setrlimit(resource.RLIMIT_FSIZE, (limit, limit))
         try:
             done = subprocess.run(

@@ -1,11 +1,12 @@
-// The one place that watches a run for its report (--report=). Where something happens the engine
-// says so, in a line of its own:
+// What the engine says to those who watch a run for its report (--report=). Where something happens
+// it says so in a line of its own:
 //
 //     if (observing) observe::macro_removed(sym);
 //
-// Without a report that is the test of a flag, and nothing else of this module is touched. Watching
-// changes nothing that the run does, and the fast paths stay what they are; only a number that #if
-// takes from a macro's body at sight is read in the plain way, since its macro would not be seen.
+// Without a report that is the test of a flag, and nothing of what stands in this folder is run.
+// Watching changes nothing that the run does, and the fast paths stay what they are; only a number
+// that #if takes from a macro's body at sight is read in the plain way, since its macro would not
+// be seen.
 #pragma once
 
 #include <cstddef>
